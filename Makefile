@@ -1,0 +1,39 @@
+# Entry points. Each target installs what it needs (scripts/bootstrap), configures with a
+# CMake preset, builds, and runs.
+JOBS ?= $(shell nproc)
+FUZZ_SECONDS ?= 30
+
+.PHONY: all bootstrap demo test check tsan bench fuzz install clean
+
+all: bootstrap
+	cmake --preset release >/dev/null && cmake --build --preset release -j $(JOBS)
+
+bootstrap:
+	@./scripts/bootstrap
+
+demo: all
+	./Tools/zon/demo.sh build/release/Tools/zon/zon
+
+test: all
+	ctest --preset release -j $(JOBS)
+
+check: bootstrap
+	cmake --preset asan >/dev/null && cmake --build --preset asan -j $(JOBS)
+	ctest --preset asan -j $(JOBS)
+
+tsan: bootstrap
+	cmake --preset tsan >/dev/null && cmake --build --preset tsan -j $(JOBS)
+	ctest --preset tsan -j $(JOBS)
+
+bench: all
+	./Benchmarks/run.sh build/release/Benchmarks
+
+fuzz: bootstrap
+	cmake --preset fuzz >/dev/null && cmake --build --preset fuzz -j $(JOBS)
+	./Fuzz/run.sh build/fuzz/Fuzz $(FUZZ_SECONDS)
+
+install: all
+	cmake --install build/release --prefix $(or $(PREFIX),/usr/local)
+
+clean:
+	rm -rf build

@@ -1,0 +1,4 @@
+#pragma once
+
+// Everything the library offers.
+#include "platform/runtime/Object.h"

@@ -1,0 +1,145 @@
+#include "platform/runtime/Class.h"
+
+#include "platform/runtime/MethodSignature.h"
+#include "platform/values/Exception.h"
+#include "platform/values/String.h"
+
+#include <mutex>
+
+namespace zon {
+
+namespace {
+
+struct ClassRegistry {
+    std::shared_mutex mutex;
+    std::unordered_map<std::string_view, Class*> byName;
+};
+
+ClassRegistry& registry()
+{
+    static auto* instance = new ClassRegistry; // classes live as long as the process
+    return *instance;
+}
+
+} // namespace
+
+Class::Class(std::string name, Class* superclass)
+    : Object(ImmortalTag {})
+    , name_(std::move(name))
+    , superclass_(superclass)
+{
+}
+
+Class* Class::staticClass()
+{
+    static Class* const cls = defineClass("Class", nullptr);
+    return cls;
+}
+
+Class* Class::objectClass() const { return staticClass(); }
+
+Class* Class::named(std::string_view name)
+{
+    auto& r = registry();
+    std::shared_lock lock(r.mutex);
+    auto it = r.byName.find(name);
+    return it == r.byName.end() ? nullptr : it->second;
+}
+
+Class* Class::defineClass(std::string_view name, Class* superclass)
+{
+    auto& r = registry();
+    std::unique_lock lock(r.mutex);
+    if (auto it = r.byName.find(name); it != r.byName.end())
+        return it->second;
+    auto* cls = new Class(std::string(name), superclass);
+    r.byName.emplace(cls->name(), cls);
+    return cls;
+}
+
+bool Class::isSubclassOfClass(const Class* other) const
+{
+    for (const Class* cls = this; cls; cls = cls->superclass_) {
+        if (cls == other)
+            return true;
+    }
+    return false;
+}
+
+const Method* Class::MethodTable::find(SEL sel) const
+{
+    std::shared_lock lock(mutex);
+    auto it = methods.find(sel);
+    return it == methods.end() ? nullptr : it->second.get();
+}
+
+bool Class::MethodTable::add(SEL sel, std::string_view types, Implementation implementation)
+{
+    auto signature = MethodSignature::signatureWithObjCTypes(types);
+    if (!signature) {
+        raisePlatformException(NSInvalidArgumentException,
+            "invalid method type encoding '" + std::string(types) + "' for " + sel->name());
+    }
+    std::unique_lock lock(mutex);
+    if (methods.contains(sel))
+        return false;
+    methods.emplace(sel,
+        std::make_unique<Method>(Method {sel, std::string(types), signature->numberOfArguments(), std::move(implementation)}));
+    return true;
+}
+
+bool Class::addMethod(SEL sel, std::string_view types, Implementation implementation)
+{
+    return instanceMethods_.add(sel, types, std::move(implementation));
+}
+
+bool Class::addClassMethod(SEL sel, std::string_view types, Implementation implementation)
+{
+    bool added = classMethods_.add(sel, types, std::move(implementation));
+    return added;
+}
+
+const Method* Class::instanceMethod(SEL sel) const
+{
+    for (const Class* cls = this; cls; cls = cls->superclass_) {
+        if (const Method* method = cls->instanceMethods_.find(sel))
+            return method;
+    }
+    return nullptr;
+}
+
+const Method* Class::classMethod(SEL sel) const
+{
+    for (const Class* cls = this; cls; cls = cls->superclass_) {
+        if (const Method* method = cls->classMethods_.find(sel))
+            return method;
+    }
+    return nullptr;
+}
+
+Ref<Object> Class::createInstance() const { return instanceFactory_ ? instanceFactory_() : nullptr; }
+
+void Class::setInstanceFactory(std::function<Ref<Object>()> factory) { instanceFactory_ = std::move(factory); }
+
+String* Class::logCategory() const
+{
+    if (String* cached = logCategory_.load(std::memory_order_acquire))
+        return cached;
+    static const SEL sel = Selector::named("objectLogCategory");
+    String* category = ZSTR("default");
+    if (const Method* method = classMethod(sel)) {
+        Ref<Object> answer = method->implementation(const_cast<Class*>(this), sel, {});
+        // Categories are constant strings; a computed one is kept alive for the class's lifetime.
+        if (auto* text = dynamicCast<String>(answer.get())) {
+            category = text;
+            if (!text->isImmortal())
+                answer.leakRef();
+        }
+    }
+    logCategory_.store(category, std::memory_order_release);
+    return category;
+}
+
+Ref<String> Class::description() const { return String::stringWithUTF8String(name_); }
+
+} // namespace zon

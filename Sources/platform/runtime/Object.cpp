@@ -1,0 +1,183 @@
+#include "platform/runtime/Object.h"
+
+#include "platform/runtime/AutoreleasePool.h"
+#include "platform/runtime/Class.h"
+#include "platform/runtime/MethodSignature.h"
+#include "platform/values/Exception.h"
+#include "platform/values/String.h"
+
+#include <cstdio>
+#include <cstdlib>
+#include <functional>
+
+namespace zon {
+
+namespace {
+
+// Destroying an object releases what it holds, which may destroy more objects. Up to this many
+// destructions nest on the stack; deeper ones wait in a per-thread list that the outermost
+// destruction drains, so a million nested arrays are freed in constant stack depth.
+constexpr unsigned kMaxNestedDestruction = 16;
+
+struct DestructionState {
+    unsigned depth;
+    const Object** pending;
+    size_t count;
+    size_t capacity;
+};
+
+thread_local DestructionState destruction {}; // plain data: usable during thread exit
+
+bool deferDestruction(const Object* object)
+{
+    auto& s = destruction;
+    if (s.count == s.capacity) {
+        size_t capacity = s.capacity ? s.capacity * 2 : 256;
+        auto* grown = static_cast<const Object**>(std::realloc(s.pending, capacity * sizeof(Object*)));
+        if (!grown)
+            return false;
+        s.pending = grown;
+        s.capacity = capacity;
+    }
+    s.pending[s.count++] = object;
+    return true;
+}
+
+} // namespace
+
+Class* Object::staticClass()
+{
+    static Class* const cls = [] {
+        Class* root = Class::defineClass("NSObject", nullptr);
+        root->exportClassMethod("objectLogCategory", +[]() -> String* { return ZSTR("default"); });
+        return root;
+    }();
+    return cls;
+}
+
+Class* Object::objectClass() const { return staticClass(); }
+
+Object::~Object() = default;
+
+void Object::retain() const noexcept
+{
+    if (refCount_.load(std::memory_order_relaxed) != kImmortal)
+        refCount_.fetch_add(1, std::memory_order_relaxed);
+}
+
+void Object::release() const noexcept
+{
+    if (refCount_.load(std::memory_order_relaxed) == kImmortal)
+        return;
+    if (refCount_.fetch_sub(1, std::memory_order_acq_rel) == 1)
+        destroy(this);
+}
+
+uint32_t Object::retainCount() const noexcept { return refCount_.load(std::memory_order_relaxed); }
+
+void Object::destroy(const Object* object) noexcept
+{
+    auto& s = destruction;
+    if (s.depth >= kMaxNestedDestruction && deferDestruction(object))
+        return;
+    ++s.depth;
+    delete object;
+    if (s.depth == 1) {
+        while (s.count)
+            delete s.pending[--s.count];
+        std::free(s.pending);
+        s.pending = nullptr;
+        s.capacity = 0;
+    }
+    --s.depth;
+}
+
+Object* Object::autorelease() const
+{
+    AutoreleasePool::addObject(this);
+    return const_cast<Object*>(this);
+}
+
+Ref<String> Object::description() const
+{
+    char text[64];
+    std::snprintf(text, sizeof text, ": %p>", static_cast<const void*>(this));
+    return String::stringWithUTF8String("<" + objectClass()->name() + text);
+}
+
+bool Object::isEqual(const Object* other) const { return this == other; }
+
+size_t Object::hash() const { return std::hash<const void*>()(this); }
+
+Ref<Object> Object::copy() const
+{
+    raisePlatformException(NSInvalidArgumentException,
+        "-[" + objectClass()->name() + " copyWithZone:]: unrecognized selector sent to instance");
+}
+
+Ref<Object> Object::mutableCopy() const
+{
+    raisePlatformException(NSInvalidArgumentException,
+        "-[" + objectClass()->name() + " mutableCopyWithZone:]: unrecognized selector sent to instance");
+}
+
+bool Object::isKindOfClass(const Class* cls) const { return cls && objectClass()->isSubclassOfClass(cls); }
+
+bool Object::isMemberOfClass(const Class* cls) const { return objectClass() == cls; }
+
+const Method* Object::methodForSelector(SEL sel) const { return objectClass()->instanceMethod(sel); }
+
+Object* Object::forwardingTargetForSelector(SEL) const { return nullptr; }
+
+bool Object::respondsToSelector(SEL sel) const
+{
+    if (!sel)
+        return false;
+    if (methodForSelector(sel))
+        return true;
+    const Object* target = forwardingTargetForSelector(sel);
+    return target && target->respondsToSelector(sel);
+}
+
+Ref<MethodSignature> Object::methodSignatureForSelector(SEL sel) const
+{
+    if (!sel)
+        return nullptr;
+    if (const Method* method = methodForSelector(sel))
+        return MethodSignature::signatureWithObjCTypes(method->types);
+    const Object* target = forwardingTargetForSelector(sel);
+    return target ? target->methodSignatureForSelector(sel) : nullptr;
+}
+
+Ref<Object> Object::performSelectorWithArguments(SEL sel, Arguments arguments)
+{
+    if (sel) {
+        if (const Method* method = methodForSelector(sel))
+            return method->implementation(this, sel, arguments);
+        if (Object* target = forwardingTargetForSelector(sel))
+            return target->performSelectorWithArguments(sel, arguments);
+    }
+    doesNotRecognizeSelector(sel);
+}
+
+void Object::doesNotRecognizeSelector(SEL sel) const
+{
+    char address[32];
+    std::snprintf(address, sizeof address, "%p", static_cast<const void*>(this));
+    const bool isClass = objectClass() == Class::staticClass();
+    const std::string& className = isClass ? static_cast<const Class*>(this)->name() : objectClass()->name();
+    raisePlatformException(NSInvalidArgumentException,
+        std::string(isClass ? "+[" : "-[") + className + " " + (sel ? sel->name() : "(null)")
+            + "]: unrecognized selector sent to " + (isClass ? "class " : "instance ") + address);
+}
+
+String* Object::objectLogCategory() const { return objectClass()->logCategory(); }
+
+bool objectsEqual(const Object* a, const Object* b)
+{
+    if (a == b)
+        return true;
+    return a && b && a->isEqual(b);
+}
+
+} // namespace zon

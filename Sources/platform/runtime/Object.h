@@ -1,0 +1,170 @@
+#pragma once
+
+#include "platform/Export.h"
+#include "platform/runtime/Ref.h"
+#include "platform/runtime/Selector.h"
+
+#include <atomic>
+#include <cstddef>
+#include <cstdint>
+#include <initializer_list>
+#include <span>
+#include <utility>
+
+namespace zon {
+
+class Class;
+class MethodSignature;
+class Object;
+class String;
+struct Method;
+
+// The argument objects of a call by selector, in order; nil is a null pointer.
+using Arguments = std::span<Object* const>;
+
+struct ImmortalTag {};
+
+// Makes objects for the factories of each class; constructors stay private to their class and
+// name this as a friend (ZON_OBJECT does).
+class ObjectFactory {
+public:
+    template <class T, class... Args>
+    static Ref<T> make(Args&&... args)
+    {
+        return adoptRef(new T(std::forward<Args>(args)...));
+    }
+};
+
+template <class T, class... Args>
+Ref<T> makeObject(Args&&... args)
+{
+    return ObjectFactory::make<T>(std::forward<Args>(args)...);
+}
+
+// Declares a class of the object runtime inside its C++ class body. The .cpp defines it with
+// ZON_DEFINE_CLASS, giving the run-time name and, optionally, the methods it exports.
+#define ZON_OBJECT(Self, Base)                                                                     \
+public:                                                                                            \
+    using Super = Base;                                                                            \
+    static ::zon::Class* staticClass();                                                            \
+    ::zon::Class* objectClass() const override;                                                    \
+                                                                                                   \
+private:                                                                                           \
+    friend class ::zon::ObjectFactory;
+
+// Defines the run-time class of Self under a run-time name. When Self declares
+// `static void exportMethods(zon::Class&)`, it runs once to add the methods callable by selector.
+#define ZON_DEFINE_CLASS(Self, runtimeName)                                                        \
+    ::zon::Class* Self::staticClass()                                                              \
+    {                                                                                              \
+        static ::zon::Class* const cls = ::zon::Class::define<Self>(runtimeName);                  \
+        return cls;                                                                                \
+    }                                                                                              \
+    ::zon::Class* Self::objectClass() const { return staticClass(); }
+
+// The root of every object: an intrusive, thread-safe reference count, run-time class and method
+// lookup, and the operations every value answers (description, equality, hash, copies).
+//
+// Lifetime: objects are made by their class's factories and start with one reference, which the
+// returned Ref owns. release() destroys the object when the count reaches zero, on the releasing
+// thread; destroying a deep graph (a million nested arrays) does not recurse once per level.
+// Immortal objects (string constants, singletons) ignore retain and release.
+class ZON_EXPORT Object {
+public:
+    static Class* staticClass();
+    virtual Class* objectClass() const;
+
+    void retain() const noexcept;
+    void release() const noexcept;
+    uint32_t retainCount() const noexcept;
+    bool isImmortal() const noexcept { return refCount_.load(std::memory_order_relaxed) == kImmortal; }
+    // Hands one reference to the innermost autorelease pool of this thread.
+    Object* autorelease() const;
+
+    virtual Ref<String> description() const;
+    virtual bool isEqual(const Object* other) const;
+    virtual size_t hash() const;
+    // Copies raise NSInvalidArgumentException unless the class supports copying.
+    virtual Ref<Object> copy() const;
+    virtual Ref<Object> mutableCopy() const;
+
+    bool isKindOfClass(const Class* cls) const;
+    bool isMemberOfClass(const Class* cls) const;
+    bool respondsToSelector(SEL sel) const;
+    // The signature of the method the receiver answers under sel, or nil.
+    Ref<MethodSignature> methodSignatureForSelector(SEL sel) const;
+
+    // Calls the method exported under sel with these arguments (missing ones are nil) and answers
+    // its object result (nil for void; scalars come back boxed as numbers). An unknown selector
+    // raises NSInvalidArgumentException.
+    Ref<Object> performSelectorWithArguments(SEL sel, Arguments arguments);
+    Ref<Object> performSelector(SEL sel) { return performSelectorWithArguments(sel, {}); }
+    Ref<Object> performSelector(SEL sel, Object* argument)
+    {
+        Object* args[] = {argument};
+        return performSelectorWithArguments(sel, args);
+    }
+    Ref<Object> performSelector(SEL sel, Object* first, Object* second)
+    {
+        Object* args[] = {first, second};
+        return performSelectorWithArguments(sel, args);
+    }
+
+    // The method that answers sel for this receiver, or null. Classes answer their class
+    // methods; proxies answer for the object they stand for.
+    virtual const Method* methodForSelector(SEL sel) const;
+
+    // NSObject(ZonLoggingExtensions): the category of this object's log lines, that of its class
+    // ("default" unless the class or a base class overrides the class operation).
+    virtual String* objectLogCategory() const;
+
+protected:
+    constexpr Object() noexcept = default;
+    constexpr explicit Object(ImmortalTag) noexcept : refCount_(kImmortal) {}
+    // A copy (such as a thrown exception) starts with its own count of one.
+    Object(const Object&) noexcept : refCount_(1) {}
+    Object& operator=(const Object&) noexcept { return *this; }
+    virtual ~Object();
+
+    // Makes this object ignore retain and release from now on; for objects that live as long as
+    // the process.
+    void makeImmortal() noexcept { refCount_.store(kImmortal, std::memory_order_relaxed); }
+
+    // The object that answers selectors this receiver has no method for, or null.
+    virtual Object* forwardingTargetForSelector(SEL sel) const;
+    [[noreturn]] void doesNotRecognizeSelector(SEL sel) const;
+
+private:
+    static constexpr uint32_t kImmortal = UINT32_MAX;
+    static void destroy(const Object* object) noexcept;
+
+    mutable std::atomic<uint32_t> refCount_ {1};
+};
+
+// Answers object as a T when it is of class T or a subclass, else null.
+template <class T>
+T* dynamicCast(Object* object)
+{
+    return object && object->isKindOfClass(T::staticClass()) ? static_cast<T*>(object) : nullptr;
+}
+template <class T>
+const T* dynamicCast(const Object* object)
+{
+    return object && object->isKindOfClass(T::staticClass()) ? static_cast<const T*>(object) : nullptr;
+}
+template <class T>
+Ref<T> dynamicCast(const Ref<Object>& object)
+{
+    return Ref<T>(dynamicCast<T>(object.get()));
+}
+// For a Ref that is known to hold a T (the caller checked, or the API guarantees it).
+template <class T, class U>
+Ref<T> staticRefCast(Ref<U> object)
+{
+    return adoptRef(static_cast<T*>(object.leakRef()));
+}
+
+// Equality as collections use it: both nil, or isEqual.
+ZON_EXPORT bool objectsEqual(const Object* a, const Object* b);
+
+} // namespace zon

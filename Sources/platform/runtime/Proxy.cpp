@@ -1,0 +1,31 @@
+#include "platform/runtime/Proxy.h"
+
+#include "platform/runtime/Class.h"
+#include "platform/values/String.h"
+
+namespace zon {
+
+Class* Proxy::staticClass()
+{
+    static Class* const cls = [] {
+        Class* root = Class::defineClass("NSProxy", nullptr);
+        root->exportClassMethod("objectLogCategory", +[]() -> String* { return ZSTR("default"); });
+        return root;
+    }();
+    return cls;
+}
+
+Class* Proxy::objectClass() const { return staticClass(); }
+
+Proxy::Proxy(Ref<Object> target) : target_(std::move(target)) {}
+
+Ref<Proxy> Proxy::proxyForObject(Object* target) { return makeObject<Proxy>(Ref(target)); }
+
+String* Proxy::objectLogCategory() const { return objectClass()->logCategory(); }
+
+Ref<String> Proxy::description() const
+{
+    return target_ ? target_->description() : Object::description();
+}
+
+} // namespace zon

@@ -1,0 +1,30 @@
+# Warnings and sanitizer flags shared by every target of the project.
+add_library(zon_compile_options INTERFACE)
+target_compile_options(zon_compile_options INTERFACE
+  -Wall -Wextra -Wno-unused-parameter -Wno-missing-field-initializers)
+
+if(ZON_SANITIZE STREQUAL "address")
+  add_compile_options(-fsanitize=address,undefined -fno-sanitize-recover=undefined -fno-omit-frame-pointer)
+  add_link_options(-fsanitize=address,undefined)
+elseif(ZON_SANITIZE STREQUAL "thread")
+  add_compile_options(-fsanitize=thread -fno-omit-frame-pointer)
+  add_link_options(-fsanitize=thread)
+elseif(NOT ZON_SANITIZE STREQUAL "")
+  message(FATAL_ERROR "ZON_SANITIZE must be empty, address or thread")
+endif()
+
+# Adds the sources of one Sources/ folder to a library and installs its headers
+# under include/ZonCommon/<folder>.
+function(zon_add_sources target folder)
+  set(headers)
+  set(sources)
+  foreach(f IN LISTS ARGN)
+    if(f MATCHES "\\.h$")
+      list(APPEND headers ${f})
+    else()
+      list(APPEND sources ${f})
+    endif()
+  endforeach()
+  target_sources(${target} PRIVATE ${sources} ${headers})
+  install(FILES ${headers} DESTINATION ${CMAKE_INSTALL_INCLUDEDIR}/ZonCommon/${folder})
+endfunction()
