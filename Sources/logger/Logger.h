@@ -1,1 +1,55 @@
 #pragma once
+
+// The Logger library: where log records go. Records arrive already formatted (the library's
+// zon_log_obj formats them); the Logger filters them by level, stamps them and hands them to its
+// sinks. Every entry point is safe from any thread and never throws.
+//
+// Levels: 1 error, 2 warning, 3 life-cycle information, 5 per-operation detail (4 is unused);
+// a record passes a sink when its level is at or below the sink's threshold.
+
+#include <atomic>
+#include <memory>
+#include <string>
+#include <string_view>
+#include <vector>
+
+#define ZON_LOGGER_EXPORT __attribute__((visibility("default")))
+
+namespace zon::logger {
+
+struct Record {
+    std::string_view file;       // path of the source unit
+    int line;
+    std::string_view category;   // the object's log category
+    int level;
+    std::string_view identifier; // the log stream
+    std::string_view message;    // the formatted text
+};
+
+class ZON_LOGGER_EXPORT Sink {
+public:
+    explicit Sink(int threshold) : threshold_(threshold) {}
+    virtual ~Sink();
+    int threshold() const { return threshold_.load(std::memory_order_relaxed); }
+    void setThreshold(int level);
+    // Called with the Logger's sink lock not held; a sink serialises its own output.
+    virtual void write(const Record& record) noexcept = 0;
+
+private:
+    std::atomic<int> threshold_;
+};
+
+// The highest threshold of all sinks: a record above it is dropped before any formatting.
+ZON_LOGGER_EXPORT extern std::atomic<int> gMaximumThreshold;
+
+inline bool isEnabled(int level) noexcept { return level <= gMaximumThreshold.load(std::memory_order_relaxed); }
+
+ZON_LOGGER_EXPORT void write(const Record& record) noexcept;
+
+ZON_LOGGER_EXPORT void addSink(std::shared_ptr<Sink> sink);
+ZON_LOGGER_EXPORT void removeSink(const std::shared_ptr<Sink>& sink);
+ZON_LOGGER_EXPORT std::vector<std::shared_ptr<Sink>> sinks();
+// Recomputes gMaximumThreshold after a sink's threshold changed (Sink::setThreshold calls it).
+ZON_LOGGER_EXPORT void thresholdsChanged();
+
+} // namespace zon::logger
