@@ -1,5 +1,6 @@
 #include "platform/runtime/Object.h"
 
+#include "extensions/NSObject+ZonExtensions.h"
 #include "platform/runtime/AutoreleasePool.h"
 #include "platform/runtime/Class.h"
 #include "platform/runtime/MethodSignature.h"
@@ -49,7 +50,7 @@ Class* Object::staticClass()
 {
     static Class* const cls = [] {
         Class* root = Class::defineClass("NSObject", nullptr);
-        root->exportClassMethod("objectLogCategory", +[]() -> String* { return ZSTR("default"); });
+        detail::addLogCategoryClassMethod(root);
         return root;
     }();
     return cls;
@@ -170,8 +171,6 @@ void Object::doesNotRecognizeSelector(SEL sel) const
         std::string(isClass ? "+[" : "-[") + className + " " + (sel ? sel->name() : "(null)")
             + "]: unrecognized selector sent to " + (isClass ? "class " : "instance ") + address);
 }
-
-String* Object::objectLogCategory() const { return objectClass()->logCategory(); }
 
 bool objectsEqual(const Object* a, const Object* b)
 {

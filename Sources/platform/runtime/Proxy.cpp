@@ -1,5 +1,6 @@
 #include "platform/runtime/Proxy.h"
 
+#include "extensions/NSObject+ZonExtensions.h"
 #include "platform/runtime/Class.h"
 #include "platform/values/String.h"
 
@@ -9,7 +10,7 @@ Class* Proxy::staticClass()
 {
     static Class* const cls = [] {
         Class* root = Class::defineClass("NSProxy", nullptr);
-        root->exportClassMethod("objectLogCategory", +[]() -> String* { return ZSTR("default"); });
+        detail::addLogCategoryClassMethod(root);
         return root;
     }();
     return cls;
@@ -20,8 +21,6 @@ Class* Proxy::objectClass() const { return staticClass(); }
 Proxy::Proxy(Ref<Object> target) : target_(std::move(target)) {}
 
 Ref<Proxy> Proxy::proxyForObject(Object* target) { return makeObject<Proxy>(Ref(target)); }
-
-String* Proxy::objectLogCategory() const { return objectClass()->logCategory(); }
 
 Ref<String> Proxy::description() const
 {

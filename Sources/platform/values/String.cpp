@@ -1,11 +1,16 @@
 #include "platform/values/String.h"
 
 #include "platform/runtime/Class.h"
+#include "platform/values/CharacterSet.h"
 #include "platform/values/Exception.h"
+#include "platform/values/MutableString.h"
+#include "platform/values/StringInternal.h"
 #include "platform/values/UTF.h"
 
 #include <cstring>
+#include <memory>
 #include <new>
+#include <ostream>
 
 namespace zon {
 
@@ -25,24 +30,31 @@ Ref<String> String::string() { return Ref<String>(ZSTR("")); }
 
 Ref<String> String::stringWithCharacters(const char16_t* units, size_t length)
 {
-    char16_t* storage;
-    Ref<String> result = allocate(length, &storage);
-    if (length)
-        std::memcpy(storage, units, length * sizeof(char16_t));
-    return result;
+    return StringBuilder::build(length, [&](char16_t* storage) {
+        if (length)
+            std::memcpy(storage, units, length * sizeof(char16_t));
+    });
 }
 
 Ref<String> String::stringWithUTF8String(std::string_view utf8)
 {
-    // UTF-16 never needs more units than UTF-8 has bytes; shrink-free: the block keeps the slack
-    // only when the text is not pure ASCII.
-    const size_t units = utf::utf16LengthOfUTF8(utf8);
-    if (units == utf::kInvalid)
-        return nullptr;
-    char16_t* storage;
-    Ref<String> result = allocate(units, &storage);
-    utf::convertValidUTF8ToUTF16(utf8, storage);
-    return result;
+    // One pass that checks and decodes into scratch room (the stack for short text), then a copy
+    // into an exactly sized string: cheaper than counting first, and no slack is kept.
+    constexpr size_t kStackUnits = 512;
+    char16_t stackBuffer[kStackUnits];
+    std::unique_ptr<char16_t[]> heapBuffer;
+    char16_t* scratch = stackBuffer;
+    if (utf8.size() > kStackUnits) {
+        heapBuffer = std::make_unique_for_overwrite<char16_t[]>(utf8.size());
+        scratch = heapBuffer.get();
+    }
+    const size_t units = utf::convertUTF8ToUTF16(utf8, scratch);
+    return units == utf::kInvalid ? nullptr : stringWithCharacters(scratch, units);
+}
+
+Ref<String> String::stringWithString(const String* text)
+{
+    return text ? stringWithCharacters(text->units_, text->length_) : nullptr;
 }
 
 char16_t String::characterAtIndex(size_t index) const
@@ -68,16 +80,172 @@ bool String::isEqual(const Object* other) const
     return text && isEqualToString(text);
 }
 
+// Contents only, so a string and a mutable string with the same units hash alike.
 size_t String::hash() const { return std::hash<std::u16string_view>()(view()); }
 
 Ref<Object> String::copy() const
 {
-    if (isMemberOfClass(String::staticClass()))
+    if (!isKindOfClass(MutableString::staticClass()))
         return Ref<Object>(const_cast<String*>(this));
     return stringWithCharacters(units_, length_);
 }
 
-// Replaced by the mutable string's unit.
-Ref<Object> String::mutableCopy() const { return copy(); }
+Ref<String> String::immutableSelf() const { return staticRefCast<String>(copy()); }
+
+Ref<Object> String::mutableCopy() const { return MutableString::stringWithString(this); }
+
+// MARK: Substrings and building
+
+namespace text {
+
+void checkIndex(size_t index, size_t length, const char* operation)
+{
+    if (index > length) {
+        raisePlatformException(NSRangeException,
+            "-[NSString " + std::string(operation) + "]: Index " + std::to_string(index)
+                + " out of bounds; string length " + std::to_string(length));
+    }
+}
+
+void checkRange(Range range, size_t length, const char* operation)
+{
+    if (range.location > length || range.length > length - range.location) {
+        raisePlatformException(NSRangeException,
+            "-[NSString " + std::string(operation) + "]: Range {" + std::to_string(range.location) + ", "
+                + std::to_string(range.length) + "} out of bounds; string length " + std::to_string(length));
+    }
+}
+
+} // namespace text
+
+Ref<String> String::substringFromIndex(size_t from) const
+{
+    text::checkIndex(from, length_, "substringFromIndex:");
+    return StringBuilder::fromView(view().substr(from));
+}
+
+Ref<String> String::substringToIndex(size_t to) const
+{
+    text::checkIndex(to, length_, "substringToIndex:");
+    return StringBuilder::fromView(view().substr(0, to));
+}
+
+Ref<String> String::substringWithRange(Range range) const
+{
+    text::checkRange(range, length_, "substringWithRange:");
+    return StringBuilder::fromView(view().substr(range.location, range.length));
+}
+
+Ref<String> String::stringByAppendingString(const String* tail) const
+{
+    const size_t tailLength = tail ? tail->length_ : 0;
+    return StringBuilder::build(length_ + tailLength, [&](char16_t* out) {
+        std::copy_n(units_, length_, out);
+        if (tailLength)
+            std::copy_n(tail->units_, tailLength, out + length_);
+    });
+}
+
+Ref<String> String::stringByReplacingCharactersInRange_withString(Range range, const String* replacement) const
+{
+    text::checkRange(range, length_, "stringByReplacingCharactersInRange:withString:");
+    std::u16string_view with = replacement ? replacement->view() : std::u16string_view {};
+    return StringBuilder::build(length_ - range.length + with.size(), [&](char16_t* out) {
+        out = std::copy_n(units_, range.location, out);
+        out = std::copy(with.begin(), with.end(), out);
+        std::copy(units_ + range.end(), units_ + length_, out);
+    });
+}
+
+std::vector<Range> text::findOccurrences(const String* text, const String* target, StringCompareOptions options,
+    Range range)
+{
+    std::vector<Range> matches;
+    if (!target || !target->length())
+        return matches;
+    if (options & NSAnchoredSearch) {
+        const Range found = text->rangeOfString_options_range(target, options, range);
+        if (found.location != NSNotFound)
+            matches.push_back(found);
+        return matches;
+    }
+    // Front to back whatever the options say, so that matches never overlap.
+    for (Range rest = range;;) {
+        const Range found = text->rangeOfString_options_range(target, options & ~NSBackwardsSearch, rest);
+        if (found.location == NSNotFound)
+            return matches;
+        matches.push_back(found);
+        rest = {found.end(), range.end() - found.end()};
+    }
+}
+
+Ref<String> String::stringByReplacingOccurrencesOfString_withString_options_range(const String* target,
+    const String* replacement, StringCompareOptions options, Range range) const
+{
+    text::checkRange(range, length_, "stringByReplacingOccurrencesOfString:withString:options:range:");
+    const std::vector<Range> matches = text::findOccurrences(this, target, options, range);
+    if (matches.empty())
+        return immutableSelf();
+    const std::u16string_view with = replacement ? replacement->view() : std::u16string_view {};
+    std::u16string out;
+    size_t copied = 0;
+    for (const Range& match : matches) {
+        out.append(view().substr(copied, match.location - copied)).append(with);
+        copied = match.end();
+    }
+    out.append(view().substr(copied));
+    return StringBuilder::fromView(out);
+}
+
+std::vector<Ref<String>> String::componentsSeparatedByString(const String* separator) const
+{
+    std::vector<Ref<String>> pieces;
+    if (!separator || !separator->length_) {
+        pieces.push_back(immutableSelf());
+        return pieces;
+    }
+    const std::u16string_view text = view();
+    size_t start = 0;
+    for (size_t found; (found = text.find(separator->view(), start)) != text.npos; start = found + separator->length_)
+        pieces.push_back(StringBuilder::fromView(text.substr(start, found - start)));
+    pieces.push_back(StringBuilder::fromView(text.substr(start)));
+    return pieces;
+}
+
+std::vector<Ref<String>> String::componentsSeparatedByCharactersInSet(const CharacterSet* set) const
+{
+    std::vector<Ref<String>> pieces;
+    const std::u16string_view text = view();
+    size_t start = 0;
+    for (size_t i = 0, units; i < text.size(); i += units) {
+        const char32_t c = text::codePointAt(text, i, &units);
+        if (set && set->longCharacterIsMember(c)) {
+            pieces.push_back(StringBuilder::fromView(text.substr(start, i - start)));
+            start = i + units;
+        }
+    }
+    pieces.push_back(StringBuilder::fromView(text.substr(start)));
+    return pieces;
+}
+
+Ref<String> String::stringByTrimmingCharactersInSet(const CharacterSet* set) const
+{
+    if (!set)
+        return immutableSelf();
+    const std::u16string_view text = view();
+    size_t start = 0, end = text.size(), units;
+    while (start < end && set->longCharacterIsMember(text::codePointAt(text, start, &units)))
+        start += units;
+    while (end > start && set->longCharacterIsMember(text::codePointBefore(text, end, &units)))
+        end -= units;
+    if (start == 0 && end == text.size())
+        return immutableSelf();
+    return StringBuilder::fromView(text.substr(start, end - start));
+}
+
+std::ostream& operator<<(std::ostream& stream, const String* text)
+{
+    return text ? stream << text->UTF8String() : stream << "(null)";
+}
 
 } // namespace zon

@@ -1,12 +1,44 @@
 #pragma once
 
 #include "platform/runtime/Object.h"
+#include "platform/values/ComparisonResult.h"
+#include "platform/values/Format.h"
+#include "platform/values/Range.h"
 
 #include <cstddef>
+#include <cstdint>
+#include <iosfwd>
+#include <optional>
 #include <string>
 #include <string_view>
+#include <vector>
 
 namespace zon {
+
+class CharacterSet;
+
+// Options of searches and comparisons; combine them with |.
+using StringCompareOptions = unsigned long;
+inline constexpr StringCompareOptions NSCaseInsensitiveSearch = 1;
+// Accepted for compatibility: every comparison here is by UTF-16 unit (no canonical equivalence).
+inline constexpr StringCompareOptions NSLiteralSearch = 2;
+inline constexpr StringCompareOptions NSBackwardsSearch = 4;
+inline constexpr StringCompareOptions NSAnchoredSearch = 8;
+// Runs of ASCII digits compare by their value ("file9" < "file10").
+inline constexpr StringCompareOptions NSNumericSearch = 64;
+
+// Byte encodings a string converts from and to; the values are the platform's.
+enum StringEncoding : uint32_t {
+    NSASCIIStringEncoding = 1,
+    NSUTF8StringEncoding = 4,
+    NSISOLatin1StringEncoding = 5,
+    // With a byte-order mark when reading (big-endian without one); writes a mark and host order.
+    NSUTF16StringEncoding = 10,
+    NSUnicodeStringEncoding = 10,
+    // Explicit byte order: no mark is read or written; a leading U+FEFF stays a character.
+    NSUTF16BigEndianStringEncoding = 0x90000100,
+    NSUTF16LittleEndianStringEncoding = 0x94000100,
+};
 
 // An immutable string of UTF-16 code units. Lengths, indexes and ranges count code units, as the
 // library's algorithms expect; lone surrogates are kept as they are. Run-time class NSString.
@@ -24,6 +56,15 @@ public:
     }
     // Nil when the bytes are not valid UTF-8.
     static Ref<String> stringWithUTF8String(std::string_view utf8);
+    // A copy of text; nil stays nil.
+    static Ref<String> stringWithString(const String* text);
+    // Decodes bytes in an encoding; nil when they are not valid in it (bad UTF-8, an odd number
+    // of UTF-16 bytes, a byte past 0x7F in ASCII). Latin-1 accepts every byte.
+    static Ref<String> initWithBytes_length_encoding(const void* bytes, size_t length, StringEncoding encoding);
+    static Ref<String> initWithBytes_length_encoding(std::string_view bytes, StringEncoding encoding)
+    {
+        return initWithBytes_length_encoding(bytes.data(), bytes.size(), encoding);
+    }
 
     size_t length() const { return length_; }
     const char16_t* characters() const { return units_; }
@@ -31,18 +72,129 @@ public:
     // Raises NSRangeException past the end.
     char16_t characterAtIndex(size_t index) const;
 
+    // UTF-8; lone surrogates become U+FFFD.
     std::string UTF8String() const;
+    // The bytes in an encoding, or nothing when a character has no form in it (past U+00FF in
+    // Latin-1, past U+007F in ASCII); with allowLossyConversion such characters become '?'.
+    std::optional<std::string> bytesUsingEncoding(StringEncoding encoding, bool allowLossyConversion = false) const;
+    bool canBeConvertedToEncoding(StringEncoding encoding) const;
 
     Ref<String> description() const override;
     bool isEqual(const Object* other) const override;
     size_t hash() const override;
+    // An immutable string answers itself; a mutable one an immutable snapshot.
     Ref<Object> copy() const override;
+    // Always a new MutableString.
     Ref<Object> mutableCopy() const override;
 
     bool isEqualToString(const String* other) const;
 
-    // Frees tail-allocated strings (the storage lives in the same block as the object).
+    // Substrings. Indexes past the end raise NSRangeException.
+    Ref<String> substringFromIndex(size_t from) const;
+    Ref<String> substringToIndex(size_t to) const;
+    Ref<String> substringWithRange(Range range) const;
+
+    // Searching. A miss (and an empty or nil search string) answers {NSNotFound, 0}. The range
+    // argument limits the search to part of the receiver; past the end it raises NSRangeException.
+    Range rangeOfString(const String* search) const { return rangeOfString_options(search, 0); }
+    Range rangeOfString_options(const String* search, StringCompareOptions options) const
+    {
+        return rangeOfString_options_range(search, options, {0, length_});
+    }
+    Range rangeOfString_options_range(const String* search, StringCompareOptions options, Range range) const;
+    // The first (or with NSBackwardsSearch the last) character in the set; a surrogate pair
+    // tests as its code point and answers a range of length 2.
+    Range rangeOfCharacterFromSet(const CharacterSet* set) const { return rangeOfCharacterFromSet_options(set, 0); }
+    Range rangeOfCharacterFromSet_options(const CharacterSet* set, StringCompareOptions options) const;
+    bool containsString(const String* search) const { return rangeOfString(search).location != NSNotFound; }
+    // An empty or nil prefix or suffix answers false.
+    bool hasPrefix(const String* prefix) const;
+    bool hasSuffix(const String* suffix) const;
+
+    // Comparing. Without NSNumericSearch units compare by value; case-insensitive comparisons
+    // fold each code point (simple case folding). A nil other orders before everything.
+    ComparisonResult compare(const String* other) const { return compare_options_range(other, 0, {0, length_}); }
+    ComparisonResult compare_options(const String* other, StringCompareOptions options) const
+    {
+        return compare_options_range(other, options, {0, length_});
+    }
+    ComparisonResult compare_options_range(const String* other, StringCompareOptions options, Range range) const;
+    ComparisonResult caseInsensitiveCompare(const String* other) const
+    {
+        return compare_options(other, NSCaseInsensitiveSearch);
+    }
+    // By the collation rules of the process's default locale.
+    ComparisonResult localizedCompare(const String* other) const;
+    ComparisonResult localizedCaseInsensitiveCompare(const String* other) const;
+
+    // Splitting, trimming and building.
+    // An empty or nil separator answers the receiver alone; adjacent separators give "" pieces.
+    std::vector<Ref<String>> componentsSeparatedByString(const String* separator) const;
+    std::vector<Ref<String>> componentsSeparatedByCharactersInSet(const CharacterSet* set) const;
+    Ref<String> stringByTrimmingCharactersInSet(const CharacterSet* set) const;
+    Ref<String> stringByAppendingString(const String* tail) const;
+    // An empty or nil target answers the receiver; a nil replacement counts as "".
+    Ref<String> stringByReplacingOccurrencesOfString_withString(const String* target, const String* replacement) const
+    {
+        return stringByReplacingOccurrencesOfString_withString_options_range(target, replacement, 0, {0, length_});
+    }
+    Ref<String> stringByReplacingOccurrencesOfString_withString_options_range(const String* target,
+        const String* replacement, StringCompareOptions options, Range range) const;
+    Ref<String> stringByReplacingCharactersInRange_withString(Range range, const String* replacement) const;
+
+    // Case mapping with the root locale's full mappings (so "ß" uppercases to "SS").
+    // capitalizedString titlecases the first letter or digit of each word and lowercases the
+    // rest; words are separated by white space and newlines.
+    Ref<String> uppercaseString() const;
+    Ref<String> lowercaseString() const;
+    Ref<String> capitalizedString() const;
+
+    // Numbers at the start of the string. White space and newlines are skipped, then an optional
+    // sign and the digits up to the first non-digit; no digits reads as 0 and values beyond the
+    // type saturate at its limits.
+    int intValue() const;
+    long integerValue() const;
+    long long longLongValue() const;
+    // A leading decimal number with optional fraction and exponent; 0 when there is none,
+    // infinity when it is too large.
+    double doubleValue() const;
+    float floatValue() const;
+    // True when the string starts (after white space, a sign and zeros) with Y, y, T, t or 1-9.
+    bool boolValue() const;
+
+    // Paths: components are separated by "/", repeated slashes count as one and a trailing slash
+    // adds nothing; a leading "/" is the component "/".
+    std::vector<Ref<String>> pathComponents() const;
+    static Ref<String> pathWithComponents(const std::vector<Ref<String>>& components);
+    bool isAbsolutePath() const;
+    Ref<String> lastPathComponent() const;
+    // The text after the last "." of the last component; "" when there is none or the only dot
+    // starts the component (".profile").
+    Ref<String> pathExtension() const;
+    Ref<String> stringByDeletingLastPathComponent() const;
+    Ref<String> stringByDeletingPathExtension() const;
+    Ref<String> stringByAppendingPathComponent(const String* component) const;
+    // Nil when the receiver has no last component ("" or "/") or the extension holds a "/".
+    Ref<String> stringByAppendingPathExtension(const String* extension) const;
+
+    // printf-style formatting with %@ for objects; the rules are in Format.h.
+    template <class... Args>
+    static Ref<String> stringWithFormat(std::string_view format, const Args&... args)
+    {
+        return stringWithFormatArguments(format, makeFormatArguments(args...));
+    }
+    template <class... Args>
+    static Ref<String> stringWithFormat(const String* format, const Args&... args)
+    {
+        return stringWithFormatArguments(format, makeFormatArguments(args...));
+    }
+
+    // Tail-allocated strings keep their units in the same block as the object, so the block is
+    // freed unsized; subclasses (MutableString) allocate through the same pair.
+    static void* operator new(size_t size) { return ::operator new(size); }
+    static void* operator new(size_t, void* place) noexcept { return place; }
     static void operator delete(void* pointer) { ::operator delete(pointer); }
+    static void operator delete(void*, void*) noexcept {}
 
 protected:
     constexpr String(ImmortalTag tag, const char16_t* units, size_t length) noexcept
@@ -59,8 +211,16 @@ protected:
 private:
     // Makes a string whose length units follow the object in one allocation; the caller fills them.
     static Ref<String> allocate(size_t length, char16_t** units);
+    // This string when it is immutable, else an immutable copy: results that equal the receiver
+    // must not change when a mutable receiver does.
+    Ref<String> immutableSelf() const;
     friend class StringBuilder;
 };
+
+// Prints the UTF-8 text, or "(null)" for nil (also how GoogleTest shows strings).
+ZON_EXPORT std::ostream& operator<<(std::ostream& stream, const String* text);
+inline void PrintTo(const String* text, std::ostream* stream) { *stream << text; }
+inline void PrintTo(String* text, std::ostream* stream) { *stream << static_cast<const String*>(text); }
 
 // A string made at compile time from a u"" literal; immortal, so it is safe in any static.
 class ZON_EXPORT ConstantString final : public String {

@@ -3,136 +3,245 @@
 #include <cstdint>
 #include <cstring>
 
+#include <emmintrin.h>
+
 namespace zon::utf {
 
 namespace {
 
-bool isContinuation(unsigned char c) { return (c & 0xC0) == 0x80; }
+using Byte = unsigned char;
 
-// Length in bytes of the valid sequence at p, or 0.
-size_t sequenceLength(const unsigned char* p, const unsigned char* end)
+// Bit i set when byte i of the 16 at p is not ASCII.
+unsigned nonASCIIMask16(const Byte* p)
 {
-    const unsigned char c = p[0];
-    const size_t left = static_cast<size_t>(end - p);
-    if (c < 0x80)
-        return 1;
-    if (c >= 0xC2 && c <= 0xDF)
-        return left >= 2 && isContinuation(p[1]) ? 2 : 0;
-    if (c >= 0xE0 && c <= 0xEF) {
-        if (left < 3 || !isContinuation(p[1]) || !isContinuation(p[2]))
-            return 0;
-        if (c == 0xE0 && p[1] < 0xA0)
-            return 0; // overlong
-        if (c == 0xED && p[1] >= 0xA0)
-            return 0; // surrogate
-        return 3;
-    }
-    if (c >= 0xF0 && c <= 0xF4) {
-        if (left < 4 || !isContinuation(p[1]) || !isContinuation(p[2]) || !isContinuation(p[3]))
-            return 0;
-        if (c == 0xF0 && p[1] < 0x90)
-            return 0; // overlong
-        if (c == 0xF4 && p[1] >= 0x90)
-            return 0; // past U+10FFFF
-        return 4;
-    }
-    return 0;
+    return static_cast<unsigned>(_mm_movemask_epi8(_mm_loadu_si128(reinterpret_cast<const __m128i*>(p))));
 }
 
-bool allASCII8(const unsigned char* p)
+// Whether the 8 units at p are all below 0x80.
+bool allASCII8(const char16_t* p)
 {
-    uint64_t word;
-    std::memcpy(&word, p, 8);
-    return (word & 0x8080808080808080ULL) == 0;
+    const __m128i v = _mm_loadu_si128(reinterpret_cast<const __m128i*>(p));
+    const __m128i high = _mm_and_si128(v, _mm_set1_epi16(static_cast<short>(0xFF80)));
+    return _mm_movemask_epi8(_mm_cmpeq_epi16(high, _mm_setzero_si128())) == 0xFFFF;
+}
+
+void widen16(const Byte* p, char16_t* out)
+{
+    const __m128i bytes = _mm_loadu_si128(reinterpret_cast<const __m128i*>(p));
+    const __m128i zero = _mm_setzero_si128();
+    _mm_storeu_si128(reinterpret_cast<__m128i*>(out), _mm_unpacklo_epi8(bytes, zero));
+    _mm_storeu_si128(reinterpret_cast<__m128i*>(out + 8), _mm_unpackhi_epi8(bytes, zero));
+}
+
+void narrow8(const char16_t* p, char* out)
+{
+    const __m128i units = _mm_loadu_si128(reinterpret_cast<const __m128i*>(p));
+    _mm_storel_epi64(reinterpret_cast<__m128i*>(out), _mm_packus_epi16(units, units));
+}
+
+bool isLeadSurrogate(uint32_t c) { return c >= 0xD800 && c <= 0xDBFF; }
+bool isTrailSurrogate(uint32_t c) { return c >= 0xDC00 && c <= 0xDFFF; }
+
+} // namespace
+
+namespace {
+
+// Validates UTF-8 (see Unicode table 3-7) and, when Write, decodes it into out; answers the
+// number of UTF-16 units or kInvalid. Counting and decoding share this one routine so that they
+// can never disagree about what is valid.
+template <bool Write>
+size_t decodeUTF8(std::string_view utf8, char16_t* out)
+{
+    auto* p = reinterpret_cast<const Byte*>(utf8.data());
+    auto* const end = p + utf8.size();
+    char16_t* const start = out;
+    size_t units = 0; // counted when not writing
+    auto emit = [&](uint32_t unit) {
+        if constexpr (Write)
+            *out++ = static_cast<char16_t>(unit);
+        else
+            ++units;
+    };
+    while (p < end) {
+        // Blocks of ASCII go 16 bytes at a time.
+        if (end - p >= 16) {
+            const unsigned mask = nonASCIIMask16(p);
+            if (!mask) {
+                if constexpr (Write)
+                    widen16(p, out), out += 16;
+                else
+                    units += 16;
+                p += 16;
+                continue;
+            }
+            for (int ascii = __builtin_ctz(mask); ascii > 0; --ascii)
+                emit(*p++);
+        }
+        // Then one character at a time until ASCII comes back in bulk.
+        while (p < end) {
+            const uint32_t c = *p;
+            if (c < 0x80) {
+                emit(c);
+                ++p;
+                if (end - p >= 16 && !nonASCIIMask16(p))
+                    break;
+                continue;
+            }
+            const size_t left = static_cast<size_t>(end - p);
+            if (c < 0xE0) {
+                if (c < 0xC2 || left < 2 || (p[1] & 0xC0) != 0x80)
+                    return kInvalid;
+                emit(((c & 0x1F) << 6) | (p[1] & 0x3F));
+                p += 2;
+            } else if (c < 0xF0) {
+                if (left < 3 || (p[1] & 0xC0) != 0x80 || (p[2] & 0xC0) != 0x80)
+                    return kInvalid;
+                const uint32_t cp = ((c & 0x0F) << 12) | ((p[1] & 0x3F) << 6) | (p[2] & 0x3F);
+                if (cp < 0x800 || (cp >= 0xD800 && cp <= 0xDFFF))
+                    return kInvalid; // overlong or surrogate
+                emit(cp);
+                p += 3;
+            } else {
+                if (c > 0xF4 || left < 4 || (p[1] & 0xC0) != 0x80 || (p[2] & 0xC0) != 0x80 || (p[3] & 0xC0) != 0x80)
+                    return kInvalid;
+                const uint32_t cp = ((c & 0x07) << 18) | ((p[1] & 0x3F) << 12) | ((p[2] & 0x3F) << 6) | (p[3] & 0x3F);
+                if (cp < 0x10000 || cp > 0x10FFFF)
+                    return kInvalid; // overlong or past the last code point
+                emit(0xD800 + ((cp - 0x10000) >> 10));
+                emit(0xDC00 + ((cp - 0x10000) & 0x3FF));
+                p += 4;
+            }
+        }
+    }
+    if constexpr (Write)
+        return static_cast<size_t>(out - start);
+    else
+        return units;
 }
 
 } // namespace
 
-size_t utf16LengthOfUTF8(std::string_view utf8)
+size_t utf16LengthOfUTF8(std::string_view utf8) { return decodeUTF8<false>(utf8, nullptr); }
+
+void convertValidUTF8ToUTF16(std::string_view utf8, char16_t* out) { decodeUTF8<true>(utf8, out); }
+
+size_t convertUTF8ToUTF16(std::string_view utf8, char16_t* out) { return decodeUTF8<true>(utf8, out); }
+
+size_t utf8LengthOfUTF16(std::u16string_view utf16)
 {
-    auto* p = reinterpret_cast<const unsigned char*>(utf8.data());
-    auto* end = p + utf8.size();
-    size_t units = 0;
+    const char16_t* p = utf16.data();
+    const char16_t* end = p + utf16.size();
+    size_t bytes = 0;
+    // Without surrogates a unit takes 1 byte, 1 more from U+0080 and 1 more from U+0800; the
+    // extras are summed per lane and added up before a lane can overflow.
+    const __m128i zero = _mm_setzero_si128();
+    __m128i extras = zero;
+    size_t blocks = 0;
+    auto flush = [&] {
+        const __m128i sums = _mm_madd_epi16(extras, _mm_set1_epi16(1));
+        alignas(16) int32_t lanes[4];
+        _mm_store_si128(reinterpret_cast<__m128i*>(lanes), sums);
+        bytes += static_cast<size_t>(lanes[0]) + lanes[1] + lanes[2] + lanes[3];
+        extras = zero;
+        blocks = 0;
+    };
     while (p < end) {
-        if (end - p >= 8 && allASCII8(p)) {
-            p += 8;
-            units += 8;
-            continue;
+        if (end - p >= 8) {
+            const __m128i v = _mm_loadu_si128(reinterpret_cast<const __m128i*>(p));
+            const __m128i from800 = _mm_and_si128(v, _mm_set1_epi16(static_cast<short>(0xF800)));
+            const __m128i surrogate = _mm_cmpeq_epi16(from800, _mm_set1_epi16(static_cast<short>(0xD800)));
+            if (!_mm_movemask_epi8(surrogate)) {
+                const __m128i from80 = _mm_and_si128(v, _mm_set1_epi16(static_cast<short>(0xFF80)));
+                // A comparison lane is -1 where the unit is below the limit, so 1 + lane is 1
+                // exactly where it takes the extra byte.
+                const __m128i one = _mm_set1_epi16(1);
+                extras = _mm_add_epi16(extras, _mm_add_epi16(one, _mm_cmpeq_epi16(from80, zero)));
+                extras = _mm_add_epi16(extras, _mm_add_epi16(one, _mm_cmpeq_epi16(from800, zero)));
+                bytes += 8;
+                p += 8;
+                if (++blocks == 8192)
+                    flush();
+                continue;
+            }
         }
-        const size_t length = sequenceLength(p, end);
-        if (!length)
-            return kInvalid;
-        units += length == 4 ? 2 : 1;
-        p += length;
+        const uint32_t c = *p++;
+        if (c < 0x80)
+            bytes += 1;
+        else if (c < 0x800)
+            bytes += 2;
+        else if (isLeadSurrogate(c) && p < end && isTrailSurrogate(*p)) {
+            ++p;
+            bytes += 4;
+        } else
+            bytes += 3;
     }
-    return units;
+    flush();
+    return bytes;
 }
 
-void convertValidUTF8ToUTF16(std::string_view utf8, char16_t* out)
+char* convertUTF16ToUTF8(std::u16string_view utf16, char* o)
 {
-    auto* p = reinterpret_cast<const unsigned char*>(utf8.data());
-    auto* end = p + utf8.size();
+    const char16_t* p = utf16.data();
+    const char16_t* end = p + utf16.size();
     while (p < end) {
         if (end - p >= 8 && allASCII8(p)) {
-            for (int i = 0; i < 8; ++i)
-                *out++ = p[i];
+            narrow8(p, o);
             p += 8;
+            o += 8;
             continue;
         }
-        const unsigned char c = *p;
-        if (c < 0x80) {
-            *out++ = c;
-            p += 1;
-        } else if (c < 0xE0) {
-            *out++ = static_cast<char16_t>(((c & 0x1F) << 6) | (p[1] & 0x3F));
-            p += 2;
-        } else if (c < 0xF0) {
-            *out++ = static_cast<char16_t>(((c & 0x0F) << 12) | ((p[1] & 0x3F) << 6) | (p[2] & 0x3F));
-            p += 3;
-        } else {
-            uint32_t cp = ((c & 0x07) << 18) | ((p[1] & 0x3F) << 12) | ((p[2] & 0x3F) << 6) | (p[3] & 0x3F);
-            cp -= 0x10000;
-            *out++ = static_cast<char16_t>(0xD800 + (cp >> 10));
-            *out++ = static_cast<char16_t>(0xDC00 + (cp & 0x3FF));
-            p += 4;
+        // One unit at a time until ASCII comes back in bulk.
+        while (p < end) {
+            uint32_t c = *p++;
+            if (c < 0x80) {
+                *o++ = static_cast<char>(c);
+                if (end - p >= 8 && allASCII8(p))
+                    break;
+                continue;
+            }
+            if (c < 0x800) {
+                *o++ = static_cast<char>(0xC0 | (c >> 6));
+                *o++ = static_cast<char>(0x80 | (c & 0x3F));
+                continue;
+            }
+            if (c >= 0xD800 && c <= 0xDFFF) {
+                if (isLeadSurrogate(c) && p < end && isTrailSurrogate(*p)) {
+                    const uint32_t cp = 0x10000 + ((c - 0xD800) << 10) + (*p++ - 0xDC00);
+                    *o++ = static_cast<char>(0xF0 | (cp >> 18));
+                    *o++ = static_cast<char>(0x80 | ((cp >> 12) & 0x3F));
+                    *o++ = static_cast<char>(0x80 | ((cp >> 6) & 0x3F));
+                    *o++ = static_cast<char>(0x80 | (cp & 0x3F));
+                    continue;
+                }
+                c = 0xFFFD; // lone surrogate
+            }
+            *o++ = static_cast<char>(0xE0 | (c >> 12));
+            *o++ = static_cast<char>(0x80 | ((c >> 6) & 0x3F));
+            *o++ = static_cast<char>(0x80 | (c & 0x3F));
         }
     }
+    return o;
+}
+
+void appendUTF16ToUTF8(std::u16string_view utf16, std::string& out)
+{
+    // Short text converts in one pass through the stack; long text is measured first so that
+    // the string grows once.
+    constexpr size_t kStackUnits = 512;
+    if (utf16.size() <= kStackUnits) {
+        char buffer[3 * kStackUnits];
+        out.append(buffer, convertUTF16ToUTF8(utf16, buffer));
+        return;
+    }
+    const size_t start = out.size();
+    out.resize(start + utf8LengthOfUTF16(utf16));
+    convertUTF16ToUTF8(utf16, out.data() + start);
 }
 
 std::string utf16ToUTF8(std::u16string_view utf16)
 {
     std::string out;
-    out.resize(utf16.size() * 3);
-    char* o = out.data();
-    const char16_t* p = utf16.data();
-    const char16_t* end = p + utf16.size();
-    while (p < end) {
-        uint32_t c = *p++;
-        if (c < 0x80) {
-            *o++ = static_cast<char>(c);
-            continue;
-        }
-        if (c < 0x800) {
-            *o++ = static_cast<char>(0xC0 | (c >> 6));
-            *o++ = static_cast<char>(0x80 | (c & 0x3F));
-            continue;
-        }
-        if (c >= 0xD800 && c <= 0xDFFF) {
-            if (c <= 0xDBFF && p < end && *p >= 0xDC00 && *p <= 0xDFFF) {
-                uint32_t cp = 0x10000 + ((c - 0xD800) << 10) + (*p++ - 0xDC00);
-                *o++ = static_cast<char>(0xF0 | (cp >> 18));
-                *o++ = static_cast<char>(0x80 | ((cp >> 12) & 0x3F));
-                *o++ = static_cast<char>(0x80 | ((cp >> 6) & 0x3F));
-                *o++ = static_cast<char>(0x80 | (cp & 0x3F));
-                continue;
-            }
-            c = 0xFFFD; // lone surrogate
-        }
-        *o++ = static_cast<char>(0xE0 | (c >> 12));
-        *o++ = static_cast<char>(0x80 | ((c >> 6) & 0x3F));
-        *o++ = static_cast<char>(0x80 | (c & 0x3F));
-    }
-    out.resize(static_cast<size_t>(o - out.data()));
+    appendUTF16ToUTF8(utf16, out);
     return out;
 }
 

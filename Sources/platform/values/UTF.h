@@ -1,8 +1,8 @@
 #pragma once
 
-// Conversions between UTF-8 and UTF-16, fast on ASCII. UTF-8 input is checked strictly
-// (overlong forms, surrogates, values past U+10FFFF and truncated sequences are invalid);
-// UTF-16 output to UTF-8 turns lone surrogates into U+FFFD.
+// Conversions between UTF-8 and UTF-16, fast on ASCII (16 bytes at a time). UTF-8 input is
+// checked strictly (overlong forms, surrogates, values past U+10FFFF, stray continuation bytes
+// and truncated sequences are invalid); UTF-16 output to UTF-8 turns lone surrogates into U+FFFD.
 
 #include "platform/Export.h"
 
@@ -18,6 +18,16 @@ inline constexpr size_t kInvalid = static_cast<size_t>(-1);
 ZON_EXPORT size_t utf16LengthOfUTF8(std::string_view utf8);
 // Decodes text already checked by utf16LengthOfUTF8 into out (room for that many units).
 ZON_EXPORT void convertValidUTF8ToUTF16(std::string_view utf8, char16_t* out);
+// Checks and decodes in one pass into out, which has room for utf8.size() units; answers the
+// number of units written, or kInvalid (out then holds a partial result).
+ZON_EXPORT size_t convertUTF8ToUTF16(std::string_view utf8, char16_t* out);
+
+// The number of UTF-8 bytes the UTF-16 text encodes to (a lone surrogate takes 3, as U+FFFD).
+ZON_EXPORT size_t utf8LengthOfUTF16(std::u16string_view utf16);
+// Encodes into out, which has room for utf8LengthOfUTF16 bytes; answers the end of the output.
+ZON_EXPORT char* convertUTF16ToUTF8(std::u16string_view utf16, char* out);
 ZON_EXPORT std::string utf16ToUTF8(std::u16string_view utf16);
+// Appends the UTF-8 form to out, for callers that build text in one buffer.
+ZON_EXPORT void appendUTF16ToUTF8(std::u16string_view utf16, std::string& out);
 
 } // namespace zon::utf

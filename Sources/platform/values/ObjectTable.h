@@ -1,0 +1,94 @@
+#pragma once
+
+#include "platform/runtime/Object.h"
+
+#include <cstddef>
+#include <cstdint>
+#include <vector>
+
+namespace zon::detail {
+
+// The insertion-ordered hash table under Dictionary and Set: entries in a vector in the order
+// they were added, an open-addressing index of positions over it (hash + isEqual). Removing an
+// entry leaves a hole that iteration skips; holes are squeezed out once they outnumber the live
+// entries, so lookups stay O(1) and removals keep the order of the others.
+class ZON_EXPORT ObjectTable {
+public:
+    struct Entry {
+        Ref<Object> key; // null in a hole
+        Ref<Object> value;
+        size_t hash;
+    };
+
+    class Iterator {
+    public:
+        using value_type = Entry;
+        using difference_type = std::ptrdiff_t;
+        Iterator() = default;
+        Iterator(const Entry* at, const Entry* end) : at_(at), end_(end) { skipHoles(); }
+        const Entry& operator*() const { return *at_; }
+        const Entry* operator->() const { return at_; }
+        Iterator& operator++()
+        {
+            ++at_;
+            skipHoles();
+            return *this;
+        }
+        Iterator operator++(int)
+        {
+            Iterator before = *this;
+            ++*this;
+            return before;
+        }
+        bool operator==(const Iterator& other) const { return at_ == other.at_; }
+
+    private:
+        void skipHoles()
+        {
+            while (at_ != end_ && !at_->key)
+                ++at_;
+        }
+        const Entry* at_ = nullptr;
+        const Entry* end_ = nullptr;
+    };
+
+    // The hash the table files key under (the object's hash, mixed).
+    static size_t hashOf(const Object* key);
+
+    size_t count() const { return live_; }
+    void reserve(size_t count);
+    // The entry of the key equal to key, or null; key must not be null.
+    const Entry* find(const Object* key, size_t hash) const;
+    Entry* find(const Object* key, size_t hash)
+    {
+        return const_cast<Entry*>(static_cast<const ObjectTable*>(this)->find(key, hash));
+    }
+    const Entry* find(const Object* key) const { return find(key, hashOf(key)); }
+    // Adds an entry; the caller has checked that no equal key is present.
+    void append(Ref<Object> key, size_t hash, Ref<Object> value);
+    // Answers whether an entry was removed.
+    bool remove(const Object* key);
+    void clear();
+
+    Iterator begin() const { return Iterator(entries_.data(), entries_.data() + entries_.size()); }
+    Iterator end() const
+    {
+        const Entry* last = entries_.data() + entries_.size();
+        return Iterator(last, last);
+    }
+
+private:
+    static constexpr uint32_t kEmpty = 0;
+    static constexpr uint32_t kDeleted = 1; // slot values above this are position + 2
+
+    size_t slotFor(size_t hash) const { return hash & (slots_.size() - 1); }
+    void rebuild(size_t slotCount);
+    void compact();
+
+    std::vector<Entry> entries_;
+    std::vector<uint32_t> slots_;
+    size_t live_ = 0;
+    size_t deletedSlots_ = 0;
+};
+
+} // namespace zon::detail

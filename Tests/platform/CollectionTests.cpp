@@ -1,0 +1,306 @@
+#include "platform/runtime/Class.h"
+#include "platform/values/Array.h"
+#include "platform/values/Data.h"
+#include "platform/values/Dictionary.h"
+#include "platform/values/Exception.h"
+#include "platform/values/Null.h"
+#include "platform/values/Number.h"
+#include "platform/values/Set.h"
+#include "platform/values/String.h"
+
+#include <gtest/gtest.h>
+
+#include <atomic>
+#include <functional>
+#include <string>
+#include <thread>
+#include <vector>
+
+using namespace zon;
+
+namespace {
+
+std::string text(const Ref<String>& string) { return string ? string->UTF8String() : "(nil)"; }
+Ref<String> str(const char* utf8) { return String::stringWithUTF8String(utf8); }
+Ref<Number> num(int value) { return Number::numberWithInt(value); }
+
+std::string reasonOf(const std::function<void()>& body)
+{
+    try {
+        body();
+    } catch (const Exception& e) {
+        return e.name()->UTF8String() + ": " + e.reason()->UTF8String();
+    }
+    return "no exception";
+}
+
+std::string joined(const Array* array) { return text(array->componentsJoinedByString(ZSTR(","))); }
+
+std::vector<std::string> keysOf(const Dictionary* dictionary)
+{
+    std::vector<std::string> keys;
+    for (auto [key, value] : *dictionary)
+        keys.push_back(text(key->description()));
+    return keys;
+}
+
+} // namespace
+
+TEST(Array, NilElementsRaiseWithThePlatformReasons)
+{
+    EXPECT_EQ(reasonOf([] { Array::arrayWithObjects({num(1), nullptr}); }),
+        "NSInvalidArgumentException: *** -[__NSPlaceholderArray initWithObjects:count:]: attempt to insert nil "
+        "object from objects[1]");
+    EXPECT_EQ(reasonOf([] { Array::arrayWithObject(nullptr); }),
+        "NSInvalidArgumentException: *** -[__NSPlaceholderArray initWithObjects:count:]: attempt to insert nil "
+        "object from objects[0]");
+    EXPECT_EQ(reasonOf([] { MutableArray::array()->addObject(nullptr); }),
+        "NSInvalidArgumentException: *** -[__NSArrayM insertObject:atIndex:]: object cannot be nil");
+    EXPECT_EQ(reasonOf([] { Array::arrayWithVector({num(1), nullptr}); }),
+        "NSInvalidArgumentException: *** -[__NSPlaceholderArray initWithObjects:count:]: attempt to insert nil "
+        "object from objects[1]");
+}
+
+TEST(Array, IndexesOutsideTheBoundsRaise)
+{
+    auto array = Array::arrayWithObjects({num(1), num(2)});
+    EXPECT_EQ(reasonOf([&] { array->objectAtIndex(2); }),
+        "NSRangeException: *** -[NSArray objectAtIndex:]: index 2 beyond bounds [0 .. 1]");
+    EXPECT_EQ(reasonOf([] { Array::array()->objectAtIndex(0); }),
+        "NSRangeException: *** -[NSArray objectAtIndex:]: index 0 beyond bounds for empty NSArray");
+    EXPECT_EQ(reasonOf([&] { array->subarrayWithRange({1, 2}); }),
+        "NSRangeException: *** -[NSArray subarrayWithRange:]: range {1, 2} extends beyond bounds [0 .. 1]");
+    auto mutableArray = MutableArray::array();
+    EXPECT_EQ(reasonOf([&] { mutableArray->removeLastObject(); }),
+        "NSRangeException: *** -[__NSArrayM removeObjectsInRange:]: range {0, 1} extends beyond bounds for empty array");
+    EXPECT_EQ(reasonOf([&] { mutableArray->insertObject_atIndex(num(1), 1); }),
+        "NSRangeException: *** -[__NSArrayM insertObject:atIndex:]: index 1 beyond bounds for empty array");
+}
+
+TEST(Array, LooksUpByEqualityAndIterates)
+{
+    auto array = Array::arrayWithObjects({str("a"), num(1), Null::null()});
+    EXPECT_EQ(array->count(), 3u);
+    EXPECT_EQ(array->indexOfObject(Number::numberWithDouble(1.0)), 1u);
+    EXPECT_EQ(array->indexOfObject(str("z")), NSNotFound);
+    EXPECT_EQ(array->indexOfObject(nullptr), NSNotFound);
+    EXPECT_TRUE(array->containsObject(Null::null()));
+    EXPECT_EQ(array->firstObject(), array->objectAtIndex(0));
+    EXPECT_EQ(Array::array()->lastObject(), nullptr);
+    std::vector<Object*> seen(array->begin(), array->end());
+    EXPECT_EQ(seen.size(), 3u);
+    EXPECT_EQ(seen[2], Null::null());
+    EXPECT_EQ(joined(array), "a,1,<null>");
+    EXPECT_EQ(joined(array->subarrayWithRange({1, 1})), "1");
+    EXPECT_TRUE(array->isEqual(Array::arrayWithObjects({str("a"), Number::numberWithDouble(1), Null::null()})));
+    EXPECT_FALSE(array->isEqual(array->arrayByAddingObject(num(4))));
+}
+
+TEST(MutableArray, EditsInPlace)
+{
+    auto array = MutableArray::arrayWithObjects({num(3), num(1), num(2), num(1)});
+    array->removeObject(Number::numberWithDouble(1));
+    EXPECT_EQ(joined(array), "3,2");
+    array->insertObject_atIndex(num(0), 0);
+    array->addObjectsFromArray(array);
+    EXPECT_EQ(joined(array), "0,3,2,0,3,2");
+    array->removeObjectAtIndex(1);
+    array->replaceObjectAtIndex_withObject(0, num(9));
+    array->exchangeObjectAtIndex_withObjectAtIndex(0, 4);
+    EXPECT_EQ(joined(array), "2,2,0,3,9");
+    array->sortUsingComparator([](Object* a, Object* b) {
+        return static_cast<Number*>(a)->compare(static_cast<Number*>(b));
+    });
+    EXPECT_EQ(joined(array), "0,2,2,3,9");
+    array->removeLastObject();
+    EXPECT_EQ(joined(array), "0,2,2,3");
+
+    Ref<Object> frozen = array->copy();
+    array->removeAllObjects();
+    EXPECT_EQ(frozen->objectClass()->name(), "NSArray");
+    EXPECT_EQ(joined(dynamicCast<Array>(frozen.get())), "0,2,2,3");
+    EXPECT_EQ(array->count(), 0u);
+}
+
+TEST(Array, DescriptionNestsAsThePlatformPrints)
+{
+    auto inner = Array::arrayWithObjects({num(2), str("x y")});
+    auto array = Array::arrayWithObjects({num(1), inner, Array::array()});
+    EXPECT_EQ(text(array->description()),
+        "(\n"
+        "    1,\n"
+        "        (\n"
+        "        2,\n"
+        "        \"x y\"\n"
+        "    ),\n"
+        "        (\n"
+        "    )\n"
+        ")");
+    EXPECT_EQ(text(Array::array()->description()), "(\n)");
+}
+
+TEST(Array, DescriptionQuotesStringsThatNeedIt)
+{
+    auto array = Array::arrayWithObjects({str("plain_Text-1.2/3:$"), str(""), str("a\"b\\c\n"), str("\u00e9\x01")});
+    EXPECT_EQ(text(array->description()),
+        "(\n"
+        "    plain_Text-1.2/3:$,\n"
+        "    \"\",\n"
+        "    \"a\\\"b\\\\c\\n\",\n"
+        "    \"\\U00e9\\001\"\n"
+        ")");
+}
+
+TEST(Dictionary, NilKeysAndValuesRaiseWithThePlatformReasons)
+{
+    EXPECT_EQ(reasonOf([] { Dictionary::dictionaryWithObject_forKey(nullptr, ZSTR("k")); }),
+        "NSInvalidArgumentException: *** -[__NSPlaceholderDictionary initWithObjects:forKeys:count:]: attempt to "
+        "insert nil object from objects[0]");
+    EXPECT_EQ(reasonOf([] { Dictionary::dictionaryWithObjectsAndKeys({{ZSTR("a"), num(1)}, {nullptr, num(2)}}); }),
+        "NSInvalidArgumentException: *** -[__NSPlaceholderDictionary initWithObjects:forKeys:count:]: attempt to "
+        "insert nil key from keys[1]");
+    auto dictionary = MutableDictionary::dictionary();
+    EXPECT_EQ(reasonOf([&] { dictionary->setObject_forKey(nullptr, ZSTR("name")); }),
+        "NSInvalidArgumentException: *** -[__NSDictionaryM setObject:forKey:]: object cannot be nil (key: name)");
+    EXPECT_EQ(reasonOf([&] { dictionary->setObject_forKey(num(1), nullptr); }),
+        "NSInvalidArgumentException: *** -[__NSDictionaryM setObject:forKey:]: key cannot be nil");
+    EXPECT_EQ(reasonOf([] { Dictionary::dictionaryWithObjects_forKeys(Array::arrayWithObject(num(1)), Array::array()); }),
+        "NSInvalidArgumentException: *** -[NSDictionary initWithObjects:forKeys:]: count of objects (1) differs from "
+        "count of keys (0)");
+    EXPECT_EQ(dictionary->objectForKey(nullptr), nullptr);
+}
+
+TEST(Dictionary, LooksUpByEqualKeysAcrossTypes)
+{
+    auto dictionary = Dictionary::dictionaryWithObjectsAndKeys({{ZSTR("name"), str("value")}, {num(1), str("one")}});
+    EXPECT_TRUE(dictionary->objectForKey(str("name"))->isEqual(str("value")));
+    EXPECT_TRUE(dictionary->objectForKey(Number::numberWithDouble(1.0))->isEqual(str("one")));
+    EXPECT_NE(dictionary->objectForKey<String>(ZSTR("name")), nullptr);
+    EXPECT_EQ(dictionary->objectForKey<Number>(ZSTR("name")), nullptr);
+    EXPECT_EQ(dictionary->objectForKey(ZSTR("missing")), nullptr);
+    auto same = Dictionary::dictionaryWithObjects_forKeys(
+        Array::arrayWithObjects({str("one"), str("value")}), Array::arrayWithObjects({num(1), str("name")}));
+    EXPECT_TRUE(dictionary->isEqual(same));
+    EXPECT_EQ(dictionary->hash(), same->hash());
+}
+
+TEST(MutableDictionary, KeepsInsertionOrderThroughRemovalsAndReplacements)
+{
+    auto dictionary = MutableDictionary::dictionary();
+    for (int i = 0; i < 100; ++i)
+        dictionary->setObject_forKey(num(i), num(i));
+    for (int i = 0; i < 100; ++i)
+        if (i % 10)
+            dictionary->removeObjectForKey(num(i));
+    dictionary->setObject_forKey(str("replaced"), num(30));
+    dictionary->setObject_forKey(num(5), num(5));
+    EXPECT_EQ(keysOf(dictionary), (std::vector<std::string> {"0", "10", "20", "30", "40", "50", "60", "70", "80", "90", "5"}));
+    EXPECT_TRUE(dictionary->objectForKey(num(30))->isEqual(str("replaced")));
+    EXPECT_EQ(dictionary->count(), 11u);
+    EXPECT_EQ(joined(dictionary->allKeys()), "0,10,20,30,40,50,60,70,80,90,5");
+    dictionary->removeObjectForKey(num(0));
+    dictionary->addEntriesFromDictionary(Dictionary::dictionaryWithObject_forKey(num(0), num(0)));
+    EXPECT_EQ(keysOf(dictionary).back(), "0");
+    dictionary->removeAllObjects();
+    EXPECT_EQ(dictionary->count(), 0u);
+    EXPECT_EQ(dictionary->begin(), dictionary->end());
+}
+
+TEST(MutableDictionary, CopiesKeysOnInsertion)
+{
+    auto key = MutableData::dataWithBytes("ab", 2);
+    auto dictionary = MutableDictionary::dictionary();
+    dictionary->setObject_forKey(num(1), key);
+    key->appendBytes_length("c", 1);
+    auto [storedKey, value] = *dictionary->begin();
+    EXPECT_NE(storedKey, key.get());
+    EXPECT_EQ(storedKey->objectClass()->name(), "NSData");
+    EXPECT_NE(dictionary->objectForKey(Data::dataWithBytes("ab", 2)), nullptr);
+    EXPECT_EQ(dictionary->objectForKey(key), nullptr);
+}
+
+TEST(Dictionary, CopiesAreImmutableSnapshots)
+{
+    auto dictionary = MutableDictionary::dictionaryWithObject_forKey(num(1), ZSTR("a"));
+    Ref<Object> frozen = dictionary->copy();
+    Ref<Object> thawed = frozen->mutableCopy();
+    dictionary->setObject_forKey(num(2), ZSTR("b"));
+    EXPECT_EQ(frozen->objectClass()->name(), "NSDictionary");
+    EXPECT_EQ(thawed->objectClass()->name(), "NSMutableDictionary");
+    EXPECT_EQ(dynamicCast<Dictionary>(frozen.get())->count(), 1u);
+    EXPECT_EQ(frozen->copy().get(), frozen.get());
+}
+
+TEST(Dictionary, DescriptionSortsStringKeysAndNestsValues)
+{
+    auto dictionary = Dictionary::dictionaryWithObjectsAndKeys({
+        {ZSTR("zeta"), num(1)},
+        {ZSTR("alpha beta"), Array::arrayWithObject(num(2))},
+        {ZSTR("mid"), Dictionary::dictionaryWithObject_forKey(str("v"), ZSTR("k"))},
+    });
+    EXPECT_EQ(text(dictionary->description()),
+        "{\n"
+        "    \"alpha beta\" =     (\n"
+        "        2\n"
+        "    );\n"
+        "    mid =     {\n"
+        "        k = v;\n"
+        "    };\n"
+        "    zeta = 1;\n"
+        "}");
+    EXPECT_EQ(text(Dictionary::dictionary()->description()), "{\n}");
+}
+
+TEST(Set, HoldsDistinctObjectsInInsertionOrder)
+{
+    auto set = MutableSet::setWithArray(Array::arrayWithObjects({num(3), num(1), Number::numberWithDouble(3), num(2)}));
+    EXPECT_EQ(set->count(), 3u);
+    EXPECT_EQ(joined(set->allObjects()), "3,1,2");
+    EXPECT_TRUE(set->containsObject(Number::numberWithLongLong(1)));
+    EXPECT_EQ(set->member(Number::numberWithDouble(1))->objectClass()->name(), "NSNumber");
+    set->removeObject(num(3));
+    set->addObject(num(3));
+    EXPECT_EQ(joined(set->allObjects()), "1,2,3");
+    EXPECT_EQ(text(set->description()), "{(\n    1,\n    2,\n    3\n)}");
+    EXPECT_EQ(reasonOf([&] { set->addObject(nullptr); }),
+        "NSInvalidArgumentException: *** -[__NSSetM addObject:]: object cannot be nil");
+    EXPECT_TRUE(set->isEqual(Set::setWithObjects({num(2), num(3), num(1)})));
+    set->intersectSet(Set::setWithObjects({num(2), num(9)}));
+    EXPECT_EQ(joined(set->allObjects()), "2");
+}
+
+TEST(Collections, DeepNestingIsDestroyedWithoutRecursion)
+{
+    constexpr int kDepth = 1000000;
+    Ref<Object> nested = Array::array();
+    for (int i = 0; i < kDepth; ++i)
+        nested = (i % 2) ? Ref<Object>(Array::arrayWithObject(nested))
+                         : Ref<Object>(Dictionary::dictionaryWithObject_forKey(nested, ZSTR("k")));
+    nested = nullptr; // overflows the stack if each level's destruction recursed
+    SUCCEED();
+}
+
+TEST(Collections, ImmutableValuesAreSharedBetweenThreads)
+{
+    auto dictionary = Dictionary::dictionaryWithObjectsAndKeys({
+        {ZSTR("list"), Array::arrayWithObjects({num(1), Number::yes(), str("two words")})},
+        {ZSTR("set"), Set::setWithObjects({num(1), num(2)})},
+    });
+    const std::string expected = text(dictionary->description());
+    std::vector<std::thread> threads;
+    std::atomic<int> mismatches {0};
+    for (int t = 0; t < 4; ++t) {
+        threads.emplace_back([&] {
+            for (int i = 0; i < 500; ++i) {
+                Ref<Dictionary> copy = dynamicCast<Dictionary>(dictionary->copy());
+                Ref<Object> list = copy->objectForKey(ZSTR("list"));
+                if (text(copy->description()) != expected || !list->isEqual(dictionary->objectForKey(ZSTR("list"))))
+                    ++mismatches;
+            }
+        });
+    }
+    for (auto& thread : threads)
+        thread.join();
+    EXPECT_EQ(mismatches.load(), 0);
+    EXPECT_EQ(dictionary->retainCount(), 1u);
+}
