@@ -8,6 +8,7 @@
 // a record passes a sink when its level is at or below the sink's threshold.
 
 #include <atomic>
+#include <chrono>
 #include <memory>
 #include <string>
 #include <string_view>
@@ -17,6 +18,11 @@
 
 namespace zon::logger {
 
+inline constexpr int kLevelError = 1;
+inline constexpr int kLevelWarning = 2;
+inline constexpr int kLevelInfo = 3;
+inline constexpr int kLevelDetail = 5;
+
 struct Record {
     std::string_view file;       // path of the source unit
     int line;
@@ -24,6 +30,9 @@ struct Record {
     int level;
     std::string_view identifier; // the log stream
     std::string_view message;    // the formatted text
+    // Stamped by write() before the sinks see the record; callers leave them empty.
+    std::chrono::system_clock::time_point time {};
+    int thread = 0;              // kernel id of the calling thread
 };
 
 class ZON_LOGGER_EXPORT Sink {
@@ -51,5 +60,15 @@ ZON_LOGGER_EXPORT void removeSink(const std::shared_ptr<Sink>& sink);
 ZON_LOGGER_EXPORT std::vector<std::shared_ptr<Sink>> sinks();
 // Recomputes gMaximumThreshold after a sink's threshold changed (Sink::setThreshold calls it).
 ZON_LOGGER_EXPORT void thresholdsChanged();
+
+// The first call of write, addSink, removeSink or sinks installs the sinks the environment asks
+// for, once per process:
+//   ZON_LOG_LEVEL       threshold of the standard-error sink (default 2)
+//   ZON_LOG_STDERR=0    no standard-error sink
+//   ZON_LOG_FILE        path of a rotating file sink; ZON_LOG_FILE_LEVEL (default 5),
+//                       ZON_LOG_FILE_SIZE (bytes, K/M/G suffixes; default 10M),
+//                       ZON_LOG_FILE_COUNT (rotated files kept; default 5)
+//   ZON_LOG_JOURNAL=1   a systemd journal sink (threshold 5) when a journal runs
+// Until then gMaximumThreshold lets every record through to write(), which does the set-up.
 
 } // namespace zon::logger

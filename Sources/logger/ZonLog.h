@@ -1,0 +1,42 @@
+#pragma once
+
+// The library's log call. Every log line of the library goes through zon_log_obj with the
+// calling unit's __FILE__ and __LINE__, the object's objectLogCategory, a level (1 error,
+// 2 warning, 3 life-cycle, 5 detail) and a stream identifier:
+//
+//     zon_log_obj(__FILE__, __LINE__, objectLogCategory(), 3, kDefaultLogIdentifier,
+//                 "IPC Service Started with name: %@", name);
+//
+// A level that no sink wants costs one relaxed atomic load: nothing is formatted or allocated.
+// Otherwise the format (the rules are in Format.h) is rendered straight to UTF-8 and handed to
+// the Logger. The call never throws; a description that throws drops its line.
+
+#include "logger/Logger.h"
+#include "platform/Export.h"
+#include "platform/values/Format.h"
+
+#include <span>
+#include <string_view>
+
+namespace zon {
+
+class String;
+
+// The identifier of the default log stream: "default".
+ZON_EXPORT extern String* const kDefaultLogIdentifier;
+
+namespace detail {
+ZON_EXPORT void writeLogRecord(const char* file, int line, const String* category, int level,
+    const String* identifier, std::string_view format, std::span<const FormatArgument> args) noexcept;
+} // namespace detail
+
+template <class... Args>
+void zon_log_obj(const char* file, int line, const String* category, int level, const String* identifier,
+    std::string_view format, const Args&... args) noexcept
+{
+    if (!logger::isEnabled(level))
+        return;
+    detail::writeLogRecord(file, line, category, level, identifier, format, makeFormatArguments(args...));
+}
+
+} // namespace zon
