@@ -13,6 +13,16 @@ elseif(NOT ZON_SANITIZE STREQUAL "")
   message(FATAL_ERROR "ZON_SANITIZE must be empty, address or thread")
 endif()
 
+# Fuzzer builds instrument every target for coverage and memory errors; only the fuzzers
+# themselves link the fuzzing engine (Fuzz/CMakeLists.txt).
+if(ZON_BUILD_FUZZERS)
+  if(NOT CMAKE_CXX_COMPILER_ID MATCHES "Clang")
+    message(FATAL_ERROR "ZON_BUILD_FUZZERS needs clang (cmake --preset fuzz)")
+  endif()
+  add_compile_options(-fsanitize=fuzzer-no-link,address,undefined -fno-sanitize-recover=undefined -fno-omit-frame-pointer)
+  add_link_options(-fsanitize=address,undefined)
+endif()
+
 # Adds the sources of one Sources/ folder to a library and installs its headers
 # under include/ZonCommon/<folder>.
 function(zon_add_sources target folder)

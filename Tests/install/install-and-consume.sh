@@ -1,0 +1,40 @@
+#!/usr/bin/env bash
+# Usage: install-and-consume.sh BUILD_DIR CONSUMER_SOURCE_DIR SCRATCH_DIR CXX [EXTRA_FLAGS]
+# Installs BUILD_DIR into SCRATCH_DIR/prefix, then builds and runs the consumer with
+# find_package(ZonCommon) and with `pkg-config --cflags --libs zoncommon`.
+set -euo pipefail
+build=$1 consumer=$2 scratch=$3 cxx=$4 flags=${5:-}
+
+rm -rf "$scratch"
+mkdir -p "$scratch"
+prefix=$scratch/prefix
+cmake --install "$build" --prefix "$prefix" >"$scratch/install.log"
+
+# Each build must print its greeting and log its line (an error, so the default stderr sink shows it).
+check() {
+  local program=$1 output
+  output=$("$program" 2>&1) || { echo "$output"; echo "FAIL: $program exited with an error"; exit 1; }
+  echo "$output"
+  grep -q '^consumer ok: héllo' <<<"$output" || { echo "FAIL: $program printed no greeting"; exit 1; }
+  grep -q '<E> consumer/default .*consumer logged héllo 😀 (8 units)' <<<"$output" \
+    || { echo "FAIL: $program logged no line"; exit 1; }
+}
+
+echo "== find_package(ZonCommon) with CMAKE_PREFIX_PATH=$prefix"
+launcher=()
+command -v ccache >/dev/null && launcher=(-DCMAKE_CXX_COMPILER_LAUNCHER=ccache)
+cmake -S "$consumer" -B "$scratch/cmake" -G Ninja -DCMAKE_BUILD_TYPE=Release -DCMAKE_CXX_COMPILER="$cxx" \
+  "${launcher[@]}" -DCMAKE_CXX_FLAGS="$flags" -DCMAKE_PREFIX_PATH="$prefix" >"$scratch/configure.log" \
+  || { cat "$scratch/configure.log"; exit 1; }
+cmake --build "$scratch/cmake" >"$scratch/build.log" || { cat "$scratch/build.log"; exit 1; }
+check "$scratch/cmake/consumer"
+
+echo "== pkg-config zoncommon"
+pcdir=$(dirname "$(find "$prefix" -name zoncommon.pc -print -quit)")
+export PKG_CONFIG_PATH=$pcdir
+libdir=$(pkg-config --variable=libdir zoncommon)
+# shellcheck disable=SC2046,SC2086
+"$cxx" $flags "$consumer/main.cpp" -o "$scratch/consumer-pkg-config" \
+  $(pkg-config --cflags --libs zoncommon) -Wl,-rpath,"$libdir"
+check "$scratch/consumer-pkg-config"
+echo "install and consume: ok"

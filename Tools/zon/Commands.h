@@ -1,0 +1,16 @@
+#pragma once
+
+// Each command group of the zon tool registers its subcommands on the application from its own
+// unit, so that a new group is one new file and one line in main.cpp.
+
+namespace CLI {
+class App;
+}
+
+namespace zon::tool {
+
+void addStringCommands(CLI::App& app);
+void addErrorCommands(CLI::App& app);
+void addLogCommands(CLI::App& app);
+
+} // namespace zon::tool
