@@ -70,15 +70,10 @@ BENCHMARK(BM_SnprintfWroteLine);
 
 int main(int argc, char** argv)
 {
-    benchmark::Initialize(&argc, argv);
-    if (benchmark::ReportUnrecognizedArguments(argc, argv))
-        return 1;
-    bench::RatioReporter reporter;
-    benchmark::RunSpecifiedBenchmarks(&reporter);
-    std::printf("\nSpeed-up over snprintf of the same line (above 1: the engine is faster):\n");
-    reporter.printSpeedup("BM_FormatUTF8StartedLine", "BM_SnprintfStartedLine");
-    reporter.printSpeedup("BM_FormatUTF8WroteLine", "BM_SnprintfWroteLine");
-    reporter.printSpeedup("BM_StringWithFormatWroteLine", "BM_SnprintfWroteLine");
-    benchmark::Shutdown();
-    return 0;
+    return zon::bench::runAndCompare(argc, argv, "Speed-up over snprintf of the same line (above 1: the engine is faster):",
+        {
+            {"BM_FormatUTF8StartedLine", "BM_SnprintfStartedLine"},
+            {"BM_FormatUTF8WroteLine", "BM_SnprintfWroteLine"},
+            {"BM_StringWithFormatWroteLine", "BM_SnprintfWroteLine"},
+        });
 }

@@ -116,15 +116,10 @@ BENCHMARK(BM_FprintfFlushedToFile);
 
 int main(int argc, char** argv)
 {
-    benchmark::Initialize(&argc, argv);
-    if (benchmark::ReportUnrecognizedArguments(argc, argv))
-        return 1;
-    bench::RatioReporter reporter;
-    benchmark::RunSpecifiedBenchmarks(&reporter);
-    std::printf("\nSpeed-ups (CPU time; above 1: the left side is faster):\n");
-    reporter.printSpeedup("BM_ZonLogObjToFileSink", "BM_FprintfToFile");
-    reporter.printSpeedup("BM_ZonLogObjToFileSink", "BM_FprintfFlushedToFile");
-    reporter.printSpeedup("BM_ZonLogObjFilteredOut", "BM_FprintfToFile");
-    benchmark::Shutdown();
-    return 0;
+    return zon::bench::runAndCompare(argc, argv, "Speed-ups (CPU time; above 1: the left side is faster):",
+        {
+            {"BM_ZonLogObjToFileSink", "BM_FprintfToFile"},
+            {"BM_ZonLogObjToFileSink", "BM_FprintfFlushedToFile"},
+            {"BM_ZonLogObjFilteredOut", "BM_FprintfToFile"},
+        });
 }

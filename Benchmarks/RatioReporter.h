@@ -9,6 +9,7 @@
 #include <cstdio>
 #include <map>
 #include <string>
+#include <utility>
 #include <vector>
 
 namespace zon::bench {
@@ -33,5 +34,24 @@ public:
 private:
     std::map<std::string, double> nanoseconds_;
 };
+
+// (ours, theirs) benchmark names whose speed-up a program prints after its run.
+using Comparisons = std::vector<std::pair<std::string, std::string>>;
+
+// The main of a benchmark program: runs the benchmarks the command line selects, then prints the
+// speed-up of each comparison under the heading.
+inline int runAndCompare(int argc, char** argv, const char* heading, const Comparisons& comparisons)
+{
+    benchmark::Initialize(&argc, argv);
+    if (benchmark::ReportUnrecognizedArguments(argc, argv))
+        return 1;
+    RatioReporter reporter;
+    benchmark::RunSpecifiedBenchmarks(&reporter);
+    std::printf("\n%s\n", heading);
+    for (const auto& [ours, theirs] : comparisons)
+        reporter.printSpeedup(ours, theirs);
+    benchmark::Shutdown();
+    return 0;
+}
 
 } // namespace zon::bench

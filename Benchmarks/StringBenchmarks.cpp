@@ -154,19 +154,14 @@ BENCHMARK(BM_StringUTF8String)->Apply(corpora);
 
 int main(int argc, char** argv)
 {
-    benchmark::Initialize(&argc, argv);
-    if (benchmark::ReportUnrecognizedArguments(argc, argv))
-        return 1;
-    zon::bench::RatioReporter reporter;
-    benchmark::RunSpecifiedBenchmarks(&reporter);
-    std::printf("\nSpeed-up over ICU on the same text (above 1: ours is faster):\n");
+    zon::bench::Comparisons comparisons;
     for (int corpus = ASCII; corpus <= Emoji; ++corpus) {
         const std::string arg = "/" + std::to_string(corpus);
-        reporter.printSpeedup("BM_ZonUTF8ToUTF16" + arg, "BM_ICUUTF8ToUTF16" + arg);
-        reporter.printSpeedup("BM_StringWithUTF8String" + arg, "BM_ICUUTF8ToUTF16" + arg);
-        reporter.printSpeedup("BM_ZonUTF16ToUTF8" + arg, "BM_ICUUTF16ToUTF8" + arg);
-        reporter.printSpeedup("BM_StringUTF8String" + arg, "BM_ICUUTF16ToUTF8" + arg);
+        comparisons.push_back({"BM_ZonUTF8ToUTF16" + arg, "BM_ICUUTF8ToUTF16" + arg});
+        comparisons.push_back({"BM_StringWithUTF8String" + arg, "BM_ICUUTF8ToUTF16" + arg});
+        comparisons.push_back({"BM_ZonUTF16ToUTF8" + arg, "BM_ICUUTF16ToUTF8" + arg});
+        comparisons.push_back({"BM_StringUTF8String" + arg, "BM_ICUUTF16ToUTF8" + arg});
     }
-    benchmark::Shutdown();
-    return 0;
+    return zon::bench::runAndCompare(
+        argc, argv, "Speed-up over ICU on the same text (above 1: ours is faster):", comparisons);
 }

@@ -5,6 +5,7 @@
 #include "platform/values/String.h"
 
 #include <mutex>
+#include <shared_mutex>
 
 namespace zon {
 
@@ -68,9 +69,11 @@ bool Class::isSubclassOfClass(const Class* other) const
 
 const Method* Class::MethodTable::find(SEL sel) const
 {
-    std::shared_lock lock(mutex);
-    auto it = methods.find(sel);
-    return it == methods.end() ? nullptr : it->second.get();
+    const Snapshot* methods = snapshot.load(std::memory_order_acquire);
+    if (!methods)
+        return nullptr;
+    auto it = methods->find(sel);
+    return it == methods->end() ? nullptr : it->second;
 }
 
 bool Class::MethodTable::add(SEL sel, std::string_view types, Implementation implementation)
@@ -80,11 +83,17 @@ bool Class::MethodTable::add(SEL sel, std::string_view types, Implementation imp
         raisePlatformException(NSInvalidArgumentException,
             "invalid method type encoding '" + std::string(types) + "' for " + sel->name());
     }
-    std::unique_lock lock(mutex);
-    if (methods.contains(sel))
+    std::lock_guard lock(writerMutex);
+    const Snapshot* current = snapshot.load(std::memory_order_relaxed);
+    if (current && current->contains(sel))
         return false;
-    methods.emplace(sel,
-        std::make_unique<Method>(Method {sel, std::string(types), signature->numberOfArguments(), std::move(implementation)}));
+    const unsigned numberOfArguments = signature->numberOfArguments();
+    methods.push_back(std::make_unique<const Method>(
+        Method {sel, std::string(types), numberOfArguments, std::move(implementation), std::move(signature)}));
+    auto next = current ? std::make_unique<Snapshot>(*current) : std::make_unique<Snapshot>();
+    next->emplace(sel, methods.back().get());
+    snapshot.store(next.get(), std::memory_order_release);
+    snapshots.push_back(std::move(next));
     return true;
 }
 

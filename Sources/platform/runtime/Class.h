@@ -1,15 +1,17 @@
 #pragma once
 
+#include "platform/runtime/MethodSignature.h"
 #include "platform/runtime/MethodTypes.h"
 #include "platform/runtime/Object.h"
 
 #include <atomic>
 #include <functional>
 #include <memory>
-#include <shared_mutex>
+#include <mutex>
 #include <string>
 #include <string_view>
 #include <unordered_map>
+#include <vector>
 
 namespace zon {
 
@@ -22,6 +24,7 @@ struct Method {
     std::string types;
     unsigned numberOfArguments; // receiver and selector included
     Implementation implementation;
+    Ref<MethodSignature> signature; // parsed once, shared by every caller
 };
 
 // A run-time class: its name, its superclass and a table of methods callable by selector, for
@@ -82,9 +85,15 @@ public:
 private:
     Class(std::string name, Class* superclass);
 
+    // Lookups read an immutable snapshot without locking; an addition copies the snapshot under
+    // the writer lock and publishes the copy. Methods are added rarely (mostly when a class is
+    // defined), so superseded snapshots are simply kept: no reader can be left holding a freed one.
     struct MethodTable {
-        mutable std::shared_mutex mutex;
-        std::unordered_map<SEL, std::unique_ptr<Method>> methods;
+        using Snapshot = std::unordered_map<SEL, const Method*>;
+        std::mutex writerMutex;
+        std::atomic<const Snapshot*> snapshot {nullptr};
+        std::vector<std::unique_ptr<const Snapshot>> snapshots; // every one published, under writerMutex
+        std::vector<std::unique_ptr<const Method>> methods;     // under writerMutex
         const Method* find(SEL sel) const;
         bool add(SEL sel, std::string_view types, Implementation implementation);
     };

@@ -27,7 +27,9 @@ struct DestructionState {
     size_t capacity;
 };
 
-thread_local DestructionState destruction {}; // plain data: usable during thread exit
+// Plain data, so it is usable during thread exit; initial-exec keeps each access a plain
+// thread-pointer load instead of a call into the dynamic linker.
+__attribute__((tls_model("initial-exec"))) thread_local DestructionState destruction {};
 
 bool deferDestruction(const Object* object)
 {
@@ -145,7 +147,7 @@ Ref<MethodSignature> Object::methodSignatureForSelector(SEL sel) const
     if (!sel)
         return nullptr;
     if (const Method* method = methodForSelector(sel))
-        return MethodSignature::signatureWithObjCTypes(method->types);
+        return method->signature;
     const Object* target = forwardingTargetForSelector(sel);
     return target ? target->methodSignatureForSelector(sel) : nullptr;
 }
