@@ -9,14 +9,17 @@
 #include <cstdint>
 #include <initializer_list>
 #include <span>
+#include <type_traits>
 #include <utility>
 
 namespace zon {
 
+class Array;
 class Class;
 class MethodSignature;
 class Object;
 class String;
+class Thread;
 struct Method;
 
 // The argument objects of a call by selector, in order; nil is a null pointer.
@@ -79,7 +82,7 @@ public:
     uint32_t retainCount() const noexcept;
     bool isImmortal() const noexcept { return refCount_.load(std::memory_order_relaxed) == kImmortal; }
     // Hands one reference to the innermost autorelease pool of this thread.
-    Object* autorelease() const;
+    virtual Object* autorelease() const;
 
     virtual Ref<String> description() const;
     virtual bool isEqual(const Object* other) const;
@@ -118,6 +121,45 @@ public:
     // ("default" unless the class or a base class overrides the class operation).
     virtual String* objectLogCategory() const;
 
+    // NSObject(ZonThreadExtensions): calls a method with its arguments taken from an array, now
+    // or on another thread's run loop. Modes are an array of mode names; without them the call is
+    // queued in the common modes. A wrong argument count fails through the assertion handler: the
+    // immediate form wants exactly as many objects as the method takes, the queued forms at most
+    // that many (missing ones are nil).
+    Ref<Object> performSelector_withObjects(SEL sel, Array* objects);
+    void performSelector_onThread_withObjects_waitUntilDone_modes(
+        SEL sel, Thread* thread, Array* objects, bool waitUntilDone, Array* modes);
+    void performSelector_onThread_withObjects_waitUntilDone(SEL sel, Thread* thread, Array* objects, bool waitUntilDone);
+    void performSelectorOnMainThread_withObjects_waitUntilDone_modes(
+        SEL sel, Array* objects, bool waitUntilDone, Array* modes);
+    void performSelectorOnMainThread_withObjects_waitUntilDone(SEL sel, Array* objects, bool waitUntilDone);
+    // The argument list forms: objects fill the parameters in order, unchecked; a nil first
+    // object means no arguments at all. Extra objects are ignored, missing ones are nil.
+    template <class... More>
+        requires(std::is_convertible_v<const More&, Object*> && ...)
+    void performSelector_onThread_waitUntilDone_withObjects(
+        SEL sel, Thread* thread, bool waitUntilDone, Object* first, const More&... more)
+    {
+        Object* const objects[] = {first, static_cast<Object*>(more)...};
+        performSelectorOnThreadWithObjectList(sel, thread, waitUntilDone, nullptr, objects);
+    }
+    template <class... More>
+        requires(std::is_convertible_v<const More&, Object*> && ...)
+    void performSelector_onThread_waitUntilDone_modes_withObjects(
+        SEL sel, Thread* thread, bool waitUntilDone, Array* modes, Object* first, const More&... more)
+    {
+        Object* const objects[] = {first, static_cast<Object*>(more)...};
+        performSelectorOnThreadWithObjectList(sel, thread, waitUntilDone, modes, objects);
+    }
+
+    // NSObject(ZonThreadLockExtensions): calls a method on another thread, waits for it and
+    // answers its object result (nil for other result types). On the target thread itself the
+    // method is called directly with the whole array as its one argument.
+    Ref<Object> performSelectorWithExpectedReturn_onThread_withObjects_modes(
+        SEL sel, Thread* thread, Array* objects, Array* modes);
+    Ref<Object> performSelectorWithExpectedReturn_onThread_withObjects(SEL sel, Thread* thread, Array* objects);
+    Ref<Object> performSelectorWithExpectedReturn_onThread_withObject(SEL sel, Thread* thread, Object* object);
+
 protected:
     constexpr Object() noexcept = default;
     constexpr explicit Object(ImmortalTag) noexcept : refCount_(kImmortal) {}
@@ -137,6 +179,9 @@ protected:
 private:
     static constexpr uint32_t kImmortal = UINT32_MAX;
     static void destroy(const Object* object) noexcept;
+
+    // The argument list forms of NSObject(ZonThreadExtensions); modes nil means the common modes.
+    void performSelectorOnThreadWithObjectList(SEL sel, Thread* thread, bool waitUntilDone, Array* modes, Arguments objects);
 
     mutable std::atomic<uint32_t> refCount_ {1};
 };
