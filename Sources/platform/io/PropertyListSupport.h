@@ -1,0 +1,51 @@
+#pragma once
+
+// Pieces shared by the property-list readers and writers: nesting limits, calendar arithmetic for
+// dates, and building containers from values read in order.
+
+#include "platform/runtime/Object.h"
+
+#include <cstdint>
+#include <optional>
+#include <span>
+#include <string>
+
+namespace zon::plist {
+
+// The deepest nesting of containers that readers accept and writers produce. Readers and writers
+// do not recurse, but code that consumes a value often does (descriptions, equality, copies).
+inline constexpr size_t kMaxNestingDepth = 512;
+
+enum class Mutability : uint8_t { Immutable, MutableContainers };
+
+// A UTC calendar time in the proleptic Gregorian calendar; year 0 is 1 BC.
+struct CivilTime {
+    int64_t year = 2001;
+    int month = 1;
+    int day = 1;
+    int hour = 0;
+    int minute = 0;
+    int second = 0;
+};
+
+// Dates are written to the whole second, rounded down; beyond this many seconds from the reference
+// date in either direction (about 285 million years) the calendar arithmetic is not exact.
+inline constexpr double kMaxDateSeconds = 9007199254740992.0;
+
+// The calendar time of a date, or nothing when it is not finite or too far away.
+std::optional<CivilTime> civilTimeFromReferenceSeconds(double seconds);
+// Seconds since the reference date of a valid calendar time.
+double referenceSecondsFromCivilTime(const CivilTime& time);
+int daysInMonth(int64_t year, int month);
+
+// Makes an array of items (moved out).
+Ref<Object> makeArray(std::span<Ref<Object>> items, Mutability mutability);
+// Makes a dictionary of alternating keys and values (moved out); a later equal key replaces the
+// value of an earlier one.
+Ref<Object> makeDictionary(std::span<Ref<Object>> keysAndValues, Mutability mutability);
+
+// Text from outside bytes, made safe to quote in an error message: printable ASCII kept, anything
+// else shown as '?', cut after a few dozen characters.
+std::string quotedForMessage(std::string_view text);
+
+} // namespace zon::plist

@@ -1,0 +1,466 @@
+#include "platform/io/PropertyListXMLWriter.h"
+
+#include "platform/io/PropertyListSupport.h"
+#include "platform/runtime/Class.h"
+#include "platform/values/Array.h"
+#include "platform/values/Data.h"
+#include "platform/values/Date.h"
+#include "platform/values/Dictionary.h"
+#include "platform/values/Number.h"
+#include "platform/values/String.h"
+
+#include <charconv>
+#include <cmath>
+#include <cstring>
+#include <string_view>
+
+namespace zon::plist {
+
+namespace {
+
+using namespace std::string_view_literals;
+
+// The document header. The DOCTYPE is informational: readers (ours included) do not fetch it.
+constexpr std::string_view kHeader = "<?xml version=\"1.0\" encoding=\"UTF-8\"?>\n"
+                                     "<!DOCTYPE plist PUBLIC \"-//ZonCommon//DTD PLIST 1.0//EN\" "
+                                     "\"PropertyList-1.0.dtd\">\n"
+                                     "<plist version=\"1.0\">\n"sv;
+constexpr std::string_view kFooter = "</plist>\n"sv;
+
+// Base64 lines hold 76 characters at the top level and 8 fewer per level of indentation, down to
+// 12 characters from the eighth level on.
+constexpr size_t kBase64LineLength = 76;
+constexpr size_t kBase64LineShrinkPerLevel = 8;
+constexpr size_t kBase64MaxShrinkLevels = 8;
+
+constexpr char kBase64Alphabet[] = "ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz0123456789+/";
+
+enum class Kind : uint8_t { String, Number, Boolean, Data, Date, Array, Dictionary, Other };
+
+// The run-time classes the writer meets, looked up once; exact matches skip the class-chain walk.
+struct Classes {
+    Class* string = String::staticClass();
+    Class* number = Number::staticClass();
+    Class* array = Array::staticClass();
+    Class* mutableArray = MutableArray::staticClass();
+    Class* dictionary = Dictionary::staticClass();
+    Class* mutableDictionary = MutableDictionary::staticClass();
+    Class* data = Data::staticClass();
+    Class* date = Date::staticClass();
+};
+
+Kind kindOf(const Object* object)
+{
+    static const Classes classes;
+    const Class* cls = object->objectClass();
+    if (cls == classes.string)
+        return Kind::String;
+    if (cls == classes.dictionary || cls == classes.mutableDictionary)
+        return Kind::Dictionary;
+    if (cls == classes.array || cls == classes.mutableArray)
+        return Kind::Array;
+    if (object->isKindOfClass(classes.number))
+        return static_cast<const Number*>(object)->isBoolean() ? Kind::Boolean : Kind::Number;
+    if (object->isKindOfClass(classes.string))
+        return Kind::String;
+    if (object->isKindOfClass(classes.date))
+        return Kind::Date;
+    if (object->isKindOfClass(classes.data))
+        return Kind::Data;
+    if (object->isKindOfClass(classes.dictionary))
+        return Kind::Dictionary;
+    if (object->isKindOfClass(classes.array))
+        return Kind::Array;
+    return Kind::Other;
+}
+
+// An output buffer written through raw pointers: room is made first, then filled. The vector's
+// size is its allocated room; `used_` counts what is written.
+class Output {
+public:
+    Output(std::vector<uint8_t>& bytes, size_t expectedSize) : bytes_(bytes) { bytes_.resize(expectedSize); }
+    void finish() { bytes_.resize(used_); }
+
+    char* room(size_t count)
+    {
+        if (bytes_.size() - used_ < count)
+            bytes_.resize(std::max(bytes_.size() * 2, used_ + count));
+        return reinterpret_cast<char*>(bytes_.data()) + used_;
+    }
+    void advance(size_t count) { used_ += count; }
+    void advanceTo(const char* end) { used_ = static_cast<size_t>(end - reinterpret_cast<char*>(bytes_.data())); }
+
+    void append(std::string_view text)
+    {
+        std::memcpy(room(text.size()), text.data(), text.size());
+        used_ += text.size();
+    }
+    void indent(size_t level)
+    {
+        std::memset(room(level), '\t', level);
+        used_ += level;
+    }
+
+private:
+    std::vector<uint8_t>& bytes_;
+    size_t used_ = 0;
+};
+
+// UTF-8 with &, < and > escaped and everything else (control characters included) as it is; a
+// lone surrogate has no UTF-8 form and becomes U+FFFD.
+void appendEscaped(Output& out, const String* text)
+{
+    const char16_t* at = text->characters();
+    const char16_t* const end = at + text->length();
+    // Worst case per unit: "&amp;" (5 bytes); non-ASCII takes at most 3 bytes per unit.
+    char* p = out.room(text->length() * 5);
+    while (at < end) {
+        const char16_t unit = *at++;
+        if (unit < 0x80) {
+            switch (unit) {
+            case '&':
+                std::memcpy(p, "&amp;", 5);
+                p += 5;
+                break;
+            case '<':
+                std::memcpy(p, "&lt;", 4);
+                p += 4;
+                break;
+            case '>':
+                std::memcpy(p, "&gt;", 4);
+                p += 4;
+                break;
+            default:
+                *p++ = static_cast<char>(unit);
+            }
+            continue;
+        }
+        char32_t code = unit;
+        if (unit >= 0xD800 && unit <= 0xDFFF) {
+            if (unit <= 0xDBFF && at < end && *at >= 0xDC00 && *at <= 0xDFFF)
+                code = 0x10000 + ((unit - 0xD800) << 10) + (*at++ - 0xDC00);
+            else
+                code = 0xFFFD;
+        }
+        if (code < 0x800) {
+            *p++ = static_cast<char>(0xC0 | (code >> 6));
+        } else if (code < 0x10000) {
+            *p++ = static_cast<char>(0xE0 | (code >> 12));
+            *p++ = static_cast<char>(0x80 | ((code >> 6) & 0x3F));
+        } else {
+            *p++ = static_cast<char>(0xF0 | (code >> 18));
+            *p++ = static_cast<char>(0x80 | ((code >> 12) & 0x3F));
+            *p++ = static_cast<char>(0x80 | ((code >> 6) & 0x3F));
+        }
+        *p++ = static_cast<char>(0x80 | (code & 0x3F));
+    }
+    out.advanceTo(p);
+}
+
+void appendReal(Output& out, double value)
+{
+    if (value == 0) {
+        out.append(std::signbit(value) ? "-0.0"sv : "0.0"sv);
+    } else if (std::isinf(value)) {
+        out.append(value > 0 ? "+infinity"sv : "-infinity"sv);
+    } else if (std::isnan(value)) {
+        out.append("nan"sv);
+    } else {
+        // Exactly printf's %.17g.
+        char* p = out.room(32);
+        out.advanceTo(std::to_chars(p, p + 32, value, std::chars_format::general, 17).ptr);
+    }
+}
+
+void appendNumber(Output& out, const Number* number)
+{
+    char* p = out.room(24);
+    switch (number->storage()) {
+    case Number::Storage::Signed:
+        out.advanceTo(std::to_chars(p, p + 24, number->longLongValue()).ptr);
+        break;
+    case Number::Storage::Unsigned:
+        out.advanceTo(std::to_chars(p, p + 24, number->unsignedLongLongValue()).ptr);
+        break;
+    case Number::Storage::Floating:
+        appendReal(out, number->doubleValue());
+        break;
+    }
+}
+
+void appendTwoDigits(char*& p, int value)
+{
+    *p++ = static_cast<char>('0' + value / 10);
+    *p++ = static_cast<char>('0' + value % 10);
+}
+
+void appendDate(Output& out, const CivilTime& time)
+{
+    char* p = out.room(48);
+    if (time.year < 0)
+        *p++ = '-';
+    const uint64_t year = time.year < 0 ? -static_cast<uint64_t>(time.year) : static_cast<uint64_t>(time.year);
+    for (uint64_t scale = 1000; scale > 1 && year < scale; scale /= 10)
+        *p++ = '0';
+    p = std::to_chars(p, p + 24, year).ptr;
+    *p++ = '-';
+    appendTwoDigits(p, time.month);
+    *p++ = '-';
+    appendTwoDigits(p, time.day);
+    *p++ = 'T';
+    appendTwoDigits(p, time.hour);
+    *p++ = ':';
+    appendTwoDigits(p, time.minute);
+    *p++ = ':';
+    appendTwoDigits(p, time.second);
+    *p++ = 'Z';
+    out.advanceTo(p);
+}
+
+// The base64 lines of a <data> element at this level, each indented like the tag.
+void appendBase64Lines(Output& out, std::span<const uint8_t> bytes, size_t level)
+{
+    const size_t lineLength =
+        kBase64LineLength - kBase64LineShrinkPerLevel * std::min(level, kBase64MaxShrinkLevels);
+    const size_t bytesPerLine = lineLength / 4 * 3;
+    for (size_t start = 0; start < bytes.size(); start += bytesPerLine) {
+        const size_t count = std::min(bytesPerLine, bytes.size() - start);
+        out.indent(level);
+        char* p = out.room(lineLength + 1);
+        const uint8_t* in = bytes.data() + start;
+        size_t i = 0;
+        for (; i + 3 <= count; i += 3) {
+            const uint32_t triple = (in[i] << 16) | (in[i + 1] << 8) | in[i + 2];
+            *p++ = kBase64Alphabet[triple >> 18];
+            *p++ = kBase64Alphabet[(triple >> 12) & 0x3F];
+            *p++ = kBase64Alphabet[(triple >> 6) & 0x3F];
+            *p++ = kBase64Alphabet[triple & 0x3F];
+        }
+        if (i < count) {
+            const uint32_t triple = (in[i] << 16) | (i + 1 < count ? in[i + 1] << 8 : 0);
+            *p++ = kBase64Alphabet[triple >> 18];
+            *p++ = kBase64Alphabet[(triple >> 12) & 0x3F];
+            *p++ = i + 1 < count ? kBase64Alphabet[(triple >> 6) & 0x3F] : '=';
+            *p++ = '=';
+        }
+        *p++ = '\n';
+        out.advanceTo(p);
+    }
+}
+
+// A quick estimate of the document's size (text taken as ASCII, numbers at typical lengths), so
+// that the output is usually allocated once rather than grown through copies of a large buffer.
+// Bounded in depth and in values visited, since a container may hold itself.
+size_t estimatedSize(const Object* root)
+{
+    constexpr size_t kPerValue = 24; // tags, line end, a number's digits
+    constexpr size_t kMaxVisits = size_t {1} << 22;
+    size_t total = kHeader.size() + kFooter.size();
+    std::vector<std::pair<const Object*, size_t>> pending {{root, 0}};
+    for (size_t visits = 0; !pending.empty() && visits < kMaxVisits; ++visits) {
+        const auto [object, level] = pending.back();
+        pending.pop_back();
+        total += level + kPerValue;
+        switch (kindOf(object)) {
+        case Kind::String:
+            total += static_cast<const String*>(object)->length();
+            break;
+        case Kind::Data: {
+            const size_t characters = static_cast<const Data*>(object)->length() / 3 * 4 + 4;
+            total += characters + (characters / 12 + 2) * (level + 1);
+            break;
+        }
+        case Kind::Array:
+            if (level < kMaxNestingDepth) {
+                for (const Object* item : *static_cast<const Array*>(object))
+                    pending.emplace_back(item, level + 1);
+            }
+            break;
+        case Kind::Dictionary:
+            if (level < kMaxNestingDepth) {
+                for (const auto [key, value] : *static_cast<const Dictionary*>(object)) {
+                    const auto* text = dynamicCast<String>(key);
+                    total += level + kPerValue + (text ? text->length() : 0);
+                    pending.emplace_back(value, level + 1);
+                }
+            }
+            break;
+        default:
+            break;
+        }
+    }
+    return total;
+}
+
+// Writes the containers depth first with an explicit stack of open containers.
+class Writer {
+public:
+    Writer(std::vector<uint8_t>& bytes, size_t expectedSize) : out_(bytes, expectedSize) {}
+
+    bool write(const Object* root, std::string& error)
+    {
+        if (!root) {
+            error = "Property list invalid for format: XML (the property list is nil)";
+            return false;
+        }
+        out_.append(kHeader);
+        if (!writeValue(root, 0, error))
+            return false;
+        while (!stack_.empty()) {
+            Frame& frame = stack_.back();
+            const size_t level = stack_.size();
+            if (frame.kind == Kind::Array) {
+                if (frame.nextItem == frame.endItem) {
+                    close("</array>\n"sv, level - 1);
+                    continue;
+                }
+                const Object* item = *frame.nextItem++;
+                if (!writeValue(item, level, error))
+                    return false;
+            } else {
+                if (frame.nextEntry == frame.endEntry) {
+                    close("</dict>\n"sv, level - 1);
+                    continue;
+                }
+                const auto [key, value] = *frame.nextEntry++;
+                if (kindOf(key) != Kind::String) {
+                    error = "Property list invalid for format: XML (property list dictionaries may only have keys "
+                            "which are strings)";
+                    return false;
+                }
+                out_.indent(level);
+                out_.append("<key>"sv);
+                appendEscaped(out_, static_cast<const String*>(key));
+                out_.append("</key>\n"sv);
+                if (!writeValue(value, level, error))
+                    return false;
+            }
+        }
+        out_.append(kFooter);
+        out_.finish();
+        return true;
+    }
+
+private:
+    struct Frame {
+        Kind kind;
+        const Object* container;
+        ObjectIterator nextItem, endItem;
+        Dictionary::Iterator nextEntry, endEntry;
+    };
+
+    void close(std::string_view tag, size_t level)
+    {
+        stack_.pop_back();
+        out_.indent(level);
+        out_.append(tag);
+    }
+
+    void element(std::string_view open, std::string_view close, size_t level, auto&& body)
+    {
+        out_.indent(level);
+        out_.append(open);
+        body();
+        out_.append(close);
+    }
+
+    // Writes a value that needs no stack, or the opening tag of a non-empty container (pushed).
+    bool writeValue(const Object* value, size_t level, std::string& error)
+    {
+        switch (kindOf(value)) {
+        case Kind::String:
+            element("<string>"sv, "</string>\n"sv, level,
+                [&] { appendEscaped(out_, static_cast<const String*>(value)); });
+            return true;
+        case Kind::Number: {
+            const auto* number = static_cast<const Number*>(value);
+            const bool real = number->storage() == Number::Storage::Floating;
+            element(real ? "<real>"sv : "<integer>"sv, real ? "</real>\n"sv : "</integer>\n"sv, level,
+                [&] { appendNumber(out_, number); });
+            return true;
+        }
+        case Kind::Boolean:
+            out_.indent(level);
+            out_.append(static_cast<const Number*>(value)->boolValue() ? "<true/>\n"sv : "<false/>\n"sv);
+            return true;
+        case Kind::Date: {
+            const auto time = civilTimeFromReferenceSeconds(static_cast<const Date*>(value)->timeIntervalSinceReferenceDate());
+            if (!time) {
+                error = "Property list invalid for format: XML (the date is not finite or out of range)";
+                return false;
+            }
+            element("<date>"sv, "</date>\n"sv, level, [&] { appendDate(out_, *time); });
+            return true;
+        }
+        case Kind::Data:
+            out_.indent(level);
+            out_.append("<data>\n"sv);
+            appendBase64Lines(out_, static_cast<const Data*>(value)->span(), level);
+            out_.indent(level);
+            out_.append("</data>\n"sv);
+            return true;
+        case Kind::Array: {
+            const auto* array = static_cast<const Array*>(value);
+            if (!enter(value, level, error))
+                return false;
+            if (array->isEmpty()) {
+                out_.indent(level);
+                out_.append("<array/>\n"sv);
+                return true;
+            }
+            out_.indent(level);
+            out_.append("<array>\n"sv);
+            stack_.push_back({Kind::Array, value, array->begin(), array->end(), {}, {}});
+            return true;
+        }
+        case Kind::Dictionary: {
+            const auto* dictionary = static_cast<const Dictionary*>(value);
+            if (!enter(value, level, error))
+                return false;
+            if (dictionary->count() == 0) {
+                out_.indent(level);
+                out_.append("<dict/>\n"sv);
+                return true;
+            }
+            out_.indent(level);
+            out_.append("<dict>\n"sv);
+            stack_.push_back({Kind::Dictionary, value, {}, {}, dictionary->begin(), dictionary->end()});
+            return true;
+        }
+        case Kind::Other:
+            error = "Property list invalid for format: XML (property lists cannot contain objects of type '"
+                + value->objectClass()->name() + "')";
+            return false;
+        }
+        return false;
+    }
+
+    // A container nested too deeply is refused; a container that holds itself would nest without
+    // end, so the depth limit is where cycles are found too.
+    bool enter(const Object* container, size_t level, std::string& error)
+    {
+        if (level < kMaxNestingDepth)
+            return true;
+        for (const Frame& frame : stack_) {
+            if (frame.container == container) {
+                error = "Property list invalid for format: XML (a container holds itself)";
+                return false;
+            }
+        }
+        error = "Property list invalid for format: XML (containers nested more than "
+            + std::to_string(kMaxNestingDepth) + " deep)";
+        return false;
+    }
+
+    Output out_;
+    std::vector<Frame> stack_;
+};
+
+} // namespace
+
+bool writeXMLPropertyList(const Object* plist, std::vector<uint8_t>& out, std::string& error)
+{
+    return Writer(out, plist ? estimatedSize(plist) : 0).write(plist, error);
+}
+
+} // namespace zon::plist

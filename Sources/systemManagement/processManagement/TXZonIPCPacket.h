@@ -1,0 +1,89 @@
+#pragma once
+
+#include "platform/runtime/Object.h"
+
+#include <cstdint>
+
+namespace zon {
+
+class Data;
+class Dictionary;
+
+// The reserved dictionary key of dictionary payloads: it maps each top-level key that held a
+// point, size, range or rectangle to that value's type encoding.
+ZON_EXPORT extern String* const TXZonIPCPacketInternalNSValueEncodingKey;
+
+// The unit two processes exchange over the IPC link: a signed 32-bit packet type and a payload
+// of bytes. On the wire a packet is the type (4 bytes, host order) followed by the payload, with
+// no other framing.
+//
+// Types: 1 ping, 2 connect request, 3 connection acknowledged, 4 connection refused,
+// 5 disconnect (the "communication" packets, whose payload is the UTF-8 of a service name or
+// nothing), 7 data, 8 dictionary (an XML property list), 9 string (UTF-8); anything else is
+// unknown. Parsing never fails: a frame shorter than 4 bytes is type 0 with the frame as payload,
+// and a frame of unknown type keeps its type and the whole frame, header included, as payload.
+//
+// Not safe to change from one thread while another reads it.
+class ZON_EXPORT TXZonIPCPacket final : public Object {
+    ZON_OBJECT(TXZonIPCPacket, Object)
+public:
+    static constexpr int32_t kPing = 1;
+    static constexpr int32_t kConnectRequest = 2;
+    static constexpr int32_t kConnectionAck = 3;
+    static constexpr int32_t kConnectionNak = 4;
+    static constexpr int32_t kDisconnect = 5;
+    static constexpr int32_t kUnassigned = 6;
+    static constexpr int32_t kData = 7;
+    static constexpr int32_t kDictionary = 8;
+    static constexpr int32_t kString = 9;
+
+    // Parses wire bytes (nil counts as no bytes).
+    static Ref<TXZonIPCPacket> packetWithZONIPCPacketData(Data* data);
+    static Ref<TXZonIPCPacket> pingPacket();
+    // A packet of this type carrying the UTF-8 of the service name.
+    static Ref<TXZonIPCPacket> connectPacket_fromService(int32_t type, String* serviceName);
+    static Ref<TXZonIPCPacket> disconnectPacketForService(String* serviceName);
+    // Type 7; the payload is data itself, not a copy.
+    static Ref<TXZonIPCPacket> packetWithData(Data* data);
+    // Type 8. Top-level points, sizes, ranges and rectangles travel as their text forms, recorded
+    // under the reserved key (always present). Nil, with a level-1 log line, when the dictionary
+    // cannot be written as a property list.
+    static Ref<TXZonIPCPacket> packetWithDictionary(Dictionary* dictionary);
+    // Type 9, the UTF-8 bytes of the string.
+    static Ref<TXZonIPCPacket> packetWithString(String* string);
+
+    static Ref<TXZonIPCPacket> initWithData_ofType(Data* data, int32_t type);
+    static Ref<TXZonIPCPacket> initWithZONIPCPacketData(Data* data);
+
+    // The wire bytes: the type then the payload.
+    Ref<Data> ZONIPCPacketData() const;
+
+    int32_t packetType() const { return packetType_; }
+    void setPacketType(int32_t type) { packetType_ = type; }
+    Data* sendData() const { return sendData_.get(); }
+    void setSendData(Data* data);
+    int32_t type() const { return packetType_; }
+    Data* dataValue() const { return sendData_.get(); }
+
+    // The payload read as a property-list dictionary with its geometric values rebuilt and the
+    // reserved key removed; an empty dictionary when the payload is not a dictionary.
+    Ref<Dictionary> dictionaryValue() const;
+    // The payload as UTF-8 text; nil when it is not valid UTF-8.
+    Ref<String> stringValue() const;
+    // True for types 0 to 6: the type taken as unsigned is below 7, so negative types are not.
+    bool isCommsPacket() const;
+
+    // "Packet Type: <type text> Size: <payload length>".
+    Ref<String> description() const override;
+
+    // The description text of a packet type: "Ping", "Data (Dictionary)", ..., "Unknown".
+    static String* descriptionOfPacketType(int32_t type);
+
+private:
+    TXZonIPCPacket(int32_t type, Ref<Data> data) : packetType_(type), sendData_(std::move(data)) {}
+
+    int32_t packetType_;
+    Ref<Data> sendData_;
+};
+
+} // namespace zon

@@ -1,0 +1,32 @@
+#!/usr/bin/env python3
+"""Python's plistlib as a peer of our property-list code.
+
+For every DIR/NAME.ours.xml (written by our writer) it reads the document with plistlib, failing
+when plistlib cannot, and writes the value back with plistlib as DIR/NAME.py.xml and
+DIR/NAME.py.bin, for our reader to compare with what was written.
+"""
+import pathlib
+import plistlib
+import sys
+
+
+def main() -> int:
+    directory = pathlib.Path(sys.argv[1])
+    failures = 0
+    documents = sorted(directory.glob("*.ours.xml"))
+    for path in documents:
+        stem = path.name[: -len(".ours.xml")]
+        try:
+            value = plistlib.loads(path.read_bytes())
+        except Exception as error:  # report every document that fails, not just the first
+            print(f"{path.name}: plistlib cannot read it: {error}", file=sys.stderr)
+            failures += 1
+            continue
+        (directory / f"{stem}.py.xml").write_bytes(plistlib.dumps(value, fmt=plistlib.FMT_XML, sort_keys=False))
+        (directory / f"{stem}.py.bin").write_bytes(plistlib.dumps(value, fmt=plistlib.FMT_BINARY, sort_keys=False))
+    print(f"plistlib read {len(documents) - failures} of {len(documents)} documents")
+    return 1 if failures or not documents else 0
+
+
+if __name__ == "__main__":
+    sys.exit(main())

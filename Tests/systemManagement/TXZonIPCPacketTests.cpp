@@ -1,0 +1,192 @@
+#include "systemManagement/processManagement/TXZonIPCPacket.h"
+
+#include "platform/io/PropertyListSerialization.h"
+#include "platform/values/Array.h"
+#include "platform/values/Data.h"
+#include "platform/values/Dictionary.h"
+#include "platform/values/Number.h"
+#include "platform/values/String.h"
+#include "platform/values/Value.h"
+#include "support/LogCapture.h"
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <cstring>
+
+using namespace zon;
+using testing::HasSubstr;
+
+namespace {
+
+Ref<String> S(std::string_view text) { return String::stringWithUTF8String(text); }
+
+std::string bytesOf(const Data* data)
+{
+    return data ? std::string(static_cast<const char*>(data->bytes()), data->length()) : std::string();
+}
+
+Ref<Data> frame(int32_t type, std::string_view payload)
+{
+    std::string bytes(4, '\0');
+    std::memcpy(bytes.data(), &type, 4);
+    bytes += payload;
+    return Data::dataWithBytes(bytes.data(), bytes.size());
+}
+
+Ref<TXZonIPCPacket> parse(std::string_view bytes)
+{
+    return TXZonIPCPacket::packetWithZONIPCPacketData(Data::dataWithBytes(bytes.data(), bytes.size()));
+}
+
+} // namespace
+
+TEST(TXZonIPCPacket, DescribesEveryTypeWithItsText)
+{
+    const std::pair<int32_t, const char*> texts[] = {{0, "Unknown"}, {1, "Ping"}, {2, "Connect Request"},
+        {3, "Connection Ack"}, {4, "Connection Nak"}, {5, "Disconnect"}, {6, "Unknown"}, {7, "Data"},
+        {8, "Data (Dictionary)"}, {9, "Data (String)"}, {10, "Unknown"}, {-1, "Unknown"}};
+    for (const auto& [type, text] : texts) {
+        Ref<TXZonIPCPacket> packet = TXZonIPCPacket::initWithData_ofType(Data::dataWithBytes("abc", 3), type);
+        EXPECT_EQ(packet->description()->UTF8String(), std::string("Packet Type: ") + text + " Size: 3");
+    }
+}
+
+TEST(TXZonIPCPacket, CommsPacketsAreTypesZeroToSixTakenAsUnsigned)
+{
+    for (int32_t type : {0, 1, 2, 3, 4, 5, 6})
+        EXPECT_TRUE(TXZonIPCPacket::initWithData_ofType(nullptr, type)->isCommsPacket()) << type;
+    for (int32_t type : {7, 8, 9, 42, -1, INT32_MIN})
+        EXPECT_FALSE(TXZonIPCPacket::initWithData_ofType(nullptr, type)->isCommsPacket()) << type;
+}
+
+TEST(TXZonIPCPacket, ControlPacketsCarryTheServiceNameInUTF8)
+{
+    EXPECT_EQ(bytesOf(TXZonIPCPacket::pingPacket()->ZONIPCPacketData()), std::string("\x01\0\0\0", 4));
+    Ref<TXZonIPCPacket> connect = TXZonIPCPacket::connectPacket_fromService(3, S("médiaserver"));
+    EXPECT_EQ(connect->packetType(), 3);
+    EXPECT_EQ(bytesOf(connect->ZONIPCPacketData()), std::string("\x03\0\0\0médiaserver", 16));
+    Ref<TXZonIPCPacket> disconnect = TXZonIPCPacket::disconnectPacketForService(S("app"));
+    EXPECT_EQ(disconnect->type(), 5);
+    EXPECT_EQ(bytesOf(disconnect->dataValue()), "app");
+    EXPECT_EQ(TXZonIPCPacket::packetWithString(S("héllo"))->description()->UTF8String(),
+        "Packet Type: Data (String) Size: 6");
+    Ref<Data> payload = Data::dataWithBytes("\xFF\x00", 2);
+    EXPECT_EQ(TXZonIPCPacket::packetWithData(payload)->sendData(), payload.get()); // not a copy
+}
+
+TEST(TXZonIPCPacket, ParsesShortKnownAndUnknownFramesAsTheWireRulesSay)
+{
+    Ref<TXZonIPCPacket> shortFrame = parse("abc");
+    EXPECT_EQ(shortFrame->type(), 0);
+    EXPECT_EQ(bytesOf(shortFrame->dataValue()), "abc");
+    EXPECT_EQ(shortFrame->description()->UTF8String(), "Packet Type: Unknown Size: 3");
+    EXPECT_EQ(parse("")->type(), 0);
+    EXPECT_EQ(TXZonIPCPacket::packetWithZONIPCPacketData(nullptr)->type(), 0);
+
+    Ref<TXZonIPCPacket> empty = TXZonIPCPacket::packetWithZONIPCPacketData(frame(7, ""));
+    EXPECT_EQ(empty->type(), 7);
+    EXPECT_EQ(empty->dataValue()->length(), 0u);
+
+    for (int32_t type : {6, 42, 0, -1}) {
+        Ref<Data> wire = frame(type, "payload");
+        Ref<TXZonIPCPacket> unknown = TXZonIPCPacket::packetWithZONIPCPacketData(wire);
+        EXPECT_EQ(unknown->type(), type);
+        EXPECT_EQ(bytesOf(unknown->dataValue()), bytesOf(wire)) << "the whole frame, header included";
+    }
+    for (int32_t type : {1, 2, 3, 4, 5, 7, 8, 9}) {
+        Ref<TXZonIPCPacket> packet = TXZonIPCPacket::initWithData_ofType(Data::dataWithBytes("xyz", 3), type);
+        Ref<TXZonIPCPacket> back = TXZonIPCPacket::initWithZONIPCPacketData(packet->ZONIPCPacketData());
+        EXPECT_EQ(back->type(), type);
+        EXPECT_EQ(bytesOf(back->dataValue()), "xyz");
+    }
+}
+
+TEST(TXZonIPCPacket, StringValueIsNilForInvalidUTF8)
+{
+    EXPECT_EQ(TXZonIPCPacket::packetWithString(S("日本 😀"))->stringValue()->UTF8String(), "日本 😀");
+    EXPECT_FALSE(TXZonIPCPacket::packetWithData(Data::dataWithBytes("\xC3\x28", 2))->stringValue());
+}
+
+TEST(TXZonIPCPacket, DictionaryPayloadAlwaysCarriesTheEncodingKey)
+{
+    Ref<TXZonIPCPacket> packet = TXZonIPCPacket::packetWithDictionary(Dictionary::dictionaryWithObject_forKey(S("b"), S("a")));
+    ASSERT_TRUE(packet);
+    EXPECT_EQ(packet->type(), 8);
+    const std::string xml = bytesOf(packet->dataValue());
+    EXPECT_THAT(xml, HasSubstr("<dict>\n"
+                               "\t<key>a</key>\n"
+                               "\t<string>b</string>\n"
+                               "\t<key>__TXZonIPCPacketInternalNSValueEncoding__</key>\n"
+                               "\t<dict/>\n"
+                               "</dict>\n"));
+    Ref<Dictionary> back = packet->dictionaryValue();
+    EXPECT_TRUE(back->isEqual(Dictionary::dictionaryWithObject_forKey(S("b"), S("a"))));
+}
+
+TEST(TXZonIPCPacket, GeometricValuesTravelAsTextAndComeBackBoxed)
+{
+    Ref<Dictionary> original = Dictionary::dictionaryWithObjectsAndKeys({
+        {S("p"), Value::valueWithPoint({1.5, 2})},
+        {S("r"), Value::valueWithRange({3, 4})},
+        {S("s"), Value::valueWithSize({5, 6.25})},
+        {S("q"), Value::valueWithRect({{1, 2}, {3, 4}})},
+        {S("n"), Number::numberWithInt(7)},
+    });
+    Ref<TXZonIPCPacket> packet = TXZonIPCPacket::packetWithDictionary(original);
+    ASSERT_TRUE(packet);
+    const std::string xml = bytesOf(packet->dataValue());
+    EXPECT_THAT(xml, HasSubstr("<key>p</key>\n\t<string>{1.5, 2}</string>"));
+    EXPECT_THAT(xml, HasSubstr("<key>r</key>\n\t<string>{3, 4}</string>"));
+    EXPECT_THAT(xml, HasSubstr("<key>q</key>\n\t<string>{{1, 2}, {3, 4}}</string>"));
+    EXPECT_THAT(xml, HasSubstr("\t\t<key>p</key>\n\t\t<string>{_NSPoint=ff}</string>"));
+    EXPECT_THAT(xml, HasSubstr("\t\t<key>q</key>\n\t\t<string>{_NSRect={_NSPoint=ff}{_NSSize=ff}}</string>"));
+
+    Ref<Dictionary> back = packet->dictionaryValue();
+    EXPECT_TRUE(back->isEqual(original)) << back->description();
+    EXPECT_FALSE(back->objectForKey(S("__TXZonIPCPacketInternalNSValueEncoding__")));
+    EXPECT_EQ(back->objectForKey<Value>(S("p"))->pointValue(), makePoint(1.5, 2));
+}
+
+TEST(TXZonIPCPacket, UnserialisableDictionaryGivesNilAndLogs)
+{
+    LogCapture capture;
+    // A pointer value is boxed but not geometric; nested geometric values are not converted.
+    EXPECT_FALSE(TXZonIPCPacket::packetWithDictionary(
+        Dictionary::dictionaryWithObject_forKey(Value::valueWithPointer(nullptr), S("ptr"))));
+    EXPECT_THAT(capture.records(), ContainsLine(2, "Unsupported objc type in dictionary, cannot save you"));
+    EXPECT_THAT(capture.records(), ContainsLine(1, HasSubstr("Dictionary cannot be converted to data type due to ")));
+    EXPECT_THAT(capture.records(), ContainsLine(1, HasSubstr("'NSValue'")));
+
+    capture.clear();
+    EXPECT_FALSE(TXZonIPCPacket::packetWithDictionary(Dictionary::dictionaryWithObject_forKey(
+        Array::arrayWithObject(Value::valueWithPoint({1, 2})), S("nested"))));
+    EXPECT_THAT(capture.records(), ContainsLine(1, HasSubstr("Dictionary cannot be converted to data type due to ")));
+    EXPECT_THAT(capture.records(), testing::Not(ContainsLine(2, testing::_)));
+}
+
+TEST(TXZonIPCPacket, DictionaryValueIsEmptyForPayloadsThatAreNotDictionaries)
+{
+    for (std::string_view payload : {"", "not a property list", "<plist><array/></plist>", "bplist00"})
+        EXPECT_EQ(TXZonIPCPacket::packetWithData(Data::dataWithBytes(payload.data(), payload.size()))->dictionaryValue()->count(), 0u)
+            << payload;
+    EXPECT_EQ(TXZonIPCPacket::initWithData_ofType(nullptr, 8)->dictionaryValue()->count(), 0u);
+}
+
+TEST(TXZonIPCPacket, DictionaryValueLeavesUnknownEncodingsAsText)
+{
+    LogCapture capture;
+    Ref<Dictionary> payload = Dictionary::dictionaryWithObjectsAndKeys({
+        {S("v"), S("{1, 2}")},
+        {S("w"), S("{3, 4}")},
+        {S("__TXZonIPCPacketInternalNSValueEncoding__"),
+            Dictionary::dictionaryWithObjectsAndKeys({{S("v"), S("{CGPoint=dd}")}, {S("w"), S("{_NSSize=ff}")},
+                {S("missing"), S("{_NSPoint=ff}")}})},
+    });
+    Ref<Data> xml = PropertyListSerialization::dataWithPropertyList(payload, NSPropertyListXMLFormat_v1_0, nullptr);
+    Ref<Dictionary> back = TXZonIPCPacket::initWithData_ofType(xml, 8)->dictionaryValue();
+    EXPECT_EQ(back->count(), 2u);
+    EXPECT_TRUE(back->objectForKey(S("v"))->isEqual(S("{1, 2}")));
+    EXPECT_EQ(back->objectForKey<Value>(S("w"))->sizeValue(), makeSize(3, 4));
+    EXPECT_THAT(capture.records(), ContainsLine(2, "Unsupported objc type in dictionary, cannot save you"));
+}
