@@ -12,5 +12,8 @@ namespace zon::tool {
 void addStringCommands(CLI::App& app);
 void addErrorCommands(CLI::App& app);
 void addLogCommands(CLI::App& app);
+void addPlistCommands(CLI::App& app);
+void addCodecCommands(CLI::App& app);
+void addIPCCommands(CLI::App& app);
 
 } // namespace zon::tool

@@ -37,3 +37,75 @@ run "$zon" log 5 'a detail line: hidden at the default level'
 run env ZON_LOG_LEVEL=5 "$zon" log 5 'a detail line: shown with ZON_LOG_LEVEL=5' --category BufferStream --identifier networkcomm
 run env ZON_LOG_STDERR=0 ZON_LOG_FILE="$log" "$zon" log 3 'IPC Service Started with name: demo'
 run cat "$log"
+
+# Codecs: hex both ways, MD5, gzip that the gzip command reads, TLE fields and the JSON parser
+# (numbers stay text, commas are optional, "\u" is not decoded).
+work=$(mktemp -d)
+trap 'rm -rf "$work" "$log"' EXIT
+run "$zon" hex encode 'TLE'
+run "$zon" hex decode '54 4C 45 0a'
+printf 'handheld sync payload\n%.0s' {1..50} > "$work/payload"
+run "$zon" md5 "$work/payload"
+run "$zon" gzip "$work/payload" "$work/payload.gz"
+run sh -c "gzip -dc '$work/payload.gz' | head -2"
+run "$zon" tle encode --type 5 --string 'abc' --null-terminate
+run "$zon" tle encode --type 5 --string 'Ω'
+run "$zon" tle encode --type 7 --int 4660
+run "$zon" tle decode-length 05
+printf '{"id": 12, "tags": ["a" "b",], "name": "caf\\u00e9"}' > "$work/record.json"
+run "$zon" json "$work/record.json"
+
+# Two processes talking through the IPC service: a server in the background, a client per
+# message. Each side prints its delegate callbacks as they happen.
+ipcdir=$(mktemp -d)
+trap 'rm -rf "$work" "$log" "$ipcdir"' EXIT
+saved_runtime_dir=${XDG_RUNTIME_DIR-}
+export XDG_RUNTIME_DIR="$ipcdir"
+printf '\n$ zon ipc serve demo-server &\n'
+"$zon" ipc serve demo-server &
+server=$!
+for _ in $(seq 50); do [ -S "$ipcdir"/zon-ports/demo-server-*.sock ] 2>/dev/null && break; sleep 0.1; done
+cat > "$ipcdir/song.plist" <<'PLIST'
+<?xml version="1.0" encoding="UTF-8"?>
+<plist version="1.0">
+<dict>
+	<key>title</key>
+	<string>Blue in Green</string>
+	<key>seconds</key>
+	<integer>337</integer>
+</dict>
+</plist>
+PLIST
+printf 'four bytes' > "$ipcdir/payload.bin"
+run "$zon" ipc send demo-server --string 'hello from the client'
+run "$zon" ipc send demo-server --dict "$ipcdir/song.plist"
+run "$zon" ipc send demo-server --data "$ipcdir/payload.bin"
+run "$zon" ipc send demo-server --string 'nobody waits for this' --oneway
+run "$zon" ipc send demo-server --dict "$ipcdir/song.plist" --async
+run "$zon" ipc send nobody-listens --string 'lost'  || true
+sleep 0.2
+printf '\n$ kill -INT %%1\n'
+kill -INT "$server"
+wait "$server"
+rm -rf "$ipcdir"
+if [ -n "$saved_runtime_dir" ]; then export XDG_RUNTIME_DIR="$saved_runtime_dir"; else unset XDG_RUNTIME_DIR; fi
+
+# Property lists: read in either format, written as XML; bad input is refused with its position.
+plist_dir=$(mktemp -d)
+trap 'rm -rf "$log" "$plist_dir"' EXIT
+python3 -c 'import plistlib, datetime, sys
+sys.stdout.buffer.write(plistlib.dumps({"name": "media server", "port": 4, "ratio": 0.25,
+    "since": datetime.datetime(2024, 2, 29, 12, 0), "tags": ["a", "b"], "blob": b"\x00\x01\x02"},
+    fmt=plistlib.FMT_BINARY))' >"$plist_dir/settings.bplist"
+run "$zon" plist convert "$plist_dir/settings.bplist" "$plist_dir/settings.plist"
+run cat "$plist_dir/settings.plist"
+printf '<plist version="1.0">\n<string>fish &amp; chips &bogus;</string>\n</plist>\n' >"$plist_dir/bad.plist"
+run "$zon" plist convert "$plist_dir/bad.plist" - || true
+
+# IPC packets: a type word in host order, then the payload; unknown types keep the whole frame.
+run "$zon" packet encode --string 'hello, peer'
+printf '\n$ zon packet decode "$(zon packet encode --dict settings.plist | tail -1)"\n'
+"$zon" packet decode "$("$zon" packet encode --dict "$plist_dir/settings.plist" | tail -1)"
+run "$zon" packet decode 0900000068656c6c6f
+run "$zon" packet decode 2a000000ff
+run "$zon" packet decode 010203

@@ -16,6 +16,9 @@ int main(int argc, char** argv)
     zon::tool::addStringCommands(app);
     zon::tool::addErrorCommands(app);
     zon::tool::addLogCommands(app);
+    zon::tool::addPlistCommands(app);
+    zon::tool::addCodecCommands(app);
+    zon::tool::addIPCCommands(app);
 
     CLI11_PARSE(app, argc, argv);
     return 0;

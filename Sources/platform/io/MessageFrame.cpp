@@ -1,0 +1,124 @@
+#include "platform/io/MessageFrame.h"
+
+#include <algorithm>
+#include <cstring>
+
+namespace zon {
+
+void encodeMessageFrameHeader(const MessageFrameHeader& header, uint8_t out[kMessageFrameHeaderSize])
+{
+    const uint16_t magic = kMessageFrameMagic;
+    std::memcpy(out + 0, &header.length, 4);
+    std::memcpy(out + 4, &header.requestId, 4);
+    std::memcpy(out + 8, &header.messageId, 4);
+    std::memcpy(out + 12, &header.flags, 2);
+    std::memcpy(out + 14, &magic, 2);
+}
+
+MessageFrameReader::MessageFrameReader(uint32_t maxLength)
+    : maxLength_(std::min(maxLength, kMessageFrameMaxLength))
+    , staging_(kStagingSize)
+{
+}
+
+std::span<uint8_t> MessageFrameReader::buffer()
+{
+    // Once the staging area is drained, the rest of a payload goes straight into its storage.
+    lastBufferWasPayload_ = inPayload_ && begin_ == end_;
+    if (lastBufferWasPayload_)
+        return {current_.payload.data() + filled_, current_.payload.size() - filled_};
+    if (begin_ == end_)
+        begin_ = end_ = 0;
+    else if (staging_.size() - end_ < kMessageFrameHeaderSize) {
+        std::memmove(staging_.data(), staging_.data() + begin_, end_ - begin_);
+        end_ -= begin_;
+        begin_ = 0;
+    }
+    return {staging_.data() + end_, staging_.size() - end_};
+}
+
+MessageFrameReader::Status MessageFrameReader::commit(size_t n)
+{
+    if (status_ != Status::Ok || n == 0)
+        return status_;
+    if (lastBufferWasPayload_) {
+        filled_ += n;
+        if (filled_ == current_.payload.size())
+            finishPayload();
+        return status_;
+    }
+    end_ += n;
+    return parseStaging();
+}
+
+MessageFrameReader::Status MessageFrameReader::feed(std::span<const uint8_t> bytes)
+{
+    while (!bytes.empty() && status_ == Status::Ok) {
+        auto room = buffer();
+        size_t n = std::min(room.size(), bytes.size());
+        std::memcpy(room.data(), bytes.data(), n);
+        bytes = bytes.subspan(n);
+        commit(n);
+    }
+    return status_;
+}
+
+MessageFrame MessageFrameReader::takeFrame()
+{
+    MessageFrame frame = std::move(frames_.front());
+    frames_.pop_front();
+    return frame;
+}
+
+MessageFrameReader::Status MessageFrameReader::parseStaging()
+{
+    while (status_ == Status::Ok) {
+        if (inPayload_) {
+            size_t n = std::min(end_ - begin_, current_.payload.size() - filled_);
+            if (n)
+                std::memcpy(current_.payload.data() + filled_, staging_.data() + begin_, n);
+            begin_ += n;
+            filled_ += n;
+            if (filled_ < current_.payload.size())
+                return status_;
+            finishPayload();
+            continue;
+        }
+        if (end_ - begin_ < kMessageFrameHeaderSize)
+            return status_;
+        const uint8_t* p = staging_.data() + begin_;
+        MessageFrameHeader header;
+        uint16_t magic;
+        std::memcpy(&header.length, p + 0, 4);
+        std::memcpy(&header.requestId, p + 4, 4);
+        std::memcpy(&header.messageId, p + 8, 4);
+        std::memcpy(&header.flags, p + 12, 2);
+        std::memcpy(&magic, p + 14, 2);
+        if (magic != kMessageFrameMagic || (header.flags & ~kMessageFrameKnownFlags)) {
+            failed_ = header;
+            status_ = Status::Corrupt;
+            return status_;
+        }
+        if (header.length > maxLength_) {
+            failed_ = header;
+            status_ = Status::TooLong;
+            return status_;
+        }
+        begin_ += kMessageFrameHeaderSize;
+        current_.header = header;
+        current_.payload.assign(header.length, 0);
+        filled_ = 0;
+        inPayload_ = true;
+    }
+    return status_;
+}
+
+void MessageFrameReader::finishPayload()
+{
+    frames_.push_back(std::move(current_));
+    current_ = MessageFrame {};
+    filled_ = 0;
+    inPayload_ = false;
+}
+
+} // namespace zon

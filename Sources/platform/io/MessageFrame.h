@@ -1,0 +1,103 @@
+#pragma once
+
+// The frames that carry message-port requests and replies over a stream socket.
+//
+// A frame is a fixed 16-byte header followed by the message bytes:
+//
+//   offset 0  uint32  payload length in bytes (at most kMessageFrameMaxLength)
+//   offset 4  uint32  request id: chosen by the sender of a request, echoed by its reply
+//   offset 8  int32   message id given by the caller of the send (handed to the receiver as is)
+//   offset 12 uint16  flags (MessageFrameFlag)
+//   offset 14 uint16  kMessageFrameMagic
+//
+// Integers are in host byte order: both ends are processes of one machine. The magic and the
+// unused flag bits let a reader drop a connection that carries something else at once.
+
+#include "platform/Export.h"
+
+#include <cstddef>
+#include <cstdint>
+#include <deque>
+#include <span>
+#include <vector>
+
+namespace zon {
+
+// The largest message a port sends or accepts: 256 MiB. A frame that announces more closes the
+// connection before anything is allocated for it.
+inline constexpr uint32_t kMessageFrameMaxLength = 256u * 1024 * 1024;
+inline constexpr uint16_t kMessageFrameMagic = 0x5a43;
+inline constexpr size_t kMessageFrameHeaderSize = 16;
+
+enum MessageFrameFlag : uint16_t {
+    MessageFrameReplyWanted = 1u << 0, // a request whose sender waits for a reply
+    MessageFrameIsReply = 1u << 1,     // the reply to the request with the same request id; an
+                                       // empty one says the receiver had nothing to answer
+};
+inline constexpr uint16_t kMessageFrameKnownFlags = MessageFrameReplyWanted | MessageFrameIsReply;
+
+struct MessageFrameHeader {
+    uint32_t length = 0;
+    uint32_t requestId = 0;
+    int32_t messageId = 0;
+    uint16_t flags = 0;
+};
+
+ZON_EXPORT void encodeMessageFrameHeader(const MessageFrameHeader& header, uint8_t out[kMessageFrameHeaderSize]);
+
+struct MessageFrame {
+    MessageFrameHeader header;
+    std::vector<uint8_t> payload;
+};
+
+// Reassembles frames from a byte stream that arrives in pieces of any size.
+//
+// Reads go into buffer(): a staging area for headers and small messages, or, once a large
+// message's header is known, straight into that message's own storage, so big payloads are not
+// copied twice. Complete frames queue up until takeFrame() hands them out; taking them one at a
+// time lets a handler that runs the event loop again read more without disturbing the frames
+// already waiting.
+class ZON_EXPORT MessageFrameReader {
+public:
+    enum class Status {
+        Ok,
+        Corrupt, // bad magic or flags: the stream is not ours
+        TooLong, // a frame announced more than kMessageFrameMaxLength
+    };
+
+    explicit MessageFrameReader(uint32_t maxLength = kMessageFrameMaxLength);
+
+    // Where the next read should put its bytes; never empty while the status is Ok.
+    std::span<uint8_t> buffer();
+    // Takes the first n bytes of the last buffer(). After an error the reader stays failed and
+    // ignores further input.
+    Status commit(size_t n);
+    // Copies bytes in through buffer() and commit(): for callers that already hold the bytes.
+    Status feed(std::span<const uint8_t> bytes);
+
+    Status status() const { return status_; }
+    bool hasFrame() const { return !frames_.empty(); }
+    MessageFrame takeFrame();
+    // The header of the frame that is being read when it failed with TooLong or Corrupt.
+    const MessageFrameHeader& failedHeader() const { return failed_; }
+
+private:
+    static constexpr size_t kStagingSize = 64 * 1024;
+
+    Status parseStaging();
+    void finishPayload();
+
+    uint32_t maxLength_;
+    Status status_ = Status::Ok;
+    std::vector<uint8_t> staging_;
+    size_t begin_ = 0; // unparsed bytes are staging_[begin_, end_)
+    size_t end_ = 0;
+    bool inPayload_ = false; // a header was read and its payload is being filled
+    bool lastBufferWasPayload_ = false;
+    MessageFrame current_;
+    size_t filled_ = 0;
+    MessageFrameHeader failed_;
+    std::deque<MessageFrame> frames_;
+};
+
+} // namespace zon

@@ -1,0 +1,679 @@
+#include "systemManagement/processManagement/TXZonIPCService.h"
+
+#include "extensions/NSError+ZonExtensions.h"
+#include "logger/ZonLog.h"
+#include "platform/runtime/AutoreleasePool.h"
+#include "platform/runtime/Class.h"
+#include "platform/threads/RunLoop.h"
+#include "platform/threads/Thread.h"
+#include "platform/threads/Timer.h"
+#include "platform/values/Data.h"
+#include "platform/values/Dictionary.h"
+#include "platform/values/Error.h"
+#include "platform/values/Exception.h"
+#include "platform/values/String.h"
+
+#include <chrono>
+
+namespace zon {
+
+namespace {
+
+// The message id of every send, shared by all services of the process. The receiver ignores it,
+// so duplicates are harmless.
+std::atomic<int32_t> messageCounter {0};
+
+void setError(Ref<Error>* slot, Ref<Error> error)
+{
+    if (slot)
+        *slot = std::move(error);
+}
+
+// A delegate answer that is not of the kind its reply packs into cannot be sent back.
+template <class T>
+Ref<T> answerOfKind(Ref<Object> answer, const char* sel)
+{
+    if (!answer)
+        return nullptr;
+    Ref<T> typed = dynamicCast<T>(answer);
+    if (!typed)
+        raisePlatformException(NSInvalidArgumentException,
+            std::string("-[TXZonIPCService ") + sel + "]: the delegate answered " + answer->objectClass()->name()
+                + ", which cannot be packed into the reply");
+    return typed;
+}
+
+} // namespace
+
+ZON_DEFINE_CLASS(TXZonIPCService, "TXZonIPCService")
+
+void TXZonIPCService::exportMethods(Class& cls)
+{
+    using S = TXZonIPCService;
+    cls.exportMethod(
+        "connectToRemoteServiceViaRemoteServiceRequest:", &S::connectToRemoteServiceViaRemoteServiceRequest);
+    cls.exportMethod("connected", &S::connected);
+    cls.exportMethod("disconnect", &S::disconnect);
+    cls.exportMethod("stopClientService", &S::stopClientService);
+    cls.exportMethod("sendAsyncData:", &S::sendAsyncData);
+    cls.exportMethod("sendAsyncDictionary:", &S::sendAsyncDictionary);
+    cls.exportMethod("sendAsyncString:", &S::sendAsyncString);
+    cls.exportMethod("ipcService:didRecvData:", &S::ipcService_didRecvData);
+    cls.exportMethod("ipcService:didRecvDictionary:", &S::ipcService_didRecvDictionary);
+    cls.exportMethod("ipcService:didRecvString:", &S::ipcService_didRecvString);
+    cls.exportMethod(
+        "ipcService:didEstablishConnectionToRemoteService:", &S::ipcService_didEstablishConnectionToRemoteService);
+    cls.exportMethod("ipcService:didFailToEstablishConnectionToRemoteService:error:",
+        &S::ipcService_didFailToEstablishConnectionToRemoteService_error);
+    cls.exportMethod("ipcService:didDisconnectFromRemoteService:", &S::ipcService_didDisconnectFromRemoteService);
+    cls.exportMethod(
+        "ipcService:didFailToSendData:toRemoteService:error:", &S::ipcService_didFailToSendData_toRemoteService_error);
+    cls.exportMethod("ipcService:didFailToSendDictionary:toRemoteService:error:",
+        &S::ipcService_didFailToSendDictionary_toRemoteService_error);
+    cls.exportMethod("ipcService:didFailToSendString:toRemoteService:error:",
+        &S::ipcService_didFailToSendString_toRemoteService_error);
+    cls.exportMethod("ipcService:didGetDataResponse:fromRemoteService:fromSentData:",
+        &S::ipcService_didGetDataResponse_fromRemoteService_fromSentData);
+    cls.exportMethod("ipcService:didGetDictionaryResponse:fromRemoteService:fromSentDictionary:",
+        &S::ipcService_didGetDictionaryResponse_fromRemoteService_fromSentDictionary);
+    cls.exportMethod("ipcService:didGetStringResponse:fromRemoteService:fromSentString:",
+        &S::ipcService_didGetStringResponse_fromRemoteService_fromSentString);
+    cls.exportMethod(
+        "ipcServiceDidEstablishConnectionToRemoteService:", &S::ipcServiceDidEstablishConnectionToRemoteService);
+    cls.exportMethod("ipcServiceDidDisconnectFromRemoteService:", &S::ipcServiceDidDisconnectFromRemoteService);
+}
+
+// ---- Creation and fields -------------------------------------------------------------------------
+
+Ref<TXZonIPCService> TXZonIPCService::initWithLocalServiceName(String* name)
+{
+    auto service = makeObject<TXZonIPCService>();
+    Ref<Error> error;
+    if (!service->startService_error(name, &error)) {
+        zon_log_obj(__FILE__, __LINE__, service->objectLogCategory(), 1, kDefaultLogIdentifier,
+            "Cannot create service %@ due to %@", name, error.get());
+        return nullptr;
+    }
+    return service;
+}
+
+TXZonIPCService::~TXZonIPCService()
+{
+    disconnect();
+    stopService();
+}
+
+String* TXZonIPCService::objectCategory() { return ZSTR("IPCService"); }
+
+Ref<Thread> TXZonIPCService::serviceThread() const
+{
+    std::lock_guard lock(fields_);
+    return serviceThread_;
+}
+
+void TXZonIPCService::setServiceThread(Thread* thread)
+{
+    Ref<Thread> old;
+    std::lock_guard lock(fields_);
+    old = std::exchange(serviceThread_, Ref<Thread>(thread));
+}
+
+Ref<String> TXZonIPCService::localServiceName() const
+{
+    std::lock_guard lock(fields_);
+    return localServiceName_;
+}
+
+void TXZonIPCService::setLocalServiceName(String* name)
+{
+    Ref<String> old;
+    std::lock_guard lock(fields_);
+    old = std::exchange(localServiceName_, Ref<String>(name));
+}
+
+Ref<String> TXZonIPCService::remoteServiceName() const
+{
+    std::lock_guard lock(fields_);
+    return remoteServiceName_;
+}
+
+void TXZonIPCService::setRemoteServiceName(String* name)
+{
+    Ref<String> old;
+    std::lock_guard lock(fields_);
+    old = std::exchange(remoteServiceName_, Ref<String>(name));
+}
+
+Ref<Timer> TXZonIPCService::pingInterval() const
+{
+    std::lock_guard lock(fields_);
+    return pingInterval_;
+}
+
+void TXZonIPCService::setPingInterval(Timer* timer)
+{
+    Ref<Timer> old;
+    std::lock_guard lock(fields_);
+    old = std::exchange(pingInterval_, Ref<Timer>(timer));
+}
+
+Ref<MessagePort> TXZonIPCService::remoteServicePort() const
+{
+    std::lock_guard lock(fields_);
+    return remoteServicePort_;
+}
+
+// ---- The local endpoint ----------------------------------------------------------------------------
+
+bool TXZonIPCService::startService_error(String* name, Ref<Error>* error)
+{
+    auto port = MessagePort::createLocal(name, [this](MessagePort* port, int32_t messageId, Data* data) {
+        return TXIPCServerRecvCallback(port, messageId, data, this);
+    });
+    if (!port) {
+        setError(error, Error::zonErrorWithCode_description(4, ZSTR("Failed to get servicePort")));
+        return false;
+    }
+    {
+        std::lock_guard lock(fields_);
+        localServicePort_ = port;
+    }
+    if (!port->scheduleInRunLoop(RunLoop::currentRunLoop(), NSDefaultRunLoopMode)) {
+        setError(error, Error::zonErrorWithCode_description(5, ZSTR("Failed to create PortRunLoopSource")));
+        return false; // the port stays held until stopService
+    }
+    {
+        std::lock_guard lock(fields_);
+        localPortRunloopSource_ = true;
+        serviceThread_ = Thread::currentThread();
+    }
+    zon_log_obj(
+        __FILE__, __LINE__, objectLogCategory(), 3, kDefaultLogIdentifier, "IPC Service Started with name: %@", name);
+    setLocalServiceName(name);
+    return true;
+}
+
+void TXZonIPCService::stopService()
+{
+    Ref<Thread> thread;
+    Ref<MessagePort> port;
+    Ref<String> name;
+    {
+        std::lock_guard lock(fields_);
+        thread = std::move(serviceThread_);
+        port = std::move(localServicePort_);
+        localPortRunloopSource_ = false;
+        if (port)
+            name = std::move(localServiceName_);
+    }
+    if (!port)
+        return;
+    port->invalidate();
+    zon_log_obj(__FILE__, __LINE__, objectLogCategory(), 3, kDefaultLogIdentifier, "IPC Service Shutdown with name: %@",
+        name.get());
+}
+
+Ref<Data> TXIPCServerRecvCallback(MessagePort*, int32_t, Data* data, void* info)
+{
+    AutoreleasePool pool;
+    auto packet = TXZonIPCPacket::packetWithZONIPCPacketData(data);
+    if (!packet) {
+        zon_log_obj(
+            __FILE__, __LINE__, TXZonIPCService::objectCategory(), 1, kDefaultLogIdentifier, "Recieved NULL Packet");
+        return nullptr;
+    }
+    auto reply = static_cast<TXZonIPCService*>(info)->handlePacket(packet);
+    return reply ? reply->ZONIPCPacketData() : nullptr;
+}
+
+// ---- The link to the peer ------------------------------------------------------------------------
+
+bool TXZonIPCService::startConnectionTo_error(String* name, Ref<Error>* error)
+{
+    setRemoteServiceStarted(true);
+    if (remoteServicePort()) {
+        zon_log_obj(__FILE__, __LINE__, objectLogCategory(), 1, kDefaultLogIdentifier,
+            "Failed to establish connection to '%@' as currently connected to '%@'", name, remoteServiceName().get());
+        setError(error,
+            Error::zonErrorWithCode_description(
+                0, ZSTR("Already connected to a client, must disconnect from client to establish new connection")));
+        return false;
+    }
+    auto port = MessagePort::createRemote(name);
+    if (!port) {
+        setError(error, Error::zonErrorWithCode_description(4, ZSTR("Failed to get client servicePort")));
+        return false;
+    }
+    zon_log_obj(
+        __FILE__, __LINE__, objectLogCategory(), 3, kDefaultLogIdentifier, "IPC Service Connected To: %@", name);
+    Ref<TXZonIPCService> self(this);
+    // The timer keeps the service alive while connected, as a timer keeps its target.
+    auto timer = Timer::scheduledTimer(
+        std::chrono::duration_cast<Timer::Clock::duration>(std::chrono::duration<double>(kPingPeriod)), true,
+        [self] { self->connected(); });
+    {
+        std::lock_guard lock(fields_);
+        remoteServicePort_ = std::move(port);
+        remoteServiceName_ = name;
+        pingInterval_ = std::move(timer);
+    }
+    setRemoteServiceStarted(true);
+    return true;
+}
+
+void TXZonIPCService::stopClientService()
+{
+    Ref<MessagePort> port;
+    Ref<Timer> timer;
+    Ref<String> name;
+    {
+        std::lock_guard lock(fields_);
+        if (!remoteServicePort_)
+            return;
+        port = std::move(remoteServicePort_);
+        timer = std::move(pingInterval_);
+        name = std::move(remoteServiceName_);
+    }
+    if (timer)
+        timer->invalidate();
+    port->invalidate();
+    zon_log_obj(__FILE__, __LINE__, objectLogCategory(), 3, kDefaultLogIdentifier, "IPC Service Disconnected From: %@",
+        name.get());
+    setRemoteServiceStarted(false);
+}
+
+bool TXZonIPCService::connectToRemoteServiceNamed_error(String* name, Ref<Error>* error)
+{
+    if (!startConnectionTo_error(name, error))
+        return false;
+    zon_log_obj(__FILE__, __LINE__, objectLogCategory(), 3, kDefaultLogIdentifier,
+        "Connection Estabslished... Sending Connect Packet to establish two way communication");
+    Ref<TXZonIPCPacket> reply;
+    bool sent = sendPacket_withResponse_error(
+        TXZonIPCPacket::connectPacket_fromService(TXZonIPCPacket::kConnectRequest, localServiceName()), &reply, error);
+    if (sent && reply && reply->type() == TXZonIPCPacket::kConnectionAck)
+        return true;
+    if (sent)
+        setError(error, Error::zonErrorWithCode(2));
+    zon_log_obj(__FILE__, __LINE__, objectLogCategory(), 3, kDefaultLogIdentifier,
+        "Connection Failure... stoping client service");
+    stopClientService();
+    return false;
+}
+
+void TXZonIPCService::connectToRemoteServiceViaRemoteServiceRequest(String* name)
+{
+    Ref<Error> error;
+    zon_log_obj(__FILE__, __LINE__, objectLogCategory(), 3, kDefaultLogIdentifier,
+        "Attempt to establish connection back to: %@", name);
+    startConnectionTo_error(name, &error);
+    // The acknowledgement carries the requester's own name.
+    if (!error)
+        sendPacket_withResponse_error(
+            TXZonIPCPacket::connectPacket_fromService(TXZonIPCPacket::kConnectionAck, name), nullptr, &error);
+    if (!error) {
+        performOnServiceThread("ipcService:didEstablishConnectionToRemoteService:", this, name);
+    } else {
+        performOnServiceThread(
+            "ipcService:didFailToEstablishConnectionToRemoteService:error:", this, name, error.get());
+        zon_log_obj(__FILE__, __LINE__, objectLogCategory(), 1, kDefaultLogIdentifier,
+            "Failed to establish remote connection to %@ due to %@", name, error.get());
+    }
+}
+
+bool TXZonIPCService::connected()
+{
+    if (!remoteServicePort())
+        return false;
+    Ref<TXZonIPCPacket> reply;
+    sendPacket_withResponse_error(TXZonIPCPacket::pingPacket(), &reply, nullptr);
+    if (reply && reply->type() == TXZonIPCPacket::kPing)
+        return true;
+    zon_log_obj(__FILE__, __LINE__, objectLogCategory(), 2, kDefaultLogIdentifier,
+        "Was connected to '%@', but can no longer communicate", remoteServiceName().get());
+    disconnect();
+    return false;
+}
+
+bool TXZonIPCService::disconnect()
+{
+    sendPacket_withResponse_error(TXZonIPCPacket::disconnectPacketForService(localServiceName()), nullptr, nullptr);
+    stopClientService();
+    return true;
+}
+
+bool TXZonIPCService::sendPacket_withResponse_error(
+    TXZonIPCPacket* packet, Ref<TXZonIPCPacket>* response, Ref<Error>* error)
+{
+    return sendPacket_withResponse_timeout_error(packet, response, kDefaultResponseTimeout, error);
+}
+
+bool TXZonIPCService::sendPacket_withResponse_timeout_error(
+    TXZonIPCPacket* packet, Ref<TXZonIPCPacket>* response, double timeout, Ref<Error>* error)
+{
+    auto port = remoteServicePort();
+    if (!port) {
+        setError(error, Error::zonErrorWithCode(1));
+        return false;
+    }
+    if (!packet) {
+        setError(error, Error::zonErrorWithCode(3));
+        return false;
+    }
+    String* replyMode = (!response && timeout < kNoReplyThreshold) ? nullptr : NSDefaultRunLoopMode;
+    const bool isPing = packet->type() == TXZonIPCPacket::kPing;
+    if (!isPing)
+        zon_log_obj(__FILE__, __LINE__, objectLogCategory(), 5, kDefaultLogIdentifier, "Sending Packet: %@", packet);
+
+    Ref<Data> replyData;
+    auto status = port->sendRequest(messageCounter.load(std::memory_order_relaxed), packet->ZONIPCPacketData(),
+        kSendTimeout, timeout, replyMode, &replyData);
+    messageCounter.fetch_add(1, std::memory_order_relaxed);
+
+    Ref<TXZonIPCPacket> reply;
+    if (replyData && replyData->length() > 0)
+        reply = TXZonIPCPacket::packetWithZONIPCPacketData(replyData);
+    if (response)
+        *response = reply;
+    if (status != MessagePortStatus::Success)
+        setError(error, Error::zonErrorWithCode_systemErrorCode(6, static_cast<int>(status)));
+
+    if (reply && !response)
+        zon_log_obj(__FILE__, __LINE__, objectLogCategory(), 2, kDefaultLogIdentifier,
+            "Received Response Packet: %@ when no packet response was expected", reply.get());
+    if (response && !reply) {
+        if (isPing)
+            zon_log_obj(__FILE__, __LINE__, objectLogCategory(), 2, kDefaultLogIdentifier, "Did not recv ping packet");
+        else
+            zon_log_obj(__FILE__, __LINE__, objectLogCategory(), 2, kDefaultLogIdentifier,
+                "Did not receive response packet when one was expected -- sent %@", packet);
+    }
+    if (reply && reply->type() != TXZonIPCPacket::kPing)
+        zon_log_obj(
+            __FILE__, __LINE__, objectLogCategory(), 5, kDefaultLogIdentifier, "Packet Response: %@", reply.get());
+    return status == MessagePortStatus::Success;
+}
+
+// ---- The dispatcher --------------------------------------------------------------------------------
+
+Ref<TXZonIPCPacket> TXZonIPCService::handlePacket(TXZonIPCPacket* packet)
+{
+    const int32_t type = packet ? packet->type() : 0;
+    if (type != TXZonIPCPacket::kPing)
+        zon_log_obj(__FILE__, __LINE__, objectLogCategory(), 5, kDefaultLogIdentifier, "Handling Packet: %@", packet);
+    Ref<TXZonIPCPacket> reply;
+    switch (type) {
+    case TXZonIPCPacket::kPing:
+        return TXZonIPCPacket::pingPacket();
+    case TXZonIPCPacket::kConnectRequest:
+        if (connected() || remoteServiceStarted())
+            return TXZonIPCPacket::connectPacket_fromService(TXZonIPCPacket::kConnectionNak, remoteServiceName());
+        performOnServiceThread("connectToRemoteServiceViaRemoteServiceRequest:", packet->stringValue().get());
+        return TXZonIPCPacket::connectPacket_fromService(TXZonIPCPacket::kConnectionAck, localServiceName());
+    case TXZonIPCPacket::kConnectionAck:
+        performOnServiceThread("ipcServiceDidEstablishConnectionToRemoteService:", this);
+        break;
+    case TXZonIPCPacket::kConnectionNak:
+        zon_log_obj(
+            __FILE__, __LINE__, objectLogCategory(), 2, kDefaultLogIdentifier, "Recieved a Response ONLY packet...");
+        break;
+    case TXZonIPCPacket::kDisconnect:
+        performOnServiceThread("ipcServiceDidDisconnectFromRemoteService:", this);
+        stopClientService();
+        break;
+    case TXZonIPCPacket::kData:
+        if (auto answer = ipcService_didRecvData(this, packet->dataValue()))
+            reply = TXZonIPCPacket::packetWithDictionary(answer);
+        break;
+    case TXZonIPCPacket::kDictionary: {
+        auto dictionary = packet->dictionaryValue();
+        zon_log_obj(__FILE__, __LINE__, objectLogCategory(), 5, kDefaultLogIdentifier, "Dictionary Contents: %@",
+            dictionary.get());
+        if (auto answer = ipcService_didRecvDictionary(this, dictionary))
+            reply = TXZonIPCPacket::packetWithDictionary(answer);
+        break;
+    }
+    case TXZonIPCPacket::kString: {
+        auto string = packet->stringValue();
+        zon_log_obj(
+            __FILE__, __LINE__, objectLogCategory(), 5, kDefaultLogIdentifier, "String Contents: %@", string.get());
+        if (auto answer = ipcService_didRecvString(this, string))
+            reply = TXZonIPCPacket::packetWithString(answer);
+        break;
+    }
+    default:
+        zon_log_obj(__FILE__, __LINE__, objectLogCategory(), 2, kDefaultLogIdentifier,
+            "Unknown Packet Type being handled: %d", type);
+        break;
+    }
+    if (reply)
+        zon_log_obj(__FILE__, __LINE__, objectLogCategory(), 5, kDefaultLogIdentifier, "Responding With Packet: %@",
+            reply.get());
+    else
+        zon_log_obj(__FILE__, __LINE__, objectLogCategory(), 5, kDefaultLogIdentifier, "Responding With Packet: %@",
+            ZSTR("Nothing"));
+    return reply;
+}
+
+template <class... Objects>
+void TXZonIPCService::performOnServiceThread(const char* sel, Object* first, Objects*... more)
+{
+    if (auto thread = serviceThread())
+        performSelector_onThread_waitUntilDone_withObjects(
+            selector(sel), thread.get(), false, first, static_cast<Object*>(more)...);
+}
+
+// ---- Sending the three kinds -------------------------------------------------------------------------
+
+Ref<TXZonIPCPacket> TXZonIPCService::sendForReply(Ref<TXZonIPCPacket> packet, double timeout, Ref<Error>* error)
+{
+    Ref<TXZonIPCPacket> reply;
+    if (!sendPacket_withResponse_timeout_error(packet.get(), &reply, timeout, error))
+        return nullptr;
+    return reply;
+}
+
+Ref<Data> TXZonIPCService::sendData_error(Data* data, Ref<Error>* error)
+{
+    return sendData_withResponseTimeout_error(data, kDefaultResponseTimeout, error);
+}
+
+Ref<Dictionary> TXZonIPCService::sendDictionary_error(Dictionary* dictionary, Ref<Error>* error)
+{
+    return sendDictionary_withResponseTimeout_error(dictionary, kDefaultResponseTimeout, error);
+}
+
+Ref<String> TXZonIPCService::sendString_error(String* string, Ref<Error>* error)
+{
+    return sendString_withResponseTimeout_error(string, kDefaultResponseTimeout, error);
+}
+
+// Replies are decoded by the kind of the request, whatever their own type: a data request gets
+// the raw bytes of the dictionary its receiver answered.
+Ref<Data> TXZonIPCService::sendData_withResponseTimeout_error(Data* data, double timeout, Ref<Error>* error)
+{
+    auto reply = sendForReply(TXZonIPCPacket::packetWithData(data), timeout, error);
+    return reply ? Ref<Data>(reply->dataValue()) : nullptr;
+}
+
+Ref<Dictionary> TXZonIPCService::sendDictionary_withResponseTimeout_error(
+    Dictionary* dictionary, double timeout, Ref<Error>* error)
+{
+    auto reply = sendForReply(TXZonIPCPacket::packetWithDictionary(dictionary), timeout, error);
+    return reply ? reply->dictionaryValue() : nullptr;
+}
+
+Ref<String> TXZonIPCService::sendString_withResponseTimeout_error(String* string, double timeout, Ref<Error>* error)
+{
+    auto reply = sendForReply(TXZonIPCPacket::packetWithString(string), timeout, error);
+    return reply ? reply->stringValue() : nullptr;
+}
+
+bool TXZonIPCService::sendOnewayData_error(Data* data, Ref<Error>* error)
+{
+    return sendOnewayData_withResponseTimeout_error(data, 0.0, error);
+}
+
+bool TXZonIPCService::sendOnewayDictionary_error(Dictionary* dictionary, Ref<Error>* error)
+{
+    return sendOnewayDictionary_withResponseTimeout_error(dictionary, 0.0, error);
+}
+
+bool TXZonIPCService::sendOnewayString_error(String* string, Ref<Error>* error)
+{
+    return sendOnewayString_withResponseTimeout_error(string, 0.0, error);
+}
+
+bool TXZonIPCService::sendOnewayData_withResponseTimeout_error(Data* data, double timeout, Ref<Error>* error)
+{
+    return sendPacket_withResponse_timeout_error(TXZonIPCPacket::packetWithData(data), nullptr, timeout, error);
+}
+
+bool TXZonIPCService::sendOnewayDictionary_withResponseTimeout_error(
+    Dictionary* dictionary, double timeout, Ref<Error>* error)
+{
+    return sendPacket_withResponse_timeout_error(
+        TXZonIPCPacket::packetWithDictionary(dictionary), nullptr, timeout, error);
+}
+
+bool TXZonIPCService::sendOnewayString_withResponseTimeout_error(String* string, double timeout, Ref<Error>* error)
+{
+    return sendPacket_withResponse_timeout_error(TXZonIPCPacket::packetWithString(string), nullptr, timeout, error);
+}
+
+void TXZonIPCService::sendData(Data* data) { performOnServiceThread("sendAsyncData:", data); }
+void TXZonIPCService::sendDictionary(Dictionary* dictionary)
+{
+    performOnServiceThread("sendAsyncDictionary:", dictionary);
+}
+void TXZonIPCService::sendString(String* string) { performOnServiceThread("sendAsyncString:", string); }
+
+void TXZonIPCService::sendAsyncData(Data* data)
+{
+    Ref<Error> error;
+    auto reply = sendData_error(data, &error);
+    if (error)
+        ipcService_didFailToSendData_toRemoteService_error(this, data, remoteServiceName(), error);
+    else if (reply)
+        ipcService_didGetDataResponse_fromRemoteService_fromSentData(this, reply, remoteServiceName(), data);
+}
+
+void TXZonIPCService::sendAsyncDictionary(Dictionary* dictionary)
+{
+    Ref<Error> error;
+    auto reply = sendDictionary_error(dictionary, &error);
+    if (error)
+        ipcService_didFailToSendDictionary_toRemoteService_error(this, dictionary, remoteServiceName(), error);
+    else if (reply)
+        ipcService_didGetDictionaryResponse_fromRemoteService_fromSentDictionary(
+            this, reply, remoteServiceName(), dictionary);
+}
+
+void TXZonIPCService::sendAsyncString(String* string)
+{
+    Ref<Error> error;
+    auto reply = sendString_error(string, &error);
+    if (error)
+        ipcService_didFailToSendString_toRemoteService_error(this, string, remoteServiceName(), error);
+    else if (reply)
+        ipcService_didGetStringResponse_fromRemoteService_fromSentString(this, reply, remoteServiceName(), string);
+}
+
+// ---- Delegate forwarding ----------------------------------------------------------------------------
+
+Ref<Object> TXZonIPCService::forwardToDelegate(const char* sel, std::initializer_list<Object*> arguments)
+{
+    Object* target = delegate();
+    SEL method = selector(sel);
+    if (!target || !target->respondsToSelector(method))
+        return nullptr;
+    return target->performSelectorWithArguments(method, Arguments(arguments.begin(), arguments.size()));
+}
+
+Ref<Dictionary> TXZonIPCService::ipcService_didRecvData(TXZonIPCService* service, Data* data)
+{
+    return answerOfKind<Dictionary>(
+        forwardToDelegate("ipcService:didRecvData:", { service, data }), "ipcService:didRecvData:");
+}
+
+Ref<Dictionary> TXZonIPCService::ipcService_didRecvDictionary(TXZonIPCService* service, Dictionary* dictionary)
+{
+    return answerOfKind<Dictionary>(
+        forwardToDelegate("ipcService:didRecvDictionary:", {service, dictionary}), "ipcService:didRecvDictionary:");
+}
+
+Ref<String> TXZonIPCService::ipcService_didRecvString(TXZonIPCService* service, String* string)
+{
+    return answerOfKind<String>(
+        forwardToDelegate("ipcService:didRecvString:", { service, string }), "ipcService:didRecvString:");
+}
+
+void TXZonIPCService::ipcService_didEstablishConnectionToRemoteService(TXZonIPCService* service, String* remoteName)
+{
+    ipcServiceDidEstablishConnectionToRemoteService(service);
+    forwardToDelegate("ipcService:didEstablishConnectionToRemoteService:", {service, remoteName});
+}
+
+void TXZonIPCService::ipcService_didFailToEstablishConnectionToRemoteService_error(
+    TXZonIPCService* service, String* remoteName, Error* error)
+{
+    forwardToDelegate("ipcService:didFailToEstablishConnectionToRemoteService:error:", {service, remoteName, error});
+}
+
+void TXZonIPCService::ipcService_didDisconnectFromRemoteService(TXZonIPCService* service, String* remoteName)
+{
+    ipcServiceDidDisconnectFromRemoteService(this);
+    forwardToDelegate("ipcService:didDisconnectFromRemoteService:", {service, remoteName});
+}
+
+void TXZonIPCService::ipcService_didFailToSendData_toRemoteService_error(
+    TXZonIPCService* service, Data* data, String* remoteName, Error* error)
+{
+    forwardToDelegate("ipcService:didFailToSendData:toRemoteService:error:", {service, data, remoteName, error});
+}
+
+void TXZonIPCService::ipcService_didFailToSendDictionary_toRemoteService_error(
+    TXZonIPCService* service, Dictionary* dictionary, String* remoteName, Error* error)
+{
+    forwardToDelegate(
+        "ipcService:didFailToSendDictionary:toRemoteService:error:", { service, dictionary, remoteName, error });
+}
+
+void TXZonIPCService::ipcService_didFailToSendString_toRemoteService_error(
+    TXZonIPCService* service, String* string, String* remoteName, Error* error)
+{
+    forwardToDelegate("ipcService:didFailToSendString:toRemoteService:error:", {service, string, remoteName, error});
+}
+
+void TXZonIPCService::ipcService_didGetDataResponse_fromRemoteService_fromSentData(
+    TXZonIPCService* service, Data* response, String* remoteName, Data* sent)
+{
+    forwardToDelegate(
+        "ipcService:didGetDataResponse:fromRemoteService:fromSentData:", { service, response, remoteName, sent });
+}
+
+void TXZonIPCService::ipcService_didGetDictionaryResponse_fromRemoteService_fromSentDictionary(
+    TXZonIPCService* service, Dictionary* response, String* remoteName, Dictionary* sent)
+{
+    forwardToDelegate("ipcService:didGetDictionaryResponse:fromRemoteService:fromSentDictionary:",
+        { service, response, remoteName, sent });
+}
+
+void TXZonIPCService::ipcService_didGetStringResponse_fromRemoteService_fromSentString(
+    TXZonIPCService* service, String* response, String* remoteName, String* sent)
+{
+    forwardToDelegate(
+        "ipcService:didGetStringResponse:fromRemoteService:fromSentString:", { service, response, remoteName, sent });
+}
+
+void TXZonIPCService::ipcServiceDidEstablishConnectionToRemoteService(TXZonIPCService* service)
+{
+    forwardToDelegate("ipcServiceDidEstablishConnectionToRemoteService:", {service});
+}
+
+void TXZonIPCService::ipcServiceDidDisconnectFromRemoteService(TXZonIPCService* service)
+{
+    forwardToDelegate("ipcServiceDidDisconnectFromRemoteService:", {service});
+}
+
+} // namespace zon

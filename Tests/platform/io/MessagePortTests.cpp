@@ -1,0 +1,491 @@
+#include "platform/io/MessageFrame.h"
+#include "platform/io/MessagePort.h"
+#include "platform/io/MessagePortDirectory.h"
+#include "platform/threads/RunLoop.h"
+#include "platform/threads/Thread.h"
+#include "platform/threads/Timer.h"
+#include "platform/threads/Watchdog.h"
+#include "platform/values/Data.h"
+#include "platform/values/String.h"
+#include "support/LogCapture.h"
+#include "support/PrivateRuntimeDirectory.h"
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <pwd.h>
+#include <sys/socket.h>
+#include <sys/stat.h>
+#include <sys/un.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <atomic>
+#include <cstring>
+#include <future>
+#include <thread>
+
+using namespace zon;
+using test::HangGuard;
+using testing::HasSubstr;
+
+namespace {
+
+Ref<Data> bytesOf(std::string_view text) { return Data::dataWithBytes(text.data(), text.size()); }
+std::string textOf(const Data* data)
+{
+    return data ? std::string(static_cast<const char*>(data->bytes()), data->length()) : "(nil)";
+}
+
+// A local port served by its own thread's run loop.
+class PortServer {
+public:
+    PortServer(String* name, MessagePort::Callback callback)
+    {
+        std::promise<bool> ready;
+        Ref<String> portName(name);
+        thread_ = Thread::detachNewThreadWithBody([&ready, portName, callback, this] {
+            port_ = MessagePort::createLocal(portName, callback);
+            loop_ = RunLoop::currentRunLoop();
+            ready.set_value(port_ && port_->scheduleInRunLoop(loop_, NSDefaultRunLoopMode));
+            while (!stopped_)
+                loop_->runInMode(NSDefaultRunLoopMode, 1.0, false);
+            if (port_)
+                port_->invalidate();
+            port_ = nullptr;
+        });
+        started_ = ready.get_future().get();
+    }
+    ~PortServer()
+    {
+        loop_->performBlock({NSDefaultRunLoopMode}, [this] {
+            stopped_ = true;
+            loop_->stop();
+        });
+        thread_->waitUntilFinished(std::chrono::seconds(10));
+    }
+    bool started() const { return started_; }
+    MessagePort* port() const { return port_.get(); }
+    RunLoop* loop() const { return loop_; }
+
+private:
+    Ref<Thread> thread_;
+    Ref<MessagePort> port_;
+    RunLoop* loop_ = nullptr;
+    std::atomic<bool> stopped_ {false};
+    bool started_ = false;
+};
+
+MessagePort::Callback echoWithPrefix(std::string prefix)
+{
+    return [prefix](MessagePort*, int32_t messageId, Data* data) {
+        return bytesOf(prefix + std::to_string(messageId) + ":" + textOf(data));
+    };
+}
+
+int connectRaw(const std::string& path)
+{
+    int fd = ::socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0);
+    sockaddr_un address {};
+    address.sun_family = AF_UNIX;
+    std::strncpy(address.sun_path, path.c_str(), sizeof(address.sun_path) - 1);
+    if (::connect(fd, reinterpret_cast<sockaddr*>(&address), sizeof(address)) != 0) {
+        ::close(fd);
+        return -1;
+    }
+    return fd;
+}
+
+std::string socketPathOf(String* name)
+{
+    MessagePortPaths paths;
+    messagePortPaths(name->UTF8String(), paths);
+    return paths.socketPath;
+}
+
+class MessagePortTest : public testing::Test {
+protected:
+    test::PrivateRuntimeDirectory runtime_;
+    HangGuard guard_ {std::chrono::seconds(60)};
+};
+
+} // namespace
+
+TEST(MessageFrameReader, ReassemblesFramesSplitAtEveryByte)
+{
+    std::vector<uint8_t> stream;
+    auto append = [&](uint32_t id, std::string_view payload, uint16_t flags) {
+        uint8_t header[kMessageFrameHeaderSize];
+        encodeMessageFrameHeader({static_cast<uint32_t>(payload.size()), id, -7, flags}, header);
+        stream.insert(stream.end(), header, header + sizeof header);
+        stream.insert(stream.end(), payload.begin(), payload.end());
+    };
+    append(1, "hello", MessageFrameReplyWanted);
+    append(2, "", MessageFrameIsReply);
+    append(3, std::string(70000, 'x'), 0); // larger than the staging area
+    for (size_t chunk : {size_t(1), size_t(5), size_t(17), size_t(4096), stream.size()}) {
+        MessageFrameReader reader;
+        for (size_t at = 0; at < stream.size(); at += chunk)
+            ASSERT_EQ(reader.feed({stream.data() + at, std::min(chunk, stream.size() - at)}),
+                MessageFrameReader::Status::Ok);
+        std::vector<MessageFrame> frames;
+        while (reader.hasFrame())
+            frames.push_back(reader.takeFrame());
+        ASSERT_EQ(frames.size(), 3u) << "chunk " << chunk;
+        EXPECT_EQ(std::string(frames[0].payload.begin(), frames[0].payload.end()), "hello");
+        EXPECT_EQ(frames[0].header.flags, MessageFrameReplyWanted);
+        EXPECT_EQ(frames[0].header.messageId, -7);
+        EXPECT_TRUE(frames[1].payload.empty());
+        EXPECT_EQ(frames[1].header.requestId, 2u);
+        EXPECT_EQ(frames[2].payload.size(), 70000u);
+    }
+}
+
+TEST(MessageFrameReader, RejectsForeignBytesAndOversizedFramesBeforeAllocating)
+{
+    MessageFrameReader garbage;
+    EXPECT_EQ(garbage.feed(std::vector<uint8_t>(32, 0xab)), MessageFrameReader::Status::Corrupt);
+    EXPECT_FALSE(garbage.hasFrame());
+
+    uint8_t header[kMessageFrameHeaderSize];
+    encodeMessageFrameHeader({kMessageFrameMaxLength + 1, 1, 0, 0}, header);
+    MessageFrameReader huge;
+    EXPECT_EQ(huge.feed(header), MessageFrameReader::Status::TooLong);
+    EXPECT_EQ(huge.failedHeader().length, kMessageFrameMaxLength + 1);
+
+    encodeMessageFrameHeader({4, 1, 0, 0x80}, header); // a flag nobody defined
+    MessageFrameReader flags;
+    EXPECT_EQ(flags.feed(header), MessageFrameReader::Status::Corrupt);
+}
+
+TEST(MessagePortDirectory, NamesOfAnyFormMapToDistinctShortFileNames)
+{
+    test::PrivateRuntimeDirectory runtime;
+    std::string longName(5000, 'n');
+    std::vector<std::string> names = {"com.example.server", "a/b", "a_b", "../../etc/passwd", "",
+        "\xe2\x98\x83 snow", longName, longName + "x"};
+    std::set<std::string> sockets;
+    for (auto& name : names) {
+        MessagePortPaths paths;
+        ASSERT_TRUE(messagePortPaths(name, paths)) << name;
+        EXPECT_LT(paths.socketPath.size(), sizeof(sockaddr_un::sun_path));
+        EXPECT_EQ(paths.socketPath.rfind(runtime.path() + "/zon-ports/", 0), 0u) << paths.socketPath;
+        EXPECT_EQ(paths.socketPath.find('/', runtime.path().size() + 11), std::string::npos);
+        sockets.insert(paths.socketPath);
+    }
+    EXPECT_EQ(sockets.size(), names.size());
+    EXPECT_THAT(messagePortFileStem("com.example.server"), testing::StartsWith("com.example.server-"));
+}
+
+TEST(MessagePortDirectory, RefusesADirectoryOthersCanEnterOrALink)
+{
+    test::PrivateRuntimeDirectory runtime;
+    std::string dir = runtime.path() + "/zon-ports";
+    ASSERT_EQ(::mkdir(dir.c_str(), 0755), 0);
+    std::string why;
+    EXPECT_EQ(messagePortDirectory(&why), "");
+    EXPECT_THAT(why, HasSubstr("not a private directory"));
+
+    ASSERT_EQ(::rmdir(dir.c_str()), 0);
+    std::string elsewhere = runtime.path() + "/elsewhere";
+    ASSERT_EQ(::mkdir(elsewhere.c_str(), 0700), 0);
+    ASSERT_EQ(::symlink(elsewhere.c_str(), dir.c_str()), 0);
+    EXPECT_EQ(messagePortDirectory(), "");
+    EXPECT_EQ(MessagePort::createLocal(ZSTR("x"), echoWithPrefix("")), nullptr);
+}
+
+TEST_F(MessagePortTest, RequestsGetTheirRepliesAtEverySize)
+{
+    PortServer server(ZSTR("echo"), [](MessagePort*, int32_t, Data* data) { return Ref<Data>(data); });
+    ASSERT_TRUE(server.started());
+    auto remote = MessagePort::createRemote(ZSTR("echo"));
+    ASSERT_TRUE(remote);
+    for (size_t size : {size_t(0), size_t(1), size_t(4096), size_t(200000), size_t(16) << 20}) {
+        std::vector<uint8_t> bytes(size);
+        for (size_t i = 0; i < size; ++i)
+            bytes[i] = static_cast<uint8_t>(i * 131 + size);
+        auto request = Data::dataWithVector(bytes);
+        Ref<Data> reply;
+        ASSERT_EQ(remote->sendRequest(1, request, 10, 30, NSDefaultRunLoopMode, &reply), MessagePortStatus::Success);
+        if (size == 0)
+            EXPECT_EQ(reply, nullptr) << "an empty reply is no reply";
+        else
+            EXPECT_TRUE(reply && reply->isEqualToData(request)) << size;
+    }
+}
+
+TEST_F(MessagePortTest, MessageIdsReachTheCallbackAndNilAnswersNothing)
+{
+    std::atomic<int> seen {0};
+    PortServer server(ZSTR("quiet"), [&](MessagePort*, int32_t messageId, Data*) {
+        seen = messageId;
+        return Ref<Data>();
+    });
+    auto remote = MessagePort::createRemote(ZSTR("quiet"));
+    Ref<Data> reply = bytesOf("stale");
+    EXPECT_EQ(remote->sendRequest(-42, bytesOf("x"), 5, 5, NSDefaultRunLoopMode, &reply), MessagePortStatus::Success);
+    EXPECT_EQ(reply, nullptr);
+    EXPECT_EQ(seen, -42);
+}
+
+TEST_F(MessagePortTest, OneWayMessagesArriveInOrderEvenWhenTheSenderLeavesAtOnce)
+{
+    std::mutex mutex;
+    std::vector<std::string> received;
+    PortServer server(ZSTR("sink"), [&](MessagePort*, int32_t, Data* data) {
+        std::lock_guard lock(mutex);
+        received.push_back(textOf(data));
+        return bytesOf("ignored");
+    });
+    {
+        auto remote = MessagePort::createRemote(ZSTR("sink"));
+        for (int i = 0; i < 100; ++i)
+            ASSERT_EQ(remote->sendRequest(0, bytesOf(std::to_string(i)), 5, 0, nullptr, nullptr),
+                MessagePortStatus::Success);
+    }
+    auto remote = MessagePort::createRemote(ZSTR("sink"));
+    Ref<Data> reply;
+    EXPECT_EQ(remote->sendRequest(0, bytesOf("last"), 5, 5, NSDefaultRunLoopMode, &reply), MessagePortStatus::Success);
+    std::lock_guard lock(mutex);
+    ASSERT_EQ(received.size(), 101u);
+    for (int i = 0; i < 100; ++i)
+        EXPECT_EQ(received[i], std::to_string(i));
+}
+
+TEST_F(MessagePortTest, ANameIsHeldByOneLivePortAndReclaimedFromADeadOne)
+{
+    auto first = MessagePort::createLocal(ZSTR("held"), echoWithPrefix(""));
+    ASSERT_TRUE(first);
+    EXPECT_EQ(MessagePort::createLocal(ZSTR("held"), echoWithPrefix("")), nullptr);
+    first->invalidate();
+    EXPECT_FALSE(first->isValid());
+    auto second = MessagePort::createLocal(ZSTR("held"), echoWithPrefix(""));
+    ASSERT_TRUE(second);
+    second = nullptr;
+
+    // What a killed owner leaves: a socket file nobody listens on, a lock file nobody holds.
+    std::string path = socketPathOf(ZSTR("stale"));
+    int fd = ::socket(AF_UNIX, SOCK_STREAM, 0);
+    sockaddr_un address {};
+    address.sun_family = AF_UNIX;
+    std::strcpy(address.sun_path, path.c_str());
+    ASSERT_EQ(::bind(fd, reinterpret_cast<sockaddr*>(&address), sizeof address), 0);
+    ::close(fd);
+    EXPECT_EQ(MessagePort::createRemote(ZSTR("stale")), nullptr);
+    PortServer server(ZSTR("stale"), echoWithPrefix("new:"));
+    ASSERT_TRUE(server.started());
+    Ref<Data> reply;
+    EXPECT_EQ(
+        MessagePort::createRemote(ZSTR("stale"))->sendRequest(3, bytesOf("hi"), 5, 5, NSDefaultRunLoopMode, &reply),
+        MessagePortStatus::Success);
+    EXPECT_EQ(textOf(reply), "new:3:hi");
+}
+
+TEST_F(MessagePortTest, AVanishedPeerIsInvalidAtOnceNotATimeout)
+{
+    EXPECT_EQ(MessagePort::createRemote(ZSTR("nobody")), nullptr);
+
+    PortServer server(ZSTR("leaving"), [](MessagePort* port, int32_t, Data*) {
+        port->invalidate();
+        return bytesOf("never sent");
+    });
+    auto remote = MessagePort::createRemote(ZSTR("leaving"));
+    Ref<Data> reply;
+    EXPECT_EQ(remote->sendRequest(0, bytesOf("bye"), 200, 200, NSDefaultRunLoopMode, &reply),
+        MessagePortStatus::IsInvalid);
+    EXPECT_FALSE(remote->isValid());
+    EXPECT_EQ(remote->sendRequest(0, bytesOf("again"), 200, 0, nullptr, nullptr), MessagePortStatus::IsInvalid);
+}
+
+TEST_F(MessagePortTest, ASlowReceiverGivesAReceiveTimeoutAndTheLinkStaysUsable)
+{
+    std::promise<void> release;
+    auto released = release.get_future().share();
+    PortServer server(ZSTR("slow"), [released](MessagePort*, int32_t messageId, Data*) {
+        if (messageId == 1)
+            released.wait();
+        return bytesOf(std::to_string(messageId));
+    });
+    auto remote = MessagePort::createRemote(ZSTR("slow"));
+    Ref<Data> reply;
+    EXPECT_EQ(remote->sendRequest(1, bytesOf(""), 5, 0.05, NSDefaultRunLoopMode, &reply),
+        MessagePortStatus::ReceiveTimeout);
+    release.set_value();
+    // The late reply to request 1 is dropped; request 2 gets its own.
+    EXPECT_EQ(remote->sendRequest(2, bytesOf(""), 5, 10, NSDefaultRunLoopMode, &reply), MessagePortStatus::Success);
+    EXPECT_EQ(textOf(reply), "2");
+}
+
+TEST_F(MessagePortTest, ConcurrentSendsOnOneLinkEachGetTheirOwnReply)
+{
+    PortServer server(ZSTR("busy"), echoWithPrefix("re:"));
+    auto remote = MessagePort::createRemote(ZSTR("busy"));
+    std::vector<std::thread> senders;
+    std::atomic<int> mismatches {0};
+    for (int t = 0; t < 4; ++t) {
+        senders.emplace_back([&, t] {
+            for (int i = 0; i < 200; ++i) {
+                std::string body = std::to_string(t) + "/" + std::to_string(i);
+                Ref<Data> reply;
+                if (remote->sendRequest(t, bytesOf(body), 10, 10, NSDefaultRunLoopMode, &reply)
+                        != MessagePortStatus::Success
+                    || textOf(reply) != "re:" + std::to_string(t) + ":" + body)
+                    ++mismatches;
+            }
+        });
+    }
+    for (auto& sender : senders)
+        sender.join();
+    EXPECT_EQ(mismatches, 0);
+}
+
+TEST_F(MessagePortTest, ARequestArrivingDuringAWaitIsHandledInsideIt)
+{
+    // Thread A serves "a" and asks "b"; b's handler asks "a" before it answers. A must serve
+    // that nested request while it waits for b's reply.
+    Ref<MessagePort> toA;
+    PortServer a(ZSTR("a"), echoWithPrefix("from a "));
+    PortServer b(ZSTR("b"), [&toA](MessagePort*, int32_t, Data* data) {
+        Ref<Data> inner;
+        toA->sendRequest(7, data, 5, 10, NSDefaultRunLoopMode, &inner);
+        return bytesOf("b saw [" + textOf(inner) + "]");
+    });
+    toA = MessagePort::createRemote(ZSTR("a"));
+    std::promise<std::string> answer;
+    a.loop()->performBlock({NSDefaultRunLoopMode}, [&] {
+        auto toB = MessagePort::createRemote(ZSTR("b"));
+        Ref<Data> reply;
+        auto status = toB->sendRequest(1, bytesOf("ping"), 5, 10, NSDefaultRunLoopMode, &reply);
+        answer.set_value(status == MessagePortStatus::Success ? textOf(reply) : "failed");
+    });
+    EXPECT_EQ(answer.get_future().get(), "b saw [from a 7:ping]");
+}
+
+TEST_F(MessagePortTest, AReplyReadByASendNestedInATimerEndsTheEnclosingWait)
+{
+    // The wait for a's reply is interrupted by a timer whose send to b waits in its turn; a's
+    // reply arrives during that inner wait. The outer wait must end then, not at its timeout.
+    std::promise<void> bReceived, aReplied;
+    auto bReceivedFuture = bReceived.get_future().share();
+    auto aRepliedFuture = aReplied.get_future().share();
+    PortServer a(ZSTR("a"), [&](MessagePort*, int32_t, Data*) {
+        bReceivedFuture.wait();
+        // Runs after this callback has written the reply.
+        RunLoop::currentRunLoop()->performBlock({NSDefaultRunLoopMode}, [&] { aReplied.set_value(); });
+        return bytesOf("from a");
+    });
+    PortServer b(ZSTR("b"), [&](MessagePort*, int32_t, Data*) {
+        bReceived.set_value();
+        aRepliedFuture.wait();
+        return bytesOf("from b");
+    });
+    auto toA = MessagePort::createRemote(ZSTR("a"));
+    auto toB = MessagePort::createRemote(ZSTR("b"));
+    Ref<Data> inner;
+    auto timer = Timer::scheduledTimer(std::chrono::milliseconds(1), [&] {
+        toB->sendRequest(0, bytesOf("b?"), 5, 200, NSDefaultRunLoopMode, &inner);
+    });
+    Ref<Data> outer;
+    EXPECT_EQ(toA->sendRequest(0, bytesOf("a?"), 5, 200, NSDefaultRunLoopMode, &outer), MessagePortStatus::Success);
+    EXPECT_EQ(textOf(outer), "from a");
+    EXPECT_EQ(textOf(inner), "from b");
+}
+
+TEST_F(MessagePortTest, ASendNestedInALongWriteQueuesBehindIt)
+{
+    // The receiver is busy, so a 16 MiB request fills the socket and its sender waits for room;
+    // a timer firing in that wait sends on the same port. Both frames must arrive whole.
+    std::promise<void> release;
+    auto released = release.get_future().share();
+    PortServer server(ZSTR("slow reader"), [released](MessagePort*, int32_t messageId, Data* data) {
+        if (messageId == 1)
+            released.wait();
+        return bytesOf(std::to_string(messageId) + ":" + std::to_string(data->length()));
+    });
+    auto remote = MessagePort::createRemote(ZSTR("slow reader"));
+    ASSERT_EQ(remote->sendRequest(1, bytesOf("hold"), 5, 0, nullptr, nullptr), MessagePortStatus::Success);
+    Ref<Data> small;
+    MessagePortStatus smallStatus = MessagePortStatus::TransportError;
+    auto timer = Timer::scheduledTimer(std::chrono::milliseconds(1), [&] {
+        release.set_value();
+        smallStatus = remote->sendRequest(3, bytesOf("small"), 30, 30, NSDefaultRunLoopMode, &small);
+    });
+    Ref<Data> big;
+    EXPECT_EQ(remote->sendRequest(2, Data::dataWithVector(std::vector<uint8_t>(16 << 20, 7)), 30, 30,
+                  NSDefaultRunLoopMode, &big),
+        MessagePortStatus::Success);
+    EXPECT_EQ(textOf(big), "2:16777216");
+    EXPECT_EQ(smallStatus, MessagePortStatus::Success);
+    EXPECT_EQ(textOf(small), "3:5");
+}
+
+TEST_F(MessagePortTest, GarbageOversizedAndHalfFramesCloseOnlyTheirConnection)
+{
+    LogCapture capture;
+    PortServer server(ZSTR("robust"), echoWithPrefix(""));
+    std::string path = socketPathOf(ZSTR("robust"));
+    auto remote = MessagePort::createRemote(ZSTR("robust"));
+    auto roundTrip = [&] {
+        Ref<Data> reply;
+        return remote->sendRequest(1, bytesOf("ok"), 5, 10, NSDefaultRunLoopMode, &reply) == MessagePortStatus::Success
+            && textOf(reply) == "1:ok";
+    };
+
+    int half = connectRaw(path);
+    uint8_t header[kMessageFrameHeaderSize];
+    encodeMessageFrameHeader({1000, 1, 0, MessageFrameReplyWanted}, header);
+    ASSERT_EQ(::write(half, header, sizeof header), ssize_t(sizeof header));
+    ASSERT_EQ(::write(half, "abc", 3), 3);
+    EXPECT_TRUE(roundTrip()) << "a peer stuck in the middle of a frame must not stall the port";
+
+    int garbage = connectRaw(path);
+    ASSERT_EQ(::write(garbage, "GET / HTTP/1.1\r\n\r\n", 18), 18);
+    char byte;
+    EXPECT_EQ(::read(garbage, &byte, 1), 0) << "closed by the port";
+    EXPECT_THAT(capture.records(), ContainsLine(1, HasSubstr("sent something other than messages")));
+
+    int huge = connectRaw(path);
+    encodeMessageFrameHeader({0xffffffffu, 1, 0, MessageFrameReplyWanted}, header);
+    ASSERT_EQ(::write(huge, header, sizeof header), ssize_t(sizeof header));
+    EXPECT_EQ(::read(huge, &byte, 1), 0);
+    EXPECT_THAT(capture.records(), ContainsLine(1, HasSubstr("a message of 4294967295 bytes is over the limit")));
+
+    EXPECT_TRUE(roundTrip());
+    for (int fd : {half, garbage, huge})
+        ::close(fd);
+}
+
+TEST_F(MessagePortTest, AnotherUserIsRefusedAndLogged)
+{
+    if (::geteuid() != 0)
+        GTEST_SKIP() << "needs root to act as another user";
+    passwd* nobody = ::getpwnam("nobody");
+    ASSERT_NE(nobody, nullptr);
+    LogCapture capture;
+    PortServer server(ZSTR("mine"), echoWithPrefix(""));
+    std::string path = socketPathOf(ZSTR("mine"));
+    // Open the way through the file system so that only the credential check stands.
+    ::chmod(runtime_.path().c_str(), 0755);
+    ::chmod((runtime_.path() + "/zon-ports").c_str(), 0711);
+    ::chmod(path.c_str(), 0777);
+    pid_t child = ::fork();
+    if (child == 0) {
+        if (::setuid(nobody->pw_uid) != 0)
+            ::_exit(2);
+        int fd = connectRaw(path);
+        if (fd < 0)
+            ::_exit(3);
+        uint8_t header[kMessageFrameHeaderSize];
+        encodeMessageFrameHeader({2, 1, 0, MessageFrameReplyWanted}, header);
+        (void)!::send(fd, header, sizeof header, MSG_NOSIGNAL);
+        (void)!::send(fd, "hi", 2, MSG_NOSIGNAL);
+        char byte;
+        ::_exit(::read(fd, &byte, 1) <= 0 ? 0 : 4); // closed without an answer
+    }
+    int status = 0;
+    ::waitpid(child, &status, 0);
+    EXPECT_TRUE(WIFEXITED(status));
+    EXPECT_EQ(WEXITSTATUS(status), 0);
+    EXPECT_THAT(capture.records(),
+        ContainsLine(1, HasSubstr("refused a connection from user " + std::to_string(nobody->pw_uid))));
+}

@@ -1,0 +1,479 @@
+#include "extensions/NSError+ZonExtensions.h"
+#include "platform/io/MessageFrame.h"
+#include "platform/io/MessagePortDirectory.h"
+#include "platform/runtime/Class.h"
+#include "platform/threads/RunLoop.h"
+#include "platform/threads/Thread.h"
+#include "platform/threads/Watchdog.h"
+#include "platform/values/Data.h"
+#include "platform/values/Dictionary.h"
+#include "platform/values/Error.h"
+#include "platform/values/String.h"
+#include "support/LogCapture.h"
+#include "support/PrivateRuntimeDirectory.h"
+#include "systemManagement/processManagement/TXZonIPCService.h"
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <fcntl.h>
+#include <signal.h>
+#include <sys/socket.h>
+#include <sys/un.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <cstring>
+#include <mutex>
+#include <thread>
+
+using namespace zon;
+using test::runLoopUntil;
+using testing::ElementsAre;
+using testing::HasSubstr;
+
+namespace {
+
+std::string text(String* string) { return string ? string->UTF8String() : "(nil)"; }
+Ref<String> str(const std::string& text) { return String::stringWithUTF8String(text); }
+
+// The peer program, started with fork and exec; its stdout comes back through a pipe.
+class PeerProcess {
+public:
+    explicit PeerProcess(std::vector<std::string> arguments)
+    {
+        int fds[2];
+        if (::pipe2(fds, O_CLOEXEC) != 0)
+            return;
+        pid_ = ::fork();
+        if (pid_ == 0) {
+            ::dup2(fds[1], STDOUT_FILENO);
+            std::vector<char*> argv {const_cast<char*>(ZON_IPC_PEER_PATH)};
+            for (auto& argument : arguments)
+                argv.push_back(argument.data());
+            argv.push_back(nullptr);
+            ::execv(ZON_IPC_PEER_PATH, argv.data());
+            ::_exit(127);
+        }
+        ::close(fds[1]);
+        out_ = fds[0];
+        ::fcntl(out_, F_SETFL, O_NONBLOCK);
+    }
+    ~PeerProcess()
+    {
+        kill();
+        if (out_ >= 0)
+            ::close(out_);
+    }
+
+    // Runs this thread's loop (so our service keeps answering) until the peer printed line.
+    bool waitForLine(const std::string& line)
+    {
+        bool found = runLoopUntil([&] {
+            readAvailable();
+            return std::find(lines_.begin(), lines_.end(), line) != lines_.end();
+        });
+        if (!found)
+            ADD_FAILURE() << "peer never printed \"" << line << "\"; it printed:\n" << testing::PrintToString(lines_);
+        return found;
+    }
+    bool printed(const std::string& line)
+    {
+        readAvailable();
+        return std::find(lines_.begin(), lines_.end(), line) != lines_.end();
+    }
+    void kill()
+    {
+        if (pid_ > 0) {
+            ::kill(pid_, SIGKILL);
+            ::waitpid(pid_, nullptr, 0);
+            pid_ = -1;
+        }
+    }
+
+private:
+    void readAvailable()
+    {
+        char buffer[4096];
+        ssize_t n;
+        while ((n = ::read(out_, buffer, sizeof buffer)) > 0) {
+            partial_.append(buffer, static_cast<size_t>(n));
+            for (size_t end; (end = partial_.find('\n')) != std::string::npos; partial_.erase(0, end + 1))
+                lines_.push_back(partial_.substr(0, end));
+        }
+    }
+
+    pid_t pid_ = -1;
+    int out_ = -1;
+    std::string partial_;
+    std::vector<std::string> lines_;
+};
+
+// A delegate that records every callback and answers strings with "answer:TEXT".
+class Recorder final : public Object {
+    ZON_OBJECT(Recorder, Object)
+public:
+    static void exportMethods(Class& cls)
+    {
+        cls.exportMethod("ipcService:didRecvString:", &Recorder::didRecvString);
+        cls.exportMethod("ipcService:didEstablishConnectionToRemoteService:", &Recorder::established);
+        cls.exportMethod("ipcService:didFailToEstablishConnectionToRemoteService:error:", &Recorder::failedToEstablish);
+        cls.exportMethod("ipcService:didDisconnectFromRemoteService:", &Recorder::disconnectedFrom);
+        cls.exportMethod("ipcService:didFailToSendString:toRemoteService:error:", &Recorder::failedToSend);
+        cls.exportMethod("ipcService:didGetStringResponse:fromRemoteService:fromSentString:", &Recorder::gotResponse);
+        cls.exportMethod(
+            "ipcService:didGetDictionaryResponse:fromRemoteService:fromSentDictionary:", &Recorder::gotDictionary);
+        cls.exportMethod("ipcServiceDidEstablishConnectionToRemoteService:", &Recorder::didEstablish);
+        cls.exportMethod("ipcServiceDidDisconnectFromRemoteService:", &Recorder::didDisconnect);
+    }
+    static Ref<Recorder> recorder() { return makeObject<Recorder>(); }
+
+    std::vector<std::string> events() const
+    {
+        std::lock_guard lock(mutex_);
+        return events_;
+    }
+    bool saw(const std::string& event) const
+    {
+        auto all = events();
+        return std::find(all.begin(), all.end(), event) != all.end();
+    }
+    void clear()
+    {
+        std::lock_guard lock(mutex_);
+        events_.clear();
+    }
+
+private:
+    Recorder() = default;
+    void record(std::string event)
+    {
+        std::lock_guard lock(mutex_);
+        events_.push_back(std::move(event));
+    }
+    Ref<String> didRecvString(TXZonIPCService*, String* string)
+    {
+        record("recv " + text(string));
+        return str("answer:" + text(string));
+    }
+    void established(TXZonIPCService*, String* name) { record("4 " + text(name)); }
+    void failedToEstablish(TXZonIPCService*, String* name, Error* error)
+    {
+        record("5 " + text(name) + " " + std::to_string(error->code()));
+    }
+    void disconnectedFrom(TXZonIPCService*, String* name) { record("6 " + text(name)); }
+    void failedToSend(TXZonIPCService*, String* sent, String* remote, Error* error)
+    {
+        record("9 " + text(sent) + " " + text(remote) + " " + std::to_string(error->code()));
+    }
+    void gotResponse(TXZonIPCService*, String* response, String* remote, String* sent)
+    {
+        record("12 " + text(response) + " " + text(remote) + " " + text(sent));
+    }
+    void gotDictionary(TXZonIPCService*, Dictionary* response, String*, Dictionary*)
+    {
+        record("11 " + text(dynamicCast<String>(response->objectForKey(ZSTR("note")))));
+    }
+    void didEstablish(TXZonIPCService*) { record("13"); }
+    void didDisconnect(TXZonIPCService* service) { record("14 remote " + text(service->remoteServiceName())); }
+
+    mutable std::mutex mutex_;
+    std::vector<std::string> events_;
+};
+ZON_DEFINE_CLASS(Recorder, "IPCTestRecorder")
+
+class TXZonIPCServiceTest : public testing::Test {
+protected:
+    // A service on this thread, listening as "local", with a recorder as its delegate.
+    Ref<TXZonIPCService> makeService(const char* name = "local")
+    {
+        auto service = TXZonIPCService::initWithLocalServiceName(str(name));
+        if (service)
+            service->setDelegate(recorder_);
+        return service;
+    }
+    Ref<TXZonIPCService> connectedToPeer(PeerProcess& peer, const char* peerName = "peer")
+    {
+        EXPECT_TRUE(peer.waitForLine("ready"));
+        auto service = makeService();
+        Ref<Error> error;
+        EXPECT_TRUE(service->connectToRemoteServiceNamed_error(str(peerName), &error))
+            << text(error ? error->description() : nullptr);
+        EXPECT_TRUE(runLoopUntil([&] { return recorder_->saw("13"); }));
+        recorder_->clear();
+        return service;
+    }
+
+    test::PrivateRuntimeDirectory runtime_;
+    test::HangGuard guard_ {std::chrono::seconds(120)};
+    Ref<Recorder> recorder_ = Recorder::recorder();
+};
+
+} // namespace
+
+TEST_F(TXZonIPCServiceTest, HandshakeStartedHereConnectsBothWays)
+{
+    PeerProcess peer({"serve", "peer"});
+    auto service = connectedToPeer(peer);
+    EXPECT_TRUE(peer.waitForLine("event established"));
+    EXPECT_TRUE(peer.waitForLine("event established with local"));
+    EXPECT_EQ(text(service->remoteServiceName()), "peer");
+    EXPECT_TRUE(service->remoteServiceStarted());
+    EXPECT_TRUE(service->connected());
+    EXPECT_TRUE(service->disconnect());
+    EXPECT_TRUE(peer.waitForLine("event disconnected"));
+    EXPECT_EQ(service->remoteServiceName(), nullptr);
+    EXPECT_FALSE(service->remoteServiceStarted());
+}
+
+TEST_F(TXZonIPCServiceTest, HandshakeStartedByThePeerTellsTheDelegateTwoWaysInOrder)
+{
+    auto service = makeService();
+    PeerProcess peer({"connect", "peer", "local"});
+    EXPECT_TRUE(peer.waitForLine("connected"));
+    EXPECT_TRUE(runLoopUntil([&] { return recorder_->saw("4 peer"); }));
+    EXPECT_THAT(recorder_->events(), ElementsAre("13", "4 peer"));
+    EXPECT_TRUE(peer.waitForLine("event established"));
+    EXPECT_EQ(text(service->remoteServiceName()), "peer");
+}
+
+TEST_F(TXZonIPCServiceTest, RefusesConnectionsWhileConnectedAndAfterAFailedOpen)
+{
+    LogCapture capture;
+    PeerProcess first({"serve", "peer"});
+    auto service = connectedToPeer(first);
+    PeerProcess second({"connect", "second", "local"});
+    EXPECT_TRUE(second.waitForLine("connect failed 2"));
+    EXPECT_EQ(text(service->remoteServiceName()), "peer");
+
+    Ref<Error> error;
+    EXPECT_FALSE(service->startConnectionTo_error(ZSTR("second"), &error));
+    ASSERT_TRUE(error);
+    EXPECT_EQ(error->code(), 0);
+    EXPECT_EQ(text(error->localizedDescription()),
+        "Already connected to a client, must disconnect from client to establish new connection");
+    EXPECT_THAT(capture.records(),
+        ContainsLine(1, "Failed to establish connection to 'second' as currently connected to 'peer'"));
+
+    auto lonely = makeService("lonely");
+    EXPECT_FALSE(lonely->connectToRemoteServiceNamed_error(ZSTR("nobody"), &error));
+    EXPECT_EQ(error->code(), 4);
+    EXPECT_EQ(text(error->localizedDescription()), "Failed to get client servicePort");
+    EXPECT_TRUE(lonely->remoteServiceStarted());
+    PeerProcess third({"connect", "third", "lonely"});
+    EXPECT_TRUE(third.waitForLine("connect failed 2"));
+}
+
+TEST_F(TXZonIPCServiceTest, SendsEveryKindInEveryStyle)
+{
+    LogCapture capture;
+    PeerProcess peer({"serve", "peer"});
+    auto service = connectedToPeer(peer);
+    Ref<Error> error;
+
+    EXPECT_EQ(text(service->sendString_error(ZSTR("ping"), &error)), "pong");
+
+    auto dictionary = service->sendDictionary_withResponseTimeout_error(
+        Dictionary::dictionaryWithObject_forKey(ZSTR("v"), ZSTR("k")), 30, &error);
+    ASSERT_TRUE(dictionary);
+    EXPECT_EQ(text(dictionary->objectForKey<String>(ZSTR("note"))), "from peer");
+    auto echoed = dictionary->objectForKey<Dictionary>(ZSTR("echo"));
+    ASSERT_TRUE(echoed);
+    EXPECT_EQ(text(echoed->objectForKey<String>(ZSTR("k"))), "v");
+
+    // A data request gets the property-list bytes of the dictionary the peer answered.
+    auto data = service->sendData_error(Data::dataWithBytes("abc", 3), &error);
+    ASSERT_TRUE(data);
+    std::string xml(static_cast<const char*>(data->bytes()), data->length());
+    EXPECT_THAT(xml, HasSubstr("<key>__TXZonIPCPacketInternalNSValueEncoding__</key>"));
+    EXPECT_THAT(xml, HasSubstr("<integer>3</integer>"));
+
+    EXPECT_TRUE(service->sendOnewayString_error(ZSTR("one way"), &error));
+    EXPECT_TRUE(peer.waitForLine("string one way"));
+    EXPECT_TRUE(service->sendOnewayString_withResponseTimeout_error(ZSTR("two"), 5.0, &error));
+    EXPECT_THAT(capture.records(),
+        ContainsLine(
+            2, "Received Response Packet: Packet Type: Data (String) Size: 8 when no packet response was expected"));
+
+    service->sendString(ZSTR("later"));
+    service->sendDictionary(Dictionary::dictionary());
+    EXPECT_TRUE(runLoopUntil([&] { return recorder_->saw("11 from peer"); }));
+    EXPECT_TRUE(recorder_->saw("12 echo:later peer later"));
+
+    service->disconnect();
+    service->sendString(ZSTR("lost"));
+    EXPECT_TRUE(runLoopUntil([&] { return recorder_->saw("9 lost (nil) 1"); }));
+    EXPECT_EQ(service->sendString_error(ZSTR("lost"), &error), nullptr);
+    EXPECT_EQ(error->code(), 1);
+}
+
+TEST_F(TXZonIPCServiceTest, CarriesMessagesFromEmptyToSixteenMegabytes)
+{
+    PeerProcess peer({"serve", "peer"});
+    auto service = connectedToPeer(peer);
+    for (size_t size : {size_t(0), size_t(1), size_t(1024), size_t(65536), size_t(4) << 20, size_t(16) << 20}) {
+        Ref<Error> error;
+        auto reply = service->sendData_error(Data::dataWithVector(std::vector<uint8_t>(size, 0x5a)), &error);
+        ASSERT_TRUE(reply) << size;
+        std::string xml(static_cast<const char*>(reply->bytes()), reply->length());
+        EXPECT_THAT(xml, HasSubstr("<integer>" + std::to_string(size) + "</integer>"));
+    }
+}
+
+TEST_F(TXZonIPCServiceTest, ADelegateWithoutAnswersAndUnknownTypesGiveNoReplyAndNoError)
+{
+    PeerProcess peer({"serve", "peer", "silent"});
+    auto service = connectedToPeer(peer);
+    Ref<Error> error;
+    EXPECT_EQ(service->sendString_error(ZSTR("anyone?"), &error), nullptr);
+    EXPECT_EQ(error, nullptr);
+    Ref<TXZonIPCPacket> reply = TXZonIPCPacket::pingPacket();
+    EXPECT_TRUE(service->sendPacket_withResponse_error(
+        TXZonIPCPacket::initWithData_ofType(Data::dataWithBytes("x", 1), 6), &reply, &error));
+    EXPECT_EQ(reply, nullptr);
+    EXPECT_TRUE(service->connected()) << "the peer still answers pings";
+}
+
+TEST_F(TXZonIPCServiceTest, ThePeersDisconnectClosesTheLinkBeforeTheCallback)
+{
+    PeerProcess peer({"serve", "peer"});
+    auto service = connectedToPeer(peer);
+    EXPECT_EQ(text(service->sendString_error(ZSTR("disconnect"), nullptr)), "bye");
+    EXPECT_TRUE(runLoopUntil([&] { return !recorder_->events().empty(); }));
+    EXPECT_THAT(recorder_->events(), ElementsAre("14 remote (nil)"));
+    EXPECT_FALSE(service->remoteServiceStarted());
+}
+
+TEST_F(TXZonIPCServiceTest, AKilledPeerIsNoticedByThePingAndALaterOneCanConnect)
+{
+    LogCapture capture;
+    auto peer = std::make_unique<PeerProcess>(std::vector<std::string> {"serve", "peer"});
+    auto service = connectedToPeer(*peer);
+    peer->kill();
+    EXPECT_TRUE(runLoopUntil([&] { return service->remoteServiceName() == nullptr; }, NSDefaultRunLoopMode,
+        std::chrono::seconds(15)));
+    EXPECT_THAT(capture.records(), ContainsLine(2, "Was connected to 'peer', but can no longer communicate"));
+    EXPECT_TRUE(recorder_->events().empty()) << "the delegate is not told";
+
+    peer = std::make_unique<PeerProcess>(std::vector<std::string> {"serve", "peer"});
+    EXPECT_TRUE(peer->waitForLine("ready"));
+    Ref<Error> error;
+    EXPECT_TRUE(service->connectToRemoteServiceNamed_error(ZSTR("peer"), &error));
+    EXPECT_EQ(text(service->sendString_error(ZSTR("ping"), &error)), "pong");
+}
+
+TEST_F(TXZonIPCServiceTest, NestedAndSimultaneousSendsBetweenServiceThreadsComplete)
+{
+    PeerProcess peer({"serve", "peer"});
+    auto service = connectedToPeer(peer);
+    // The peer's handler sends to us while we wait for its reply.
+    EXPECT_EQ(text(service->sendString_error(ZSTR("send-back:hello"), nullptr)), "got:answer:hello");
+
+    // Both service threads send synchronously to each other at once.
+    EXPECT_EQ(text(service->sendString_error(ZSTR("race:50"), nullptr)), "ok");
+    int answered = 0;
+    for (int i = 0; i < 50; ++i)
+        answered += text(service->sendString_error(str("mine " + std::to_string(i)), nullptr))
+            == "echo:mine " + std::to_string(i);
+    EXPECT_EQ(answered, 50);
+    EXPECT_TRUE(peer.waitForLine("race done 50"));
+}
+
+TEST_F(TXZonIPCServiceTest, ConcurrentSendsFromSeveralThreadsEachGetTheirOwnReply)
+{
+    PeerProcess peer({"serve", "peer"});
+    auto service = connectedToPeer(peer);
+    std::atomic<int> wrong {0};
+    std::vector<std::thread> senders;
+    for (int t = 0; t < 4; ++t)
+        senders.emplace_back([&, t] {
+            for (int i = 0; i < 50; ++i) {
+                std::string body = std::to_string(t) + "." + std::to_string(i);
+                if (text(service->sendString_error(str(body), nullptr)) != "echo:" + body)
+                    ++wrong;
+            }
+        });
+    for (auto& sender : senders)
+        sender.join();
+    EXPECT_EQ(wrong, 0);
+}
+
+TEST_F(TXZonIPCServiceTest, ANameHeldByALiveProcessIsRefusedAndOneOfADeadProcessIsNot)
+{
+    LogCapture capture;
+    PeerProcess owner({"serve", "taken"});
+    ASSERT_TRUE(owner.waitForLine("ready"));
+    EXPECT_EQ(TXZonIPCService::initWithLocalServiceName(ZSTR("taken")), nullptr);
+    EXPECT_THAT(capture.records(), ContainsLine(1, HasSubstr("Cannot create service taken due to")));
+    EXPECT_THAT(capture.records(), ContainsLine(1, HasSubstr("Failed to get servicePort")));
+    owner.kill();
+    EXPECT_NE(TXZonIPCService::initWithLocalServiceName(ZSTR("taken")), nullptr);
+}
+
+TEST_F(TXZonIPCServiceTest, StrangeBytesOnThePeersSocketDoNotDisturbIt)
+{
+    PeerProcess peer({"serve", "peer"});
+    auto service = connectedToPeer(peer);
+    MessagePortPaths paths;
+    ASSERT_TRUE(messagePortPaths("peer", paths));
+    std::vector<int> strangers;
+    for (std::string bytes :
+        { std::string("garbage that is no frame"), std::string("\xff\xff\xff\xff", 4) + std::string(12, 'x') }) {
+        int fd = ::socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0);
+        sockaddr_un address {};
+        address.sun_family = AF_UNIX;
+        std::strcpy(address.sun_path, paths.socketPath.c_str());
+        ASSERT_EQ(::connect(fd, reinterpret_cast<sockaddr*>(&address), sizeof address), 0);
+        ASSERT_EQ(::send(fd, bytes.data(), bytes.size(), MSG_NOSIGNAL), ssize_t(bytes.size()));
+        strangers.push_back(fd);
+    }
+    EXPECT_EQ(text(service->sendString_error(ZSTR("ping"), nullptr)), "pong");
+    for (int fd : strangers)
+        ::close(fd);
+}
+
+// ---- Within one process ----
+
+TEST_F(TXZonIPCServiceTest, PrimitiveSendFailuresCarryTheirCodes)
+{
+    auto service = makeService();
+    LogCapture capture;
+    Ref<Error> error;
+    EXPECT_FALSE(service->sendPacket_withResponse_error(TXZonIPCPacket::pingPacket(), nullptr, &error));
+    EXPECT_EQ(error->code(), 1);
+    EXPECT_EQ(error->domain()->UTF8String(), "ZonErrorDomain");
+    EXPECT_TRUE(capture.records().empty()) << "nothing is logged or sent when not connected";
+
+    // A link to ourselves is enough to reach the nil-packet check.
+    ASSERT_TRUE(service->startConnectionTo_error(ZSTR("local"), &error));
+    EXPECT_FALSE(service->sendPacket_withResponse_error(nullptr, nullptr, &error));
+    EXPECT_EQ(error->code(), 3);
+    EXPECT_EQ(service->sendDictionary_error(nullptr, &error), nullptr);
+    EXPECT_EQ(error->code(), 3);
+    service->stopClientService();
+}
+
+TEST_F(TXZonIPCServiceTest, TheDispatcherAnswersUnknownTypesWithNothing)
+{
+    LogCapture capture;
+    auto service = makeService();
+    EXPECT_EQ(service->handlePacket(TXZonIPCPacket::initWithData_ofType(Data::data(), 6)), nullptr);
+    EXPECT_EQ(service->handlePacket(TXZonIPCPacket::initWithData_ofType(Data::data(), -3)), nullptr);
+    EXPECT_THAT(capture.records(), ContainsLine(2, "Unknown Packet Type being handled: 6"));
+    EXPECT_THAT(capture.records(), ContainsLine(2, "Unknown Packet Type being handled: -3"));
+    EXPECT_THAT(capture.records(), ContainsLine(5, "Responding With Packet: Nothing"));
+    auto ping = service->handlePacket(TXZonIPCPacket::pingPacket());
+    ASSERT_TRUE(ping);
+    EXPECT_EQ(ping->type(), 1);
+}
+
+TEST_F(TXZonIPCServiceTest, ConnectionCallbacksReachTheDelegateInTheirForwardingOrder)
+{
+    auto service = makeService();
+    service->ipcService_didEstablishConnectionToRemoteService(service, ZSTR("x"));
+    service->ipcService_didDisconnectFromRemoteService(service, ZSTR("y"));
+    EXPECT_THAT(recorder_->events(), ElementsAre("13", "4 x", "14 remote (nil)", "6 y"));
+    service->setDelegate(nullptr);
+    EXPECT_EQ(service->ipcService_didRecvString(service, ZSTR("z")), nullptr);
+}
