@@ -1,6 +1,9 @@
 # Entry points. Each target installs what it needs (scripts/bootstrap), configures with a
 # CMake preset, builds, and runs.
 JOBS ?= $(shell nproc)
+# ccache shares results between checkouts (paths below the checkout are hashed relative to it).
+export CCACHE_BASEDIR := $(CURDIR)
+export CCACHE_NOHASHDIR := 1
 FUZZ_SECONDS ?= 30
 
 .PHONY: all bootstrap demo test check tsan bench fuzz install clean

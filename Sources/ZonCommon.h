@@ -1,4 +1,55 @@
 #pragma once
 
-// Everything the library offers.
+// Everything the library offers, in one include: <ZonCommon/ZonCommon.h>.
+
+// The platform layer: objects, values, threads and run loops, message ports, property lists.
+#include "platform/runtime/AutoreleasePool.h"
+#include "platform/runtime/Class.h"
+#include "platform/runtime/Invocation.h"
+#include "platform/runtime/MethodSignature.h"
 #include "platform/runtime/Object.h"
+#include "platform/runtime/Proxy.h"
+#include "platform/runtime/Ref.h"
+#include "platform/runtime/Selector.h"
+#include "platform/values/Array.h"
+#include "platform/values/AssertionHandler.h"
+#include "platform/values/CharacterSet.h"
+#include "platform/values/Data.h"
+#include "platform/values/Date.h"
+#include "platform/values/Dictionary.h"
+#include "platform/values/Error.h"
+#include "platform/values/Exception.h"
+#include "platform/values/Format.h"
+#include "platform/values/Geometry.h"
+#include "platform/values/MutableString.h"
+#include "platform/values/Null.h"
+#include "platform/values/Number.h"
+#include "platform/values/Set.h"
+#include "platform/values/String.h"
+#include "platform/values/Value.h"
+#include "platform/threads/Condition.h"
+#include "platform/threads/Lock.h"
+#include "platform/threads/MainQueue.h"
+#include "platform/threads/RecursiveLock.h"
+#include "platform/threads/RunLoop.h"
+#include "platform/threads/Thread.h"
+#include "platform/threads/Timer.h"
+#include "platform/io/MessagePort.h"
+#include "platform/io/PropertyListSerialization.h"
+
+// The log call.
+#include "logger/ZonLog.h"
+
+// The library.
+#include "atomic/TXZonAtomic.h"
+#include "atomic/TXZonAtomicSingleton.h"
+#include "atomic/TXZonBarrier.h"
+#include "extensions/NSData+ZonExtensions.h"
+#include "extensions/NSError+ZonExtensions.h"
+#include "extensions/NSObject+ZonExtensions.h"
+#include "systemManagement/processManagement/TXZonIPCPacket.h"
+#include "systemManagement/processManagement/TXZonIPCService.h"
+#include "utilities/data/InputStream.h"
+#include "utilities/data/TXJSONParser.h"
+#include "utilities/data/TXZonTLEUnicodeServiceUtilities.h"
+#include "utilities/data/TXZonTLEUtilities.h"

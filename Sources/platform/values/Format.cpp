@@ -170,7 +170,7 @@ struct Spec {
     char conversion = 0;
     const FormatArgument* argument = nullptr;
 
-    // The snprintf specification with these flags, width and precision, plus the given length
+    // The snprintf conversion with these flags, width and precision, plus the given length
     // modifier text and conversion.
     std::string_view printfSpec(char (&buffer)[48], const char* lengthText, char conversionChar) const
     {
@@ -256,7 +256,7 @@ public:
                 return;
             Spec spec;
             const size_t end = parse(format, percent + 1, spec);
-            if (end == std::string_view::npos) { // the format ends inside a specification
+            if (end == std::string_view::npos) { // the format ends inside a conversion
                 sink_.append(Text::narrow(format.substr(percent)));
                 return;
             }
@@ -305,7 +305,7 @@ private:
         return index == kNoPosition ? next() : at(index);
     }
 
-    // Parses the specification after a '%' into spec; answers the index just past it, or npos
+    // Parses the conversion after a '%' into spec; answers the index just past it, or npos
     // when the format ends first.
     size_t parse(std::string_view format, size_t i, Spec& spec)
     {

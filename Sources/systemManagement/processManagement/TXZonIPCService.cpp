@@ -97,6 +97,27 @@ Ref<TXZonIPCService> TXZonIPCService::initWithLocalServiceName(String* name)
     return service;
 }
 
+namespace {
+
+// The service's references are read by sending threads while the service thread changes them:
+// each access takes the field lock, and a replaced object is released after the lock is left.
+template <class T>
+Ref<T> readLocked(std::mutex& lock, const Ref<T>& field)
+{
+    std::lock_guard guard(lock);
+    return field;
+}
+
+template <class T>
+void writeLocked(std::mutex& lock, Ref<T>& field, T* value)
+{
+    Ref<T> old;
+    std::lock_guard guard(lock);
+    old = std::exchange(field, Ref<T>(value));
+}
+
+} // namespace
+
 TXZonIPCService::~TXZonIPCService()
 {
     disconnect();
@@ -105,63 +126,23 @@ TXZonIPCService::~TXZonIPCService()
 
 String* TXZonIPCService::objectCategory() { return ZSTR("IPCService"); }
 
-Ref<Thread> TXZonIPCService::serviceThread() const
-{
-    std::lock_guard lock(fields_);
-    return serviceThread_;
-}
+Ref<Thread> TXZonIPCService::serviceThread() const { return readLocked(fields_, serviceThread_); }
 
-void TXZonIPCService::setServiceThread(Thread* thread)
-{
-    Ref<Thread> old;
-    std::lock_guard lock(fields_);
-    old = std::exchange(serviceThread_, Ref<Thread>(thread));
-}
+void TXZonIPCService::setServiceThread(Thread* thread) { writeLocked(fields_, serviceThread_, thread); }
 
-Ref<String> TXZonIPCService::localServiceName() const
-{
-    std::lock_guard lock(fields_);
-    return localServiceName_;
-}
+Ref<String> TXZonIPCService::localServiceName() const { return readLocked(fields_, localServiceName_); }
 
-void TXZonIPCService::setLocalServiceName(String* name)
-{
-    Ref<String> old;
-    std::lock_guard lock(fields_);
-    old = std::exchange(localServiceName_, Ref<String>(name));
-}
+void TXZonIPCService::setLocalServiceName(String* name) { writeLocked(fields_, localServiceName_, name); }
 
-Ref<String> TXZonIPCService::remoteServiceName() const
-{
-    std::lock_guard lock(fields_);
-    return remoteServiceName_;
-}
+Ref<String> TXZonIPCService::remoteServiceName() const { return readLocked(fields_, remoteServiceName_); }
 
-void TXZonIPCService::setRemoteServiceName(String* name)
-{
-    Ref<String> old;
-    std::lock_guard lock(fields_);
-    old = std::exchange(remoteServiceName_, Ref<String>(name));
-}
+void TXZonIPCService::setRemoteServiceName(String* name) { writeLocked(fields_, remoteServiceName_, name); }
 
-Ref<Timer> TXZonIPCService::pingInterval() const
-{
-    std::lock_guard lock(fields_);
-    return pingInterval_;
-}
+Ref<Timer> TXZonIPCService::pingInterval() const { return readLocked(fields_, pingInterval_); }
 
-void TXZonIPCService::setPingInterval(Timer* timer)
-{
-    Ref<Timer> old;
-    std::lock_guard lock(fields_);
-    old = std::exchange(pingInterval_, Ref<Timer>(timer));
-}
+void TXZonIPCService::setPingInterval(Timer* timer) { writeLocked(fields_, pingInterval_, timer); }
 
-Ref<MessagePort> TXZonIPCService::remoteServicePort() const
-{
-    std::lock_guard lock(fields_);
-    return remoteServicePort_;
-}
+Ref<MessagePort> TXZonIPCService::remoteServicePort() const { return readLocked(fields_, remoteServicePort_); }
 
 // ---- The local endpoint ----------------------------------------------------------------------------
 
