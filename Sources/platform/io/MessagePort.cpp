@@ -466,6 +466,8 @@ struct MessagePort::RemoteLink : std::enable_shared_from_this<RemoteLink> {
     void flushLocked();
     bool watchFromCurrentThread(RunLoop* loop, String* mode);
     void readReplies();
+    void readRepliesLocked();
+    void deliverRepliesLocked();
     void markDeadLocked();
     void invalidate();
 
@@ -607,8 +609,14 @@ bool MessagePort::RemoteLink::watchFromCurrentThread(RunLoop* loop, String* mode
 void MessagePort::RemoteLink::readReplies()
 {
     std::lock_guard lock(mutex);
+    readRepliesLocked();
+}
+
+void MessagePort::RemoteLink::readRepliesLocked()
+{
     if (dead)
         return;
+    bool closed = false;
     for (;;) {
         auto room = reader.buffer();
         ssize_t n = ::read(fd.fd, room.data(), room.size());
@@ -616,13 +624,24 @@ void MessagePort::RemoteLink::readReplies()
             continue;
         if (n < 0 && (errno == EAGAIN || errno == EWOULDBLOCK))
             break;
-        if (n <= 0 || reader.commit(static_cast<size_t>(n)) != MessageFrameReader::Status::Ok) {
+        if (n <= 0) {
+            closed = true; // the replies read before the end still reach their senders
+            break;
+        }
+        if (reader.commit(static_cast<size_t>(n)) != MessageFrameReader::Status::Ok) {
             markDeadLocked();
             return;
         }
         if (static_cast<size_t>(n) < room.size())
             break;
     }
+    deliverRepliesLocked();
+    if (closed)
+        markDeadLocked();
+}
+
+void MessagePort::RemoteLink::deliverRepliesLocked()
+{
     while (reader.hasFrame()) {
         MessageFrame frame = reader.takeFrame();
         auto it = waiters.find(frame.header.requestId);
@@ -663,6 +682,9 @@ void MessagePort::RemoteLink::invalidate()
 {
     std::vector<Registration> dropped; // released outside the lock
     std::lock_guard lock(mutex);
+    // A reply that has already arrived still reaches its sender: the peer may answer and then
+    // disconnect, and its disconnect can be handled here before the reply has been read.
+    readRepliesLocked();
     markDeadLocked();
     dropped.swap(registrations);
 }
