@@ -12,7 +12,7 @@ all: bootstrap
 	cmake --preset release >/dev/null && cmake --build --preset release -j $(JOBS)
 
 bootstrap:
-	@./scripts/bootstrap
+	@./scripts/bootstrap $(BOOTSTRAP_SET)
 
 demo: all
 	./Tools/zon/demo.sh build/release/Tools/zon/zon
@@ -28,6 +28,9 @@ tsan: bootstrap
 	cmake --preset tsan >/dev/null && cmake --build --preset tsan -j $(JOBS)
 	ctest --preset tsan -j $(JOBS)
 
+# The benchmarks also install the libraries they compare against (a target-specific variable
+# reaches the prerequisites, so `all` bootstraps with them).
+bench: BOOTSTRAP_SET := bench
 bench: all
 	./Benchmarks/run.sh build/release/Benchmarks
 

@@ -1,0 +1,401 @@
+#include "IPCBenchmarkSupport.h"
+
+#include "platform/io/MessagePort.h"
+#include "platform/runtime/AutoreleasePool.h"
+#include "platform/runtime/Class.h"
+#include "platform/threads/RunLoop.h"
+#include "platform/values/Data.h"
+#include "platform/values/String.h"
+#include "systemManagement/processManagement/TXZonIPCService.h"
+
+#include <sched.h>
+#include <signal.h>
+#include <sys/socket.h>
+#include <sys/uio.h>
+#include <sys/un.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <cstdlib>
+#include <cstring>
+
+namespace zon::bench::ipc {
+
+// ---- Framing ----
+
+bool readFully(int fd, void* buffer, size_t length)
+{
+    auto* p = static_cast<char*>(buffer);
+    while (length) {
+        ssize_t n = ::read(fd, p, length);
+        if (n <= 0)
+            return false;
+        p += n;
+        length -= static_cast<size_t>(n);
+    }
+    return true;
+}
+
+bool writeFrame(int fd, uint32_t header, const void* payload, size_t length)
+{
+    iovec parts[2] = {{&header, 4}, {const_cast<void*>(payload), length}};
+    size_t total = 4 + length;
+    msghdr message {};
+    message.msg_iov = parts;
+    message.msg_iovlen = 2;
+    while (total) {
+        ssize_t n = ::sendmsg(fd, &message, MSG_NOSIGNAL);
+        if (n <= 0)
+            return false;
+        total -= static_cast<size_t>(n);
+        while (n > 0) { // advance the iovecs past what was written
+            size_t step = std::min<size_t>(n, message.msg_iov->iov_len);
+            message.msg_iov->iov_base = static_cast<char*>(message.msg_iov->iov_base) + step;
+            message.msg_iov->iov_len -= step;
+            n -= static_cast<ssize_t>(step);
+            if (message.msg_iov->iov_len == 0) {
+                ++message.msg_iov;
+                --message.msg_iovlen;
+            }
+        }
+    }
+    return true;
+}
+
+namespace {
+
+sockaddr_un addressOf(const std::string& path)
+{
+    sockaddr_un address {};
+    address.sun_family = AF_UNIX;
+    std::strncpy(address.sun_path, path.c_str(), sizeof address.sun_path - 1);
+    return address;
+}
+
+} // namespace
+
+int connectUnix(const std::string& path)
+{
+    int fd = ::socket(AF_UNIX, SOCK_STREAM, 0);
+    auto address = addressOf(path);
+    if (::connect(fd, reinterpret_cast<sockaddr*>(&address), sizeof address) == 0)
+        return fd;
+    ::close(fd);
+    return -1;
+}
+
+// ---- The servers ----
+
+namespace {
+
+[[noreturn]] void serveBare(const std::string& path)
+{
+    int listener = ::socket(AF_UNIX, SOCK_STREAM, 0);
+    auto address = addressOf(path);
+    ::unlink(path.c_str());
+    ::bind(listener, reinterpret_cast<sockaddr*>(&address), sizeof address);
+    ::listen(listener, 8);
+    std::vector<char> buffer;
+    for (;;) {
+        int fd = ::accept(listener, nullptr, nullptr);
+        uint32_t header;
+        while (readFully(fd, &header, 4)) {
+            buffer.resize(header & ~kOneWayBit);
+            if (!readFully(fd, buffer.data(), buffer.size()))
+                break;
+            if (!(header & kOneWayBit))
+                writeFrame(fd, header, buffer.data(), buffer.size());
+        }
+        ::close(fd);
+    }
+}
+
+[[noreturn]] void servePort(const std::string& name)
+{
+    auto port = MessagePort::createLocal(String::stringWithUTF8String(name),
+        [](MessagePort*, int32_t, Data* data) { return Ref<Data>(data); });
+    if (!port || !port->scheduleInRunLoop(RunLoop::currentRunLoop(), NSDefaultRunLoopMode))
+        std::exit(1);
+    RunLoop::currentRunLoop()->run();
+    std::exit(0);
+}
+
+class EchoDelegate final : public Object {
+    ZON_OBJECT(EchoDelegate, Object)
+public:
+    static void exportMethods(Class& cls) { cls.exportMethod("ipcService:didRecvString:", &EchoDelegate::echo); }
+    Ref<String> echo(TXZonIPCService*, String* string) { return Ref<String>(string); }
+
+private:
+    EchoDelegate() = default;
+};
+ZON_DEFINE_CLASS(EchoDelegate, "BenchmarkEchoDelegate")
+
+[[noreturn]] void serveService(const std::string& name)
+{
+    auto service = TXZonIPCService::initWithLocalServiceName(String::stringWithUTF8String(name));
+    if (!service)
+        std::exit(1);
+    auto delegate = makeObject<EchoDelegate>();
+    service->setDelegate(delegate);
+    RunLoop::currentRunLoop()->run();
+    std::exit(0);
+}
+
+} // namespace
+
+bool serveOwnRole(const std::string& role, const std::string& address)
+{
+    if (role == "bare")
+        serveBare(address);
+    if (role == "port")
+        servePort(address);
+    if (role == "service")
+        serveService(address);
+    return false;
+}
+
+// ---- Peers and pinning ----
+
+namespace {
+std::string self;
+std::string scratch;
+} // namespace
+
+const std::string& selfPath() { return self; }
+const std::string& scratchFolder() { return scratch; }
+
+void setUpRun()
+{
+    self = "/proc/self/exe";
+    char resolved[4096];
+    if (ssize_t n = ::readlink("/proc/self/exe", resolved, sizeof resolved - 1); n > 0)
+        self.assign(resolved, static_cast<size_t>(n));
+    char pattern[] = "/tmp/zon-ipc-bench-XXXXXX";
+    scratch = ::mkdtemp(pattern);
+    ::setenv("XDG_RUNTIME_DIR", scratch.c_str(), 1);
+}
+
+bool tearDownRun()
+{
+    std::string cleanup = "rm -rf '" + scratch + "'";
+    return std::system(cleanup.c_str()) == 0;
+}
+
+void pinTo(pid_t pid, bool pinned)
+{
+    cpu_set_t set;
+    CPU_ZERO(&set);
+    unsigned count = std::thread::hardware_concurrency();
+    for (unsigned cpu = 0; cpu < (pinned ? 1u : count); ++cpu)
+        CPU_SET(cpu, &set);
+    ::sched_setaffinity(pid, sizeof set, &set);
+}
+
+void Peer::start(const std::vector<std::string>& arguments, bool pinned)
+{
+    pid_ = ::fork();
+    if (pid_ == 0) {
+        pinTo(0, pinned);
+        std::vector<std::string> copies = arguments;
+        std::vector<char*> argv {self.data()};
+        for (auto& argument : copies)
+            argv.push_back(argument.data());
+        argv.push_back(nullptr);
+        ::execv(self.c_str(), argv.data());
+        ::_exit(127);
+    }
+}
+
+void Peer::stop()
+{
+    if (pid_ > 0) {
+        ::kill(pid_, SIGKILL);
+        ::waitpid(pid_, nullptr, 0);
+    }
+    pid_ = -1;
+}
+
+// ---- The own rig: the three servers and a client of each, per pinning mode ----
+
+namespace {
+
+struct OwnRig {
+    Peer bare, port, service;
+    int bareFd = -1;
+    Ref<MessagePort> remotePort;
+    Ref<TXZonIPCService> client;
+};
+
+OwnRig rigs[2]; // unpinned, pinned
+
+} // namespace
+
+void startOwn(bool pinned)
+{
+    OwnRig& rig = rigs[pinned];
+    std::string tag = pinned ? "pinned" : "unpinned";
+    pinTo(0, pinned);
+    std::string barePath = scratch + "/bare-" + tag;
+    rig.bare.start({"--serve", "bare", barePath}, pinned);
+    rig.port.start({"--serve", "port", "bench-port-" + tag}, pinned);
+    rig.service.start({"--serve", "service", "bench-service-" + tag}, pinned);
+    rig.bareFd = retry([&] { return connectUnix(barePath) + 1; }) - 1;
+    rig.remotePort
+        = retry([&] { return MessagePort::createRemote(String::stringWithUTF8String("bench-port-" + tag)); });
+    rig.client = TXZonIPCService::initWithLocalServiceName(String::stringWithUTF8String("bench-client-" + tag));
+    retry([&] {
+        return rig.client->connectToRemoteServiceNamed_error(
+            String::stringWithUTF8String("bench-service-" + tag), nullptr);
+    });
+}
+
+void stopOwn(bool pinned)
+{
+    OwnRig& rig = rigs[pinned];
+    rig.client->disconnect();
+    rig.client = nullptr;
+    rig.remotePort = nullptr;
+    ::close(rig.bareFd);
+    rig.bare.stop();
+    rig.port.stop();
+    rig.service.stop();
+}
+
+TXZonIPCService* ownServiceClient(bool pinned) { return rigs[pinned].client; }
+
+// ---- The own benchmarks ----
+
+namespace {
+
+void BM_BareRoundTrip(benchmark::State& state, bool pinned)
+{
+    std::vector<char> payload(state.range(0), 'x'), reply(state.range(0));
+    int fd = rigs[pinned].bareFd;
+    for (auto _ : state) {
+        uint32_t header;
+        if (!writeFrame(fd, static_cast<uint32_t>(payload.size()), payload.data(), payload.size())
+            || !readFully(fd, &header, 4) || !readFully(fd, reply.data(), header))
+            state.SkipWithError("bare peer failed");
+    }
+    state.SetBytesProcessed(state.iterations() * state.range(0) * 2);
+}
+
+void BM_PortRoundTrip(benchmark::State& state, bool pinned)
+{
+    auto payload = Data::dataWithVector(std::vector<uint8_t>(state.range(0), 'x'));
+    MessagePort* port = rigs[pinned].remotePort;
+    for (auto _ : state) {
+        Ref<Data> reply;
+        if (port->sendRequest(0, payload, 200, 200, NSDefaultRunLoopMode, &reply) != MessagePortStatus::Success)
+            state.SkipWithError("port peer failed");
+    }
+    state.SetBytesProcessed(state.iterations() * state.range(0) * 2);
+}
+
+void BM_ServiceRoundTrip(benchmark::State& state, bool pinned)
+{
+    auto payload = String::stringWithUTF8String(std::string(state.range(0), 'x'));
+    TXZonIPCService* client = rigs[pinned].client;
+    for (auto _ : state) {
+        AutoreleasePool pool;
+        if (!client->sendString_error(payload, nullptr))
+            state.SkipWithError("service peer failed");
+    }
+    state.SetBytesProcessed(state.iterations() * state.range(0) * 2);
+}
+
+// One-way: the clock stops only once the peer has handled everything (a final round trip).
+void BM_BareOneWay(benchmark::State& state, bool pinned)
+{
+    char payload[4] = {};
+    int fd = rigs[pinned].bareFd;
+    for (auto _ : state)
+        writeFrame(fd, 4 | kOneWayBit, payload, 4);
+    uint32_t header;
+    char reply[4];
+    writeFrame(fd, 4, payload, 4);
+    readFully(fd, &header, 4);
+    readFully(fd, reply, 4);
+    state.SetItemsProcessed(state.iterations());
+}
+
+void BM_PortOneWay(benchmark::State& state, bool pinned)
+{
+    auto payload = Data::dataWithBytes("xxxx", 4);
+    MessagePort* port = rigs[pinned].remotePort;
+    for (auto _ : state)
+        port->sendRequest(0, payload, 200, 0, nullptr, nullptr);
+    Ref<Data> reply;
+    port->sendRequest(0, payload, 200, 200, NSDefaultRunLoopMode, &reply);
+    state.SetItemsProcessed(state.iterations());
+}
+
+void BM_ServiceOneWay(benchmark::State& state, bool pinned)
+{
+    TXZonIPCService* client = rigs[pinned].client;
+    for (auto _ : state) {
+        AutoreleasePool pool;
+        client->sendOnewayString_error(ZSTR("xxxx"), nullptr);
+    }
+    client->sendString_error(ZSTR("xxxx"), nullptr);
+    state.SetItemsProcessed(state.iterations());
+}
+
+} // namespace
+
+std::string nameOf(const std::string& kind, bool pinned, size_t size)
+{
+    std::string name = kind;
+    name += pinned ? "/pinned" : "/unpinned";
+    if (size) {
+        name += '/';
+        name += std::to_string(size);
+    }
+    return name;
+}
+
+void registerOwn(bool pinned)
+{
+    for (size_t size : kSizes) {
+        // The benchmark library appends the size to each name.
+        auto arg = static_cast<int64_t>(size);
+        benchmark::RegisterBenchmark(nameOf("BareRoundTrip", pinned).c_str(), BM_BareRoundTrip, pinned)->Arg(arg);
+        benchmark::RegisterBenchmark(nameOf("PortRoundTrip", pinned).c_str(), BM_PortRoundTrip, pinned)->Arg(arg);
+        benchmark::RegisterBenchmark(nameOf("ServiceRoundTrip", pinned).c_str(), BM_ServiceRoundTrip, pinned)
+            ->Arg(arg);
+    }
+    benchmark::RegisterBenchmark(nameOf("BareOneWay", pinned).c_str(), BM_BareOneWay, pinned);
+    benchmark::RegisterBenchmark(nameOf("PortOneWay", pinned).c_str(), BM_PortOneWay, pinned);
+    benchmark::RegisterBenchmark(nameOf("ServiceOneWay", pinned).c_str(), BM_ServiceOneWay, pinned);
+}
+
+// ---- Running and reporting ----
+
+void TimeReporter::ReportRuns(const std::vector<Run>& runs)
+{
+    for (auto& run : runs)
+        if (!run.error_occurred)
+            nanos_[run.benchmark_name()] = run.GetAdjustedRealTime();
+    ConsoleReporter::ReportRuns(runs);
+}
+
+double TimeReporter::micros(const std::string& name) const
+{
+    auto it = nanos_.find(name);
+    return it == nanos_.end() ? 0.0 : it->second / 1000;
+}
+
+void runPinnedThenUnpinned(TimeReporter& reporter, const std::string& kinds, const std::function<void(bool)>& start,
+    const std::function<void(bool)>& stop)
+{
+    // The peers are pinned or released when they start, so each mode gets its own set of them.
+    for (bool pinned : {true, false}) {
+        start(pinned);
+        benchmark::RunSpecifiedBenchmarks(&reporter, "^(" + kinds + ")[A-Za-z]*" + (pinned ? "/pinned" : "/unpinned"));
+        stop(pinned);
+    }
+}
+
+} // namespace zon::bench::ipc
