@@ -10,6 +10,7 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <atomic>
 #include <functional>
 #include <string>
@@ -204,6 +205,57 @@ TEST(MutableDictionary, KeepsInsertionOrderThroughRemovalsAndReplacements)
     dictionary->removeAllObjects();
     EXPECT_EQ(dictionary->count(), 0u);
     EXPECT_EQ(dictionary->begin(), dictionary->end());
+}
+
+// Small tables are searched without an index and gain one as they grow; this drives a dictionary
+// back and forth across that size with removals and replacements and checks it against a model.
+TEST(MutableDictionary, MatchesAnOrderedModelAcrossSmallAndLargeSizes)
+{
+    auto dictionary = MutableDictionary::dictionary();
+    std::vector<std::pair<int, int>> model;
+    uint32_t seed = 12345;
+    auto next = [&seed] { return (seed = seed * 1103515245 + 12345) >> 16; };
+    for (int step = 0; step < 3000; ++step) {
+        // Grows towards 20 keys in the first and third thousand steps, shrinks in the second.
+        const bool growing = (step / 1000) % 2 == 0;
+        const int key = static_cast<int>(next() % 20);
+        auto found = std::find_if(model.begin(), model.end(), [key](const auto& entry) { return entry.first == key; });
+        if (next() % 3 != 0 ? growing : !growing) {
+            dictionary->setObject_forKey(num(step), num(key));
+            if (found != model.end())
+                found->second = step;
+            else
+                model.emplace_back(key, step);
+        } else {
+            dictionary->removeObjectForKey(num(key));
+            if (found != model.end())
+                model.erase(found);
+        }
+        ASSERT_EQ(dictionary->count(), model.size()) << "step " << step;
+        std::vector<std::string> expectedKeys;
+        for (const auto& [modelKey, modelValue] : model) {
+            expectedKeys.push_back(std::to_string(modelKey));
+            Object* value = dictionary->objectForKey(num(modelKey));
+            ASSERT_TRUE(value && value->isEqual(num(modelValue))) << "step " << step << ", key " << modelKey;
+        }
+        ASSERT_EQ(keysOf(dictionary), expectedKeys) << "step " << step;
+    }
+}
+
+TEST(Dictionary, AdoptingKeysAndValuesMovesThemInAndKeepsTheFirstOfEqualKeys)
+{
+    Ref<String> key = str("shared");
+    std::vector<Ref<Object>> items {key, num(1), str("other"), num(2), str("shared"), num(3)};
+    auto dictionary = Dictionary::dictionaryAdoptingKeysAndValues(items);
+    EXPECT_EQ(dictionary->count(), 2u);
+    EXPECT_EQ((*dictionary->begin()).first, key.get());
+    EXPECT_TRUE(dictionary->objectForKey(ZSTR("shared"))->isEqual(num(3)));
+    EXPECT_EQ(items[0].get(), nullptr);
+    EXPECT_EQ(items[3].get(), nullptr);
+    std::vector<Ref<Object>> withNil {str("a"), num(1), str("b"), nullptr};
+    EXPECT_EQ(reasonOf([&] { Dictionary::dictionaryAdoptingKeysAndValues(withNil); }),
+        "NSInvalidArgumentException: *** -[__NSPlaceholderDictionary initWithObjects:forKeys:count:]: attempt to "
+        "insert nil object from objects[1]");
 }
 
 TEST(MutableDictionary, CopiesKeysOnInsertion)

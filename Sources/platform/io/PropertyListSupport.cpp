@@ -100,15 +100,8 @@ Ref<Object> makeDictionary(std::span<Ref<Object>> keysAndValues, Mutability muta
             dictionary->setObject_forKey(keysAndValues[2 * i + 1], keysAndValues[2 * i]);
         return dictionary;
     }
-    // Borrowed pointers (the items keep the objects alive meanwhile), in a buffer kept per thread
-    // because this runs once per dictionary of a document.
-    thread_local std::vector<Object*> pointers;
-    pointers.resize(2 * count);
-    for (size_t i = 0; i < count; ++i) {
-        pointers[i] = keysAndValues[2 * i].get();
-        pointers[count + i] = keysAndValues[2 * i + 1].get();
-    }
-    return Dictionary::dictionaryWithObjects_forKeys_count(pointers.data() + count, pointers.data(), count);
+    // Every key a reader makes is immutable, so it can be moved in as it is.
+    return Dictionary::dictionaryAdoptingKeysAndValues(keysAndValues.first(2 * count));
 }
 
 std::string quotedForMessage(std::string_view text)

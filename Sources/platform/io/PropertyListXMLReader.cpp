@@ -142,12 +142,16 @@ std::optional<TextProblem> appendCharacterData(std::string& out, std::string_vie
 {
     size_t i = 0;
     while (i < raw.size()) {
-        const char c = raw[i];
-        if (c == kNulStandIn) {
+        // Ordinary bytes are copied a run at a time.
+        size_t run = i;
+        while (run < raw.size() && raw[run] != kNulStandIn && (raw[run] != '&' || cdata))
+            ++run;
+        out.append(raw.data() + i, run - i);
+        i = run;
+        if (i == raw.size())
+            break;
+        if (raw[i] == kNulStandIn) {
             out.push_back('\0');
-            ++i;
-        } else if (c != '&' || cdata) {
-            out.push_back(c);
             ++i;
         } else {
             const size_t semicolon = raw.find(';', i);
@@ -347,31 +351,41 @@ std::string positionText(std::string_view document, size_t offset)
 
 enum class Tag : uint8_t { String, Key, Integer, Real, True, False, Date, Data, Array, Dict, Plist, Unknown };
 
+// Whether the NUL-terminated name is exactly expected; inline, as it runs once per element.
+bool nameIs(const char* name, std::string_view expected)
+{
+    for (char c : expected) {
+        if (*name++ != c)
+            return false;
+    }
+    return *name == '\0';
+}
+
 Tag tagOf(const char* name)
 {
     switch (name[0]) {
     case 's':
-        return std::strcmp(name, "string") == 0 ? Tag::String : Tag::Unknown;
+        return nameIs(name, "string"sv) ? Tag::String : Tag::Unknown;
     case 'k':
-        return std::strcmp(name, "key") == 0 ? Tag::Key : Tag::Unknown;
+        return nameIs(name, "key"sv) ? Tag::Key : Tag::Unknown;
     case 'i':
-        return std::strcmp(name, "integer") == 0 ? Tag::Integer : Tag::Unknown;
+        return nameIs(name, "integer"sv) ? Tag::Integer : Tag::Unknown;
     case 'r':
-        return std::strcmp(name, "real") == 0 ? Tag::Real : Tag::Unknown;
+        return nameIs(name, "real"sv) ? Tag::Real : Tag::Unknown;
     case 't':
-        return std::strcmp(name, "true") == 0 ? Tag::True : Tag::Unknown;
+        return nameIs(name, "true"sv) ? Tag::True : Tag::Unknown;
     case 'f':
-        return std::strcmp(name, "false") == 0 ? Tag::False : Tag::Unknown;
+        return nameIs(name, "false"sv) ? Tag::False : Tag::Unknown;
     case 'd':
-        if (std::strcmp(name, "dict") == 0)
+        if (nameIs(name, "dict"sv))
             return Tag::Dict;
-        if (std::strcmp(name, "date") == 0)
+        if (nameIs(name, "date"sv))
             return Tag::Date;
-        return std::strcmp(name, "data") == 0 ? Tag::Data : Tag::Unknown;
+        return nameIs(name, "data"sv) ? Tag::Data : Tag::Unknown;
     case 'a':
-        return std::strcmp(name, "array") == 0 ? Tag::Array : Tag::Unknown;
+        return nameIs(name, "array"sv) ? Tag::Array : Tag::Unknown;
     case 'p':
-        return std::strcmp(name, "plist") == 0 ? Tag::Plist : Tag::Unknown;
+        return nameIs(name, "plist"sv) ? Tag::Plist : Tag::Unknown;
     default:
         return Tag::Unknown;
     }
@@ -421,7 +435,12 @@ private:
     std::vector<Ref<Object>> items_;
     std::string scratch_;
     // Documents repeat the same keys in every dictionary: one string per distinct key text.
-    std::unordered_map<std::string_view, Ref<String>> keys_;
+    using KeyCache = std::unordered_map<std::string_view, Ref<String>>;
+    KeyCache keys_;
+    // The cached key met at each position of the dictionaries read so far: dictionaries of one
+    // document tend to list the same keys in the same order, so most keys match their hint and
+    // need no hashing.
+    std::vector<const KeyCache::value_type*> keyHints_;
     std::vector<uint8_t> bytes_;
     std::string error_;
 };
@@ -592,12 +611,20 @@ Ref<String> Reader::keyString(std::string_view text, bool plain)
     constexpr size_t kMaxCachedKeys = 4096;
     if (!plain)
         return String::stringWithUTF8String(text);
-    if (auto found = keys_.find(text); found != keys_.end())
-        return found->second;
-    Ref<String> key = String::stringWithUTF8String(text);
-    if (keys_.size() < kMaxCachedKeys)
-        keys_.emplace(text, key);
-    return key;
+    const size_t position = (items_.size() - stack_.back().itemStart) / 2;
+    if (position < keyHints_.size() && keyHints_[position] && keyHints_[position]->first == text)
+        return keyHints_[position]->second;
+    auto found = keys_.find(text);
+    if (found == keys_.end()) {
+        Ref<String> key = String::stringWithUTF8String(text);
+        if (keys_.size() >= kMaxCachedKeys)
+            return key;
+        found = keys_.emplace(text, std::move(key)).first;
+    }
+    if (position >= keyHints_.size())
+        keyHints_.resize(position + 1);
+    keyHints_[position] = &*found;
+    return found->second;
 }
 
 bool Reader::readScalar(pugi::xml_node node, Tag tag)

@@ -95,6 +95,25 @@ Ref<Dictionary> Dictionary::dictionaryWithObjects_forKeys_count(Object* const* o
     return dictionary;
 }
 
+Ref<Dictionary> Dictionary::dictionaryAdoptingKeysAndValues(std::span<Ref<Object>> keysAndValues)
+{
+    const size_t count = keysAndValues.size() / 2;
+    for (size_t i = 0; i < count; ++i)
+        checkPair(keysAndValues[2 * i + 1].get(), keysAndValues[2 * i].get(), i);
+    auto dictionary = makeObject<Dictionary>();
+    detail::ObjectTable& table = dictionary->table_;
+    table.reserve(count);
+    for (size_t i = 0; i < count; ++i) {
+        Ref<Object>& key = keysAndValues[2 * i];
+        const size_t hash = detail::ObjectTable::hashOf(key.get());
+        if (auto* entry = table.find(key.get(), hash))
+            Ref<Object> old = std::exchange(entry->value, std::move(keysAndValues[2 * i + 1]));
+        else
+            table.append(std::move(key), hash, std::move(keysAndValues[2 * i + 1]));
+    }
+    return dictionary;
+}
+
 Ref<Dictionary> Dictionary::dictionaryWithObjects_forKeys(const Array* objects, const Array* keys)
 {
     const size_t objectCount = objects ? objects->count() : 0;

@@ -5,6 +5,7 @@
 
 #include <cstddef>
 #include <initializer_list>
+#include <span>
 #include <utility>
 
 namespace zon {
@@ -60,6 +61,10 @@ public:
     // with an equal key replaces the value of the earlier one.
     static Ref<Dictionary> dictionaryWithObjectsAndKeys(std::initializer_list<KeyValue> pairs);
     static Ref<Dictionary> dictionaryWithObjects_forKeys_count(Object* const* objects, Object* const* keys, size_t count);
+    // Alternating keys and values, moved in rather than retained. The keys must be immutable:
+    // they are stored as they are, not copied. For readers that build many small dictionaries;
+    // nil checks and repeated keys as above.
+    static Ref<Dictionary> dictionaryAdoptingKeysAndValues(std::span<Ref<Object>> keysAndValues);
     // Different counts raise NSInvalidArgumentException "*** -[NSDictionary
     // initWithObjects:forKeys:]: count of objects (%lu) differs from count of keys (%lu)".
     static Ref<Dictionary> dictionaryWithObjects_forKeys(const Array* objects, const Array* keys);

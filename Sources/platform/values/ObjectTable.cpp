@@ -29,14 +29,14 @@ size_t ObjectTable::hashOf(const Object* key)
 void ObjectTable::reserve(size_t count)
 {
     entries_.reserve(count);
-    if (slotCountFor(count) > slots_.size())
+    if (count > kLinearEntries && slotCountFor(count) > slots_.size())
         rebuild(slotCountFor(count));
 }
 
 const ObjectTable::Entry* ObjectTable::find(const Object* key, size_t hash) const
 {
     if (slots_.empty())
-        return nullptr;
+        return findLinear(key, hash);
     const size_t mask = slots_.size() - 1;
     for (size_t i = slotFor(hash);; i = (i + 1) & mask) {
         const uint32_t slot = slots_[i];
@@ -54,24 +54,46 @@ void ObjectTable::append(Ref<Object> key, size_t hash, Ref<Object> value)
 {
     if (entries_.size() + 2 >= UINT32_MAX)
         raisePlatformException(NSMallocException, "*** collection too large");
-    if ((live_ + deletedSlots_ + 1) * 2 > slots_.size())
+    if (slots_.empty()) {
+        // Without an index until the entries fill the linear range: then holes are squeezed out
+        // first, and an index is built only if the live entries still fill it.
+        if (entries_.size() >= kLinearEntries) {
+            std::erase_if(entries_, [](const Entry& entry) { return !entry.key; });
+            if (live_ >= kLinearEntries)
+                rebuild(slotCountFor(live_ + 1));
+        }
+    } else if ((live_ + deletedSlots_ + 1) * 2 > slots_.size()) {
         rebuild(slotCountFor(live_ + 1));
-    const size_t mask = slots_.size() - 1;
-    size_t i = slotFor(hash);
-    while (slots_[i] > kDeleted)
-        i = (i + 1) & mask;
-    if (slots_[i] == kDeleted)
-        --deletedSlots_;
-    slots_[i] = static_cast<uint32_t>(entries_.size() + 2);
+    }
+    if (!slots_.empty()) {
+        const size_t mask = slots_.size() - 1;
+        size_t i = slotFor(hash);
+        while (slots_[i] > kDeleted)
+            i = (i + 1) & mask;
+        if (slots_[i] == kDeleted)
+            --deletedSlots_;
+        slots_[i] = static_cast<uint32_t>(entries_.size() + 2);
+    }
     entries_.push_back(Entry {std::move(key), std::move(value), hash});
     ++live_;
 }
 
 bool ObjectTable::remove(const Object* key)
 {
-    if (!key || slots_.empty())
+    if (!key || entries_.empty())
         return false;
     const size_t hash = hashOf(key);
+    if (slots_.empty()) {
+        Entry* entry = const_cast<Entry*>(findLinear(key, hash));
+        if (!entry)
+            return false;
+        --live_;
+        Ref<Object> oldKey = std::move(entry->key);
+        Ref<Object> oldValue = std::move(entry->value);
+        if (live_ == 0)
+            clear();
+        return true;
+    }
     const size_t mask = slots_.size() - 1;
     for (size_t i = slotFor(hash);; i = (i + 1) & mask) {
         const uint32_t slot = slots_[i];
@@ -105,7 +127,25 @@ void ObjectTable::clear()
     deletedSlots_ = 0;
 }
 
-void ObjectTable::compact() { rebuild(slotCountFor(live_)); }
+const ObjectTable::Entry* ObjectTable::findLinear(const Object* key, size_t hash) const
+{
+    for (const Entry& entry : entries_) {
+        if (entry.hash == hash && entry.key && (entry.key.get() == key || entry.key->isEqual(key)))
+            return &entry;
+    }
+    return nullptr;
+}
+
+void ObjectTable::compact()
+{
+    if (live_ > kLinearEntries) {
+        rebuild(slotCountFor(live_));
+        return;
+    }
+    std::erase_if(entries_, [](const Entry& entry) { return !entry.key; });
+    slots_.clear();
+    deletedSlots_ = 0;
+}
 
 void ObjectTable::rebuild(size_t slotCount)
 {

@@ -11,7 +11,9 @@ namespace zon::detail {
 // The insertion-ordered hash table under Dictionary and Set: entries in a vector in the order
 // they were added, an open-addressing index of positions over it (hash + isEqual). Removing an
 // entry leaves a hole that iteration skips; holes are squeezed out once they outnumber the live
-// entries, so lookups stay O(1) and removals keep the order of the others.
+// entries, so lookups stay O(1) and removals keep the order of the others. Tables of a few entries
+// keep no index: comparing a handful of hashes in a row is as fast as probing, and saves one
+// allocation per table (documents hold many small dictionaries).
 class ZON_EXPORT ObjectTable {
 public:
     struct Entry {
@@ -80,8 +82,11 @@ public:
 private:
     static constexpr uint32_t kEmpty = 0;
     static constexpr uint32_t kDeleted = 1; // slot values above this are position + 2
+    // Up to this many entries (holes included) the table is searched without an index.
+    static constexpr size_t kLinearEntries = 8;
 
     size_t slotFor(size_t hash) const { return hash & (slots_.size() - 1); }
+    const Entry* findLinear(const Object* key, size_t hash) const;
     void rebuild(size_t slotCount);
     void compact();
 
