@@ -125,3 +125,26 @@ TEST(Data, BridgesToAndFromUTF8)
     EXPECT_EQ(stringWithUTF8Data(nullptr), nullptr);
     EXPECT_EQ(Data::dataWithUTF8OfString(nullptr), nullptr);
 }
+
+TEST(Data, LongTextEncodesAsUTF8AcrossConversionBlocks)
+{
+    // Long text is encoded in blocks of 16384 units: a surrogate pair or a lone surrogate at a
+    // block's edge, and the first non-ASCII character far from the start, must come out as the
+    // whole-string conversion gives them.
+    constexpr size_t kBlock = 16384;
+    std::u16string pairAcrossEdge = std::u16string(kBlock - 1, u'a') + u"\U0001F600" + std::u16string(kBlock, u'b');
+    std::u16string loneAtEdge = std::u16string(kBlock - 1, u'a') + u'\xD800' + u"\u00E9" + std::u16string(kBlock, u'c');
+    std::u16string lateNonASCII = std::u16string(3 * kBlock + 5, u'a') + u"\u4E2D\u00E9";
+    const std::u16string texts[] = {std::u16string(2 * kBlock + 7, u'x'), pairAcrossEdge, loneAtEdge, lateNonASCII};
+    for (const std::u16string& text : texts) {
+        auto string = String::stringWithCharacters(text.data(), text.size());
+        const std::string expected = string->UTF8String();
+        auto data = Data::dataWithUTF8OfString(string);
+        ASSERT_EQ(data->length(), expected.size());
+        EXPECT_EQ(std::memcmp(data->bytes(), expected.data(), expected.size()), 0);
+    }
+    auto pair = String::stringWithCharacters(pairAcrossEdge.data(), pairAcrossEdge.size());
+    auto roundTrip = stringWithUTF8Data(Data::dataWithUTF8OfString(pair));
+    ASSERT_NE(roundTrip, nullptr);
+    EXPECT_EQ(roundTrip->view(), pairAcrossEdge);
+}

@@ -92,6 +92,30 @@ TEST(String, MixedTextRoundTripsAtEveryVectorOffset)
     }
 }
 
+TEST(String, LongTextDecodesWhetherOrNotEveryByteIsACharacter)
+{
+    // Past the stack buffer, ASCII keeps the room it decoded into and other text is copied into
+    // an exactly sized string; both must hold exactly the decoded units.
+    const std::string ascii(5000, 'q');
+    Ref<String> plain = str(ascii);
+    ASSERT_NE(plain, nullptr);
+    EXPECT_EQ(plain->length(), ascii.size());
+    EXPECT_EQ(plain->UTF8String(), ascii);
+
+    const std::string mixed = ascii + "\xE4\xB8\xAD\xF0\x9F\x98\x80";
+    Ref<String> decoded = str(mixed);
+    ASSERT_NE(decoded, nullptr);
+    EXPECT_EQ(decoded->view(), std::u16string(5000, u'q') + u"\u4E2D\U0001F600");
+    EXPECT_EQ(decoded->UTF8String(), mixed);
+
+    Ref<String> leading = str("\xC3\xA9" + ascii);
+    ASSERT_NE(leading, nullptr);
+    EXPECT_EQ(leading->view(), u"\u00E9" + std::u16string(5000, u'q'));
+
+    EXPECT_EQ(str(ascii + "\xC3"), nullptr);
+    EXPECT_EQ(str("\xED\xA0\x80" + ascii), nullptr);
+}
+
 TEST(String, Latin1AndUTF16BytesRoundTrip)
 {
     std::string all;

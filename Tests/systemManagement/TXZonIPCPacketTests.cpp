@@ -102,6 +102,37 @@ TEST(TXZonIPCPacket, ParsesShortKnownAndUnknownFramesAsTheWireRulesSay)
     }
 }
 
+TEST(TXZonIPCPacket, PacketsHoldingWireBytesReadAndChangeLikeAnyOther)
+{
+    // Parsed and string packets keep their wire bytes and cut the payload out on demand.
+    Ref<MutableData> source = MutableData::dataWithData(frame(9, "héllo"));
+    Ref<TXZonIPCPacket> parsed = TXZonIPCPacket::packetWithZONIPCPacketData(source);
+    source->resetBytesInRange({0, source->length()}); // the sender's buffer is reused
+    EXPECT_EQ(parsed->type(), 9);
+    EXPECT_EQ(parsed->stringValue()->UTF8String(), "héllo");
+    EXPECT_EQ(bytesOf(parsed->ZONIPCPacketData()), bytesOf(frame(9, "héllo")));
+    EXPECT_EQ(parsed->description()->UTF8String(), "Packet Type: Data (String) Size: 6");
+    Data* payload = parsed->dataValue();
+    EXPECT_EQ(bytesOf(payload), "héllo");
+    EXPECT_EQ(parsed->sendData(), payload);
+
+    parsed->setPacketType(7);
+    EXPECT_EQ(bytesOf(parsed->ZONIPCPacketData()), bytesOf(frame(7, "héllo")));
+    parsed->setSendData(Data::dataWithBytes("xy", 2));
+    EXPECT_EQ(bytesOf(parsed->ZONIPCPacketData()), bytesOf(frame(7, "xy")));
+
+    Ref<TXZonIPCPacket> string = TXZonIPCPacket::packetWithString(S("日本"));
+    EXPECT_EQ(bytesOf(string->ZONIPCPacketData()), bytesOf(frame(9, "日本")));
+    EXPECT_EQ(bytesOf(string->dataValue()), "日本");
+    string->setSendData(nullptr);
+    EXPECT_EQ(string->dataValue(), nullptr);
+    EXPECT_EQ(bytesOf(string->ZONIPCPacketData()), bytesOf(frame(9, "")));
+
+    Ref<TXZonIPCPacket> nothing = TXZonIPCPacket::packetWithString(nullptr);
+    EXPECT_EQ(nothing->dataValue(), nullptr);
+    EXPECT_EQ(nothing->stringValue()->length(), 0u);
+}
+
 TEST(TXZonIPCPacket, StringValueIsNilForInvalidUTF8)
 {
     EXPECT_EQ(TXZonIPCPacket::packetWithString(S("日本 😀"))->stringValue()->UTF8String(), "日本 😀");

@@ -1,6 +1,7 @@
 #include "platform/values/Data.h"
 
 #include "platform/values/String.h"
+#include "platform/values/UTF.h"
 
 namespace zon {
 
@@ -10,8 +11,9 @@ Ref<Data> Data::dataWithUTF8OfString(const String* string)
 {
     if (!string)
         return nullptr;
-    std::string utf8 = string->UTF8String();
-    return dataWithVector(std::vector<uint8_t>(utf8.begin(), utf8.end()));
+    std::vector<uint8_t> bytes;
+    utf::appendUTF16ToUTF8(string->view(), bytes);
+    return dataWithVector(std::move(bytes));
 }
 
 Ref<String> stringWithUTF8Data(const Data* data)

@@ -38,18 +38,22 @@ Ref<String> String::stringWithCharacters(const char16_t* units, size_t length)
 
 Ref<String> String::stringWithUTF8String(std::string_view utf8)
 {
-    // One pass that checks and decodes into scratch room (the stack for short text), then a copy
-    // into an exactly sized string: cheaper than counting first, and no slack is kept.
+    // One pass that checks and decodes, then a copy into an exactly sized string when the text
+    // did not fill its room: cheaper than counting first, and no slack is kept. Short text
+    // decodes on the stack. Long text decodes straight into a string of one unit per byte, the
+    // most it can need and exactly what ASCII text needs, so that ASCII takes no copy at all.
     constexpr size_t kStackUnits = 512;
-    char16_t stackBuffer[kStackUnits];
-    std::unique_ptr<char16_t[]> heapBuffer;
-    char16_t* scratch = stackBuffer;
-    if (utf8.size() > kStackUnits) {
-        heapBuffer = std::make_unique_for_overwrite<char16_t[]>(utf8.size());
-        scratch = heapBuffer.get();
+    if (utf8.size() <= kStackUnits) {
+        char16_t scratch[kStackUnits];
+        const size_t units = utf::convertUTF8ToUTF16(utf8, scratch);
+        return units == utf::kInvalid ? nullptr : stringWithCharacters(scratch, units);
     }
-    const size_t units = utf::convertUTF8ToUTF16(utf8, scratch);
-    return units == utf::kInvalid ? nullptr : stringWithCharacters(scratch, units);
+    size_t units = 0;
+    Ref<String> decoded
+        = StringBuilder::build(utf8.size(), [&](char16_t* storage) { units = utf::convertUTF8ToUTF16(utf8, storage); });
+    if (units == utf::kInvalid)
+        return nullptr;
+    return units == utf8.size() ? decoded : stringWithCharacters(decoded->units_, units);
 }
 
 Ref<String> String::stringWithString(const String* text)

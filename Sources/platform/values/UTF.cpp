@@ -1,5 +1,6 @@
 #include "platform/values/UTF.h"
 
+#include <algorithm>
 #include <cstdint>
 #include <cstring>
 
@@ -236,6 +237,46 @@ void appendUTF16ToUTF8(std::u16string_view utf16, std::string& out)
     const size_t start = out.size();
     out.resize(start + utf8LengthOfUTF16(utf16));
     convertUTF16ToUTF8(utf16, out.data() + start);
+}
+
+void appendUTF16ToUTF8(std::u16string_view utf16, std::vector<uint8_t>& out)
+{
+    // A block at a time, so that what a block needs is done while it is in the cache. The
+    // capacity is first one byte per unit and ASCII blocks are narrowed without being measured;
+    // at the first other character the capacity becomes the exact length once, and from there
+    // each block is measured, made room for and converted.
+    constexpr size_t kBlockUnits = 16 * 1024;
+    out.reserve(out.size() + utf16.size());
+    bool sizedExactly = false;
+    while (!utf16.empty()) {
+        size_t take = std::min(utf16.size(), kBlockUnits);
+        if (take < utf16.size() && isLeadSurrogate(utf16[take - 1]))
+            --take; // a surrogate pair stays in one block
+        std::u16string_view block = utf16.substr(0, take);
+        utf16.remove_prefix(take);
+        if (!sizedExactly) {
+            const size_t at = out.size();
+            out.resize(at + block.size());
+            char* o = reinterpret_cast<char*>(out.data() + at);
+            size_t ascii = 0;
+            for (; ascii + 8 <= block.size() && allASCII8(block.data() + ascii); ascii += 8)
+                narrow8(block.data() + ascii, o + ascii);
+            for (; ascii < block.size() && block[ascii] < 0x80; ++ascii)
+                o[ascii] = static_cast<char>(block[ascii]);
+            out.resize(at + ascii);
+            block.remove_prefix(ascii);
+            if (block.empty())
+                continue;
+        }
+        const size_t blockBytes = utf8LengthOfUTF16(block);
+        if (!sizedExactly) {
+            out.reserve(out.size() + blockBytes + utf8LengthOfUTF16(utf16));
+            sizedExactly = true;
+        }
+        const size_t at = out.size();
+        out.resize(at + blockBytes);
+        convertUTF16ToUTF8(block, reinterpret_cast<char*>(out.data() + at));
+    }
 }
 
 std::string utf16ToUTF8(std::u16string_view utf16)

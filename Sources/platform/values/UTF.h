@@ -7,8 +7,10 @@
 #include "platform/Export.h"
 
 #include <cstddef>
+#include <cstdint>
 #include <string>
 #include <string_view>
+#include <vector>
 
 namespace zon::utf {
 
@@ -29,5 +31,8 @@ ZON_EXPORT char* convertUTF16ToUTF8(std::u16string_view utf16, char* out);
 ZON_EXPORT std::string utf16ToUTF8(std::u16string_view utf16);
 // Appends the UTF-8 form to out, for callers that build text in one buffer.
 ZON_EXPORT void appendUTF16ToUTF8(std::u16string_view utf16, std::string& out);
+// The same for byte buffers (data, wire messages): long text is read from memory once and the
+// buffer grows at most twice.
+ZON_EXPORT void appendUTF16ToUTF8(std::u16string_view utf16, std::vector<uint8_t>& out);
 
 } // namespace zon::utf

@@ -10,10 +10,12 @@
 #include "platform/values/Geometry.h"
 #include "platform/values/Number.h"
 #include "platform/values/String.h"
+#include "platform/values/UTF.h"
 #include "platform/values/Value.h"
 
 #include <cstring>
 #include <string_view>
+#include <vector>
 
 namespace zon {
 
@@ -127,8 +129,11 @@ Ref<TXZonIPCPacket> TXZonIPCPacket::initWithZONIPCPacketData(Data* data)
         return initWithData_ofType(data, 0);
     int32_t type;
     std::memcpy(&type, data->bytes(), sizeof type);
-    if (type >= kPing && type <= kString && type != kUnassigned)
-        return initWithData_ofType(data->subdataWithRange({sizeof type, length - sizeof type}), type);
+    if (type >= kPing && type <= kString && type != kUnassigned) {
+        // The bytes are kept whole and the payload cut out only when asked for; copy() keeps
+        // immutable data as it is and snapshots mutable data, which its owner may change.
+        return makeObject<TXZonIPCPacket>(type, staticRefCast<Data>(data->copy()), WireBytes {});
+    }
     return initWithData_ofType(data, type);
 }
 
@@ -159,7 +164,13 @@ Ref<TXZonIPCPacket> TXZonIPCPacket::packetWithData(Data* data)
 
 Ref<TXZonIPCPacket> TXZonIPCPacket::packetWithString(String* string)
 {
-    return initWithData_ofType(Data::dataWithUTF8OfString(string), kString);
+    if (!string)
+        return initWithData_ofType(nullptr, kString);
+    // Encoded straight after the type word: the wire bytes are ready without another copy.
+    std::vector<uint8_t> wire(sizeof(int32_t));
+    std::memcpy(wire.data(), &kString, sizeof(int32_t));
+    utf::appendUTF16ToUTF8(string->view(), wire);
+    return makeObject<TXZonIPCPacket>(kString, Data::dataWithVector(std::move(wire)), WireBytes {});
 }
 
 Ref<TXZonIPCPacket> TXZonIPCPacket::packetWithDictionary(Dictionary* dictionary)
@@ -195,22 +206,61 @@ Ref<TXZonIPCPacket> TXZonIPCPacket::packetWithDictionary(Dictionary* dictionary)
 
 Ref<Data> TXZonIPCPacket::ZONIPCPacketData() const
 {
-    Ref<MutableData> bytes = MutableData::dataWithCapacity(sizeof packetType_ + (sendData_ ? sendData_->length() : 0));
-    bytes->appendBytes_length(&packetType_, sizeof packetType_);
-    bytes->appendData(sendData_);
-    return staticRefCast<Data>(bytes->copy());
+    if (wire_)
+        return wire_;
+    // Built once in the storage the returned data keeps: the payload is copied a single time.
+    const size_t payloadLength = sendData_ ? sendData_->length() : 0;
+    std::vector<uint8_t> bytes;
+    bytes.reserve(sizeof packetType_ + payloadLength);
+    const auto* type = reinterpret_cast<const uint8_t*>(&packetType_);
+    bytes.insert(bytes.end(), type, type + sizeof packetType_);
+    if (payloadLength) {
+        const auto body = sendData_->span();
+        bytes.insert(bytes.end(), body.begin(), body.end());
+    }
+    return Data::dataWithVector(std::move(bytes));
+}
+
+Data* TXZonIPCPacket::payload() const
+{
+    if (wire_) {
+        std::call_once(payloadCut_, [this] {
+            sendData_ = wire_->subdataWithRange({sizeof(int32_t), wire_->length() - sizeof(int32_t)});
+        });
+    }
+    return sendData_.get();
+}
+
+std::span<const uint8_t> TXZonIPCPacket::payloadBytes() const
+{
+    if (wire_)
+        return wire_->span().subspan(sizeof(int32_t));
+    return sendData_ ? sendData_->span() : std::span<const uint8_t>();
+}
+
+void TXZonIPCPacket::dropWireBytes()
+{
+    payload();
+    wire_ = nullptr;
 }
 
 void TXZonIPCPacket::setSendData(Data* data)
 {
+    dropWireBytes();
     sendData_ = data;
+}
+
+void TXZonIPCPacket::setPacketType(int32_t type)
+{
+    dropWireBytes();
+    packetType_ = type;
 }
 
 Ref<Dictionary> TXZonIPCPacket::dictionaryValue() const
 {
     Ref<Object> parsed;
-    if (sendData_ && sendData_->length() > 0)
-        parsed = PropertyListSerialization::propertyListWithData(sendData_, nullptr, nullptr, NSPropertyListMutableContainers);
+    if (Data* bytes = payload(); bytes && bytes->length() > 0)
+        parsed = PropertyListSerialization::propertyListWithData(bytes, nullptr, nullptr, NSPropertyListMutableContainers);
     auto* dictionary = dynamicCast<MutableDictionary>(parsed.get());
     if (!dictionary)
         return Dictionary::dictionary();
@@ -235,9 +285,10 @@ Ref<Dictionary> TXZonIPCPacket::dictionaryValue() const
 
 Ref<String> TXZonIPCPacket::stringValue() const
 {
-    if (!sendData_)
+    if (!wire_ && !sendData_)
         return String::string();
-    return stringWithUTF8Data(sendData_);
+    const auto bytes = payloadBytes();
+    return String::stringWithUTF8String(std::string_view(reinterpret_cast<const char*>(bytes.data()), bytes.size()));
 }
 
 bool TXZonIPCPacket::isCommsPacket() const
@@ -248,7 +299,7 @@ bool TXZonIPCPacket::isCommsPacket() const
 Ref<String> TXZonIPCPacket::description() const
 {
     return String::stringWithFormat("Packet Type: %@ Size: %d", descriptionOfPacketType(packetType_),
-        static_cast<int>(sendData_ ? sendData_->length() : 0));
+        static_cast<int>(payloadBytes().size()));
 }
 
 } // namespace zon

@@ -3,6 +3,8 @@
 #include "platform/runtime/Object.h"
 
 #include <cstdint>
+#include <mutex>
+#include <span>
 
 namespace zon {
 
@@ -59,11 +61,11 @@ public:
     Ref<Data> ZONIPCPacketData() const;
 
     int32_t packetType() const { return packetType_; }
-    void setPacketType(int32_t type) { packetType_ = type; }
-    Data* sendData() const { return sendData_.get(); }
+    void setPacketType(int32_t type);
+    Data* sendData() const { return payload(); }
     void setSendData(Data* data);
     int32_t type() const { return packetType_; }
-    Data* dataValue() const { return sendData_.get(); }
+    Data* dataValue() const { return payload(); }
 
     // The payload read as a property-list dictionary with its geometric values rebuilt and the
     // reserved key removed; an empty dictionary when the payload is not a dictionary.
@@ -80,10 +82,21 @@ public:
     static String* descriptionOfPacketType(int32_t type);
 
 private:
+    struct WireBytes {};
     TXZonIPCPacket(int32_t type, Ref<Data> data) : packetType_(type), sendData_(std::move(data)) {}
+    TXZonIPCPacket(int32_t type, Ref<Data> wire, WireBytes) : packetType_(type), wire_(std::move(wire)) {}
+
+    // The payload; a packet that holds its wire bytes cuts it out of them on first use only, so
+    // that strings, the bulk of the traffic, are sent and read without copying their bytes.
+    Data* payload() const;
+    std::span<const uint8_t> payloadBytes() const;
+    // Turns a packet that holds its wire bytes into one that holds its payload, before a change.
+    void dropWireBytes();
 
     int32_t packetType_;
-    Ref<Data> sendData_;
+    Ref<Data> wire_; // the type then the payload, immutable; nil unless made from or for the wire
+    mutable std::once_flag payloadCut_;
+    mutable Ref<Data> sendData_;
 };
 
 } // namespace zon
