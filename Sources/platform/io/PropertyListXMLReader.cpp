@@ -6,8 +6,6 @@
 #include "platform/values/String.h"
 #include "platform/values/UTF.h"
 
-#include <pugixml.hpp>
-
 #include <charconv>
 #include <clocale>
 #include <cmath>
@@ -21,17 +19,6 @@ namespace zon::plist {
 namespace {
 
 using namespace std::string_view_literals;
-
-// pugixml stops at a NUL byte, so NULs are replaced by this byte before parsing and restored in
-// character data. It never occurs in valid UTF-8, which the whole document is checked to be first.
-constexpr char kNulStandIn = '\xFF';
-
-// Raw mode: no end-of-line normalisation and no entity decoding (both are done here, so that
-// carriage returns survive and entity errors are reported); CDATA kept; whitespace-only text kept
-// only as an element's single child (an all-blank <string>); text outside the root element kept
-// (fragment mode) so that trailing garbage can be refused.
-constexpr unsigned kParseOptions = pugi::parse_minimal | pugi::parse_cdata | pugi::parse_ws_pcdata_single
-    | pugi::parse_embed_pcdata | pugi::parse_fragment;
 
 bool isXMLSpace(char c) { return c == ' ' || c == '\t' || c == '\n' || c == '\r'; }
 
@@ -143,41 +130,35 @@ std::optional<TextProblem> appendCharacterData(std::string& out, std::string_vie
     size_t i = 0;
     while (i < raw.size()) {
         // Ordinary bytes are copied a run at a time.
-        size_t run = i;
-        while (run < raw.size() && raw[run] != kNulStandIn && (raw[run] != '&' || cdata))
-            ++run;
+        const void* amp = cdata ? nullptr : std::memchr(raw.data() + i, '&', raw.size() - i);
+        const size_t run = amp ? static_cast<size_t>(static_cast<const char*>(amp) - raw.data()) : raw.size();
         out.append(raw.data() + i, run - i);
         i = run;
         if (i == raw.size())
             break;
-        if (raw[i] == kNulStandIn) {
-            out.push_back('\0');
-            ++i;
+        const size_t semicolon = raw.find(';', i);
+        if (semicolon == std::string_view::npos || semicolon - i > 12)
+            return TextProblem {"Unterminated entity reference", raw.data() + i};
+        const std::string_view body = raw.substr(i + 1, semicolon - i - 1);
+        if (body == "amp"sv)
+            out.push_back('&');
+        else if (body == "lt"sv)
+            out.push_back('<');
+        else if (body == "gt"sv)
+            out.push_back('>');
+        else if (body == "quot"sv)
+            out.push_back('"');
+        else if (body == "apos"sv)
+            out.push_back('\'');
+        else if (!body.empty() && body.front() == '#') {
+            const auto code = characterReference(body);
+            if (!code)
+                return TextProblem {"Invalid character reference &" + quotedForMessage(body) + ";", raw.data() + i};
+            appendUTF8(out, *code);
         } else {
-            const size_t semicolon = raw.find(';', i);
-            if (semicolon == std::string_view::npos || semicolon - i > 12)
-                return TextProblem {"Unterminated entity reference", raw.data() + i};
-            const std::string_view body = raw.substr(i + 1, semicolon - i - 1);
-            if (body == "amp"sv)
-                out.push_back('&');
-            else if (body == "lt"sv)
-                out.push_back('<');
-            else if (body == "gt"sv)
-                out.push_back('>');
-            else if (body == "quot"sv)
-                out.push_back('"');
-            else if (body == "apos"sv)
-                out.push_back('\'');
-            else if (!body.empty() && body.front() == '#') {
-                const auto code = characterReference(body);
-                if (!code)
-                    return TextProblem {"Invalid character reference &" + quotedForMessage(body) + ";", raw.data() + i};
-                appendUTF8(out, *code);
-            } else {
-                return TextProblem {"Undefined entity &" + quotedForMessage(body) + ";", raw.data() + i};
-            }
-            i = semicolon + 1;
+            return TextProblem {"Undefined entity &" + quotedForMessage(body) + ";", raw.data() + i};
         }
+        i = semicolon + 1;
     }
     return std::nullopt;
 }
@@ -351,89 +332,278 @@ std::string positionText(std::string_view document, size_t offset)
 
 enum class Tag : uint8_t { String, Key, Integer, Real, True, False, Date, Data, Array, Dict, Plist, Unknown };
 
-// Whether the NUL-terminated name is exactly expected; inline, as it runs once per element.
-bool nameIs(const char* name, std::string_view expected)
+Tag tagOf(std::string_view name)
 {
-    for (char c : expected) {
-        if (*name++ != c)
-            return false;
-    }
-    return *name == '\0';
-}
-
-Tag tagOf(const char* name)
-{
+    if (name.empty())
+        return Tag::Unknown;
     switch (name[0]) {
     case 's':
-        return nameIs(name, "string"sv) ? Tag::String : Tag::Unknown;
+        return name == "string"sv ? Tag::String : Tag::Unknown;
     case 'k':
-        return nameIs(name, "key"sv) ? Tag::Key : Tag::Unknown;
+        return name == "key"sv ? Tag::Key : Tag::Unknown;
     case 'i':
-        return nameIs(name, "integer"sv) ? Tag::Integer : Tag::Unknown;
+        return name == "integer"sv ? Tag::Integer : Tag::Unknown;
     case 'r':
-        return nameIs(name, "real"sv) ? Tag::Real : Tag::Unknown;
+        return name == "real"sv ? Tag::Real : Tag::Unknown;
     case 't':
-        return nameIs(name, "true"sv) ? Tag::True : Tag::Unknown;
+        return name == "true"sv ? Tag::True : Tag::Unknown;
     case 'f':
-        return nameIs(name, "false"sv) ? Tag::False : Tag::Unknown;
+        return name == "false"sv ? Tag::False : Tag::Unknown;
     case 'd':
-        if (nameIs(name, "dict"sv))
+        if (name == "dict"sv)
             return Tag::Dict;
-        if (nameIs(name, "date"sv))
+        if (name == "date"sv)
             return Tag::Date;
-        return nameIs(name, "data"sv) ? Tag::Data : Tag::Unknown;
+        return name == "data"sv ? Tag::Data : Tag::Unknown;
     case 'a':
-        return nameIs(name, "array"sv) ? Tag::Array : Tag::Unknown;
+        return name == "array"sv ? Tag::Array : Tag::Unknown;
     case 'p':
-        return nameIs(name, "plist"sv) ? Tag::Plist : Tag::Unknown;
+        return name == "plist"sv ? Tag::Plist : Tag::Unknown;
     default:
         return Tag::Unknown;
     }
 }
 
-// Builds the values of the document depth first, with an explicit stack of open containers and
-// one shared run of finished items (each open container owns the tail from its start).
+bool isNameStart(unsigned char c)
+{
+    const unsigned lower = c | 0x20u;
+    return (lower >= 'a' && lower <= 'z') || c == '_' || c == ':' || c >= 0x80;
+}
+bool isNameChar(unsigned char c) { return isNameStart(c) || (c >= '0' && c <= '9') || c == '-' || c == '.'; }
+
+// One piece of the document as the tokenizer sees it. Comments, processing instructions and the
+// DOCTYPE are skipped; a self-closing element comes as a start and an end.
+struct Token {
+    enum Kind : uint8_t { Start, End, Text, CData, EndOfDocument, Malformed } kind;
+    std::string_view text; // an element's name, or character data (references not decoded)
+    size_t offset;         // of the '<' of markup, or of the first byte of text
+};
+
+// Splits the bytes of an XML document into tokens, checking that the markup is well formed and that
+// end tags match their start tags. Works on the caller's bytes without copying them.
+class Tokenizer {
+public:
+    explicit Tokenizer(std::string_view document, size_t start) : document_(document), at_(start) {}
+
+    Token next();
+    const std::string& problem() const { return problem_; }
+    size_t problemOffset() const { return problemOffset_; }
+
+private:
+    Token malformed(size_t offset, const char* what)
+    {
+        problem_ = what;
+        problemOffset_ = offset;
+        return {Token::Malformed, {}, offset};
+    }
+    // Where the first occurrence of terminator at or after from ends, or npos.
+    size_t after(std::string_view terminator, size_t from) const
+    {
+        const size_t found = document_.find(terminator, from);
+        return found == std::string_view::npos ? found : found + terminator.size();
+    }
+    void skipSpace()
+    {
+        while (at_ < document_.size() && isXMLSpace(document_[at_]))
+            ++at_;
+    }
+    std::string_view name()
+    {
+        const size_t start = at_;
+        if (at_ < document_.size() && isNameStart(static_cast<unsigned char>(document_[at_]))) {
+            ++at_;
+            while (at_ < document_.size() && isNameChar(static_cast<unsigned char>(document_[at_])))
+                ++at_;
+        }
+        return document_.substr(start, at_ - start);
+    }
+    Token startTag(size_t open);
+    Token endTag(size_t open);
+    bool skipDoctype();
+
+    std::string_view document_;
+    size_t at_;
+    std::vector<std::string_view> open_; // names of the elements not yet closed
+    bool pendingEnd_ = false;
+    std::string problem_;
+    size_t problemOffset_ = 0;
+};
+
+Token Tokenizer::next()
+{
+    if (pendingEnd_) {
+        pendingEnd_ = false;
+        const std::string_view name = open_.back();
+        open_.pop_back();
+        return {Token::End, name, at_};
+    }
+    for (;;) {
+        if (at_ >= document_.size()) {
+            if (!open_.empty())
+                return malformed(document_.size(), "Unexpected end of document inside an element");
+            return {Token::EndOfDocument, {}, at_};
+        }
+        const size_t start = at_;
+        if (document_[at_] != '<') {
+            const void* open = std::memchr(document_.data() + at_, '<', document_.size() - at_);
+            at_ = open ? static_cast<size_t>(static_cast<const char*>(open) - document_.data()) : document_.size();
+            return {Token::Text, document_.substr(start, at_ - start), start};
+        }
+        const std::string_view rest = document_.substr(at_);
+        if (rest.starts_with("</"sv))
+            return endTag(start);
+        if (rest.starts_with("<?"sv)) {
+            if ((at_ = after("?>"sv, at_ + 2)) == std::string_view::npos)
+                return malformed(start, "Unterminated processing instruction");
+        } else if (rest.starts_with("<!--"sv)) {
+            if ((at_ = after("-->"sv, at_ + 4)) == std::string_view::npos)
+                return malformed(start, "Unterminated comment");
+        } else if (rest.starts_with("<![CDATA["sv)) {
+            const size_t close = document_.find("]]>"sv, at_ + 9);
+            if (close == std::string_view::npos)
+                return malformed(start, "Unterminated CDATA section");
+            at_ = close + 3;
+            return {Token::CData, document_.substr(start + 9, close - start - 9), start};
+        } else if (rest.starts_with("<!DOCTYPE"sv) && open_.empty()) {
+            if (!skipDoctype())
+                return malformed(start, "Unterminated document type declaration");
+        } else {
+            return startTag(start);
+        }
+    }
+}
+
+// <name attribute="value" ...> or <name .../>
+Token Tokenizer::startTag(size_t open)
+{
+    ++at_;
+    const std::string_view tag = name();
+    if (tag.empty())
+        return malformed(open, "Unrecognized tag");
+    for (;;) {
+        const size_t beforeSpace = at_;
+        skipSpace();
+        if (at_ >= document_.size())
+            return malformed(open, "Unterminated start tag");
+        if (document_[at_] == '>') {
+            ++at_;
+            break;
+        }
+        if (document_[at_] == '/') {
+            if (at_ + 1 >= document_.size() || document_[at_ + 1] != '>')
+                return malformed(at_, "Bad start tag");
+            at_ += 2;
+            pendingEnd_ = true;
+            break;
+        }
+        if (at_ == beforeSpace || name().empty())
+            return malformed(at_, "Bad attribute");
+        skipSpace();
+        if (at_ >= document_.size() || document_[at_] != '=')
+            return malformed(at_, "Bad attribute");
+        ++at_;
+        skipSpace();
+        if (at_ >= document_.size() || (document_[at_] != '"' && document_[at_] != '\''))
+            return malformed(at_, "Bad attribute");
+        const size_t close = document_.find(document_[at_], at_ + 1);
+        if (close == std::string_view::npos || document_.substr(at_, close - at_).find('<') != std::string_view::npos)
+            return malformed(at_, "Bad attribute value");
+        at_ = close + 1;
+    }
+    open_.push_back(tag);
+    return {Token::Start, tag, open};
+}
+
+Token Tokenizer::endTag(size_t open)
+{
+    at_ += 2;
+    const std::string_view tag = name();
+    skipSpace();
+    if (at_ >= document_.size() || document_[at_] != '>')
+        return malformed(open, "Bad end tag");
+    ++at_;
+    if (open_.empty() || open_.back() != tag)
+        return malformed(open, "Start-end tags mismatch");
+    open_.pop_back();
+    return {Token::End, tag, open};
+}
+
+// Skips a DOCTYPE with its quoted identifiers and internal subset, if any.
+bool Tokenizer::skipDoctype()
+{
+    size_t subsetDepth = 0;
+    for (at_ += 9; at_ < document_.size(); ++at_) {
+        const char c = document_[at_];
+        if (c == '"' || c == '\'') {
+            if ((at_ = document_.find(c, at_ + 1)) == std::string_view::npos)
+                return false;
+        } else if (c == '<' && document_.substr(at_).starts_with("<!--"sv)) {
+            if ((at_ = after("-->"sv, at_ + 4)) == std::string_view::npos)
+                return false;
+            --at_;
+        } else if (c == '[') {
+            ++subsetDepth;
+        } else if (c == ']' && subsetDepth) {
+            --subsetDepth;
+        } else if (c == '>' && !subsetDepth) {
+            ++at_;
+            return true;
+        }
+    }
+    return false;
+}
+
+// Builds the values of the document as its tokens come, with an explicit stack of open containers
+// and one shared run of finished items (each open container owns the tail from its start). After a
+// fault in the content the rest of the document is still tokenized, so that malformed markup is
+// reported before it wherever it lies.
 class Reader {
 public:
-    // base is the start of the buffer pugixml parsed in place, so text pointers give positions.
-    Reader(std::string_view original, size_t bodyOffset, const char* base, Mutability mutability)
-        : original_(original), bodyOffset_(bodyOffset), base_(base), mutability_(mutability)
+    Reader(std::string_view document, size_t bodyOffset, Mutability mutability)
+        : document_(document), bodyOffset_(bodyOffset), tokens_(document, bodyOffset), mutability_(mutability)
     {
     }
 
-    Ref<Object> read(pugi::xml_node document, std::string& error);
+    Ref<Object> read(std::string& error);
 
 private:
     struct Frame {
-        pugi::xml_node container;
-        pugi::xml_node next;
+        Tag tag;
+        bool expectingKey; // a dictionary's next element is a key
+        bool hasValue;     // <plist> holds its value
         size_t itemStart;
-        bool dictionary;
-        bool expectingKey;
+        size_t offset;
     };
 
-    // Positions point at an element's '<' (pugixml records its name) or at the start of text.
-    bool fail(pugi::xml_node at, const std::string& message)
-    {
-        return failAt(at.offset_debug() - (at.type() == pugi::node_element ? 1 : 0), message);
-    }
-    bool failAt(ptrdiff_t offset, const std::string& message);
-
-    bool readRoot(pugi::xml_node document, pugi::xml_node& value);
-    bool readValue(pugi::xml_node node);
-    bool readScalar(pugi::xml_node node, Tag tag);
-    bool textOf(pugi::xml_node node, std::string_view& text, bool& plain);
-    Ref<String> keyString(std::string_view text, bool plain);
-    bool checkNoText(pugi::xml_node node);
+    bool failAt(size_t offset, const std::string& message);
+    bool take(const Token& token);
+    bool startElement(const Token& token);
+    bool startValue(const Token& token);
+    bool startScalar(const Token& token, Tag tag);
+    void addText(const Token& token);
+    bool finishScalar();
     bool finishContainer();
+    Ref<String> keyString(std::string_view text, bool plain);
 
-    std::string_view original_;
+    std::string_view document_;
     size_t bodyOffset_;
-    const char* base_;
+    Tokenizer tokens_;
     Mutability mutability_;
     std::vector<Frame> stack_;
     std::vector<Ref<Object>> items_;
+    bool rootSeen_ = false;
+
+    // The scalar element being read, and its character data so far: a single piece stays a view
+    // into the document; more pieces, or references to decode, go through scratch_.
+    bool inScalar_ = false;
+    Tag scalarTag_ = Tag::Unknown;
+    std::string_view scalarName_;
+    size_t scalarOffset_ = 0;
+    size_t pieces_ = 0;
+    std::string_view firstPiece_;
+    bool firstIsCData_ = false;
     std::string scratch_;
+
     // Documents repeat the same keys in every dictionary: one string per distinct key text.
     using KeyCache = std::unordered_map<std::string_view, Ref<String>>;
     KeyCache keys_;
@@ -445,54 +615,28 @@ private:
     std::string error_;
 };
 
-bool Reader::failAt(ptrdiff_t offset, const std::string& message)
+bool Reader::failAt(size_t offset, const std::string& message)
 {
     if (error_.empty())
-        error_ = message + positionText(original_, bodyOffset_ + static_cast<size_t>(std::max<ptrdiff_t>(offset, 0)));
+        error_ = message + positionText(document_, offset);
     return false;
 }
 
-Ref<Object> Reader::read(pugi::xml_node document, std::string& error)
+Ref<Object> Reader::read(std::string& error)
 {
-    pugi::xml_node value;
-    if (readRoot(document, value) && readValue(value)) {
-        while (!stack_.empty()) {
-            Frame& frame = stack_.back();
-            const pugi::xml_node child = frame.next;
-            if (!child) {
-                if (!finishContainer())
-                    break;
-                continue;
-            }
-            frame.next = child.next_sibling();
-            if (child.type() != pugi::node_element) {
-                if (child.type() == pugi::node_pcdata && isBlank(child.value()))
-                    continue;
-                fail(child, std::string("Unexpected text inside <") + frame.container.name() + ">");
-                break;
-            }
-            if (frame.dictionary) {
-                const bool isKey = tagOf(child.name()) == Tag::Key;
-                if (frame.expectingKey) {
-                    if (!isKey) {
-                        fail(child, "Expected <key> but found <" + quotedForMessage(child.name()) + ">");
-                        break;
-                    }
-                    frame.expectingKey = false;
-                    if (!readScalar(child, Tag::Key))
-                        break;
-                    continue;
-                }
-                if (isKey) {
-                    fail(child, "Key without a value before another <key>");
-                    break;
-                }
-                frame.expectingKey = true;
-            }
-            if (!readValue(child))
-                break;
+    for (;;) {
+        const Token token = tokens_.next();
+        if (token.kind == Token::Malformed) {
+            error = "Malformed XML (" + tokens_.problem() + ")" + positionText(document_, tokens_.problemOffset());
+            return nullptr;
         }
+        if (token.kind == Token::EndOfDocument)
+            break;
+        if (error_.empty())
+            take(token);
     }
+    if (!rootSeen_)
+        failAt(bodyOffset_, "No root element");
     if (!error_.empty()) {
         error = error_;
         return nullptr;
@@ -500,67 +644,118 @@ Ref<Object> Reader::read(pugi::xml_node document, std::string& error)
     return std::move(items_.front());
 }
 
-// The document holds one element: <plist> around one value, or a value alone.
-bool Reader::readRoot(pugi::xml_node document, pugi::xml_node& value)
+bool Reader::take(const Token& token)
 {
-    pugi::xml_node root;
-    for (pugi::xml_node child : document.children()) {
-        if (child.type() == pugi::node_element && !root) {
-            root = child;
-        } else if (child.type() == pugi::node_element) {
-            return fail(child, "Unexpected element after the root element");
-        } else if (child.type() != pugi::node_pcdata || !isBlank(child.value())) {
-            return fail(child, root ? "Unexpected text after the root element" : "Unexpected text before the root element");
+    switch (token.kind) {
+    case Token::Start:
+        return startElement(token);
+    case Token::End:
+        if (inScalar_)
+            return finishScalar();
+        if (stack_.back().tag != Tag::Plist)
+            return finishContainer();
+        if (!stack_.back().hasValue)
+            return failAt(stack_.back().offset, "Empty <plist> element");
+        stack_.pop_back();
+        return true;
+    case Token::Text:
+    case Token::CData:
+        if (inScalar_) {
+            addText(token);
+            return true;
         }
-    }
-    if (!root)
-        return failAt(0, "No root element");
-    if (tagOf(root.name()) != Tag::Plist) {
-        value = root;
+        if (token.kind == Token::Text && isBlank(token.text))
+            return true;
+        if (stack_.empty())
+            return failAt(token.offset, rootSeen_ ? "Unexpected text after the root element" : "Unexpected text before the root element");
+        return failAt(token.offset,
+            stack_.back().tag == Tag::Array      ? "Unexpected text inside <array>"
+                : stack_.back().tag == Tag::Dict ? "Unexpected text inside <dict>"
+                                                 : "Unexpected text inside <plist>");
+    default:
         return true;
     }
-    if (!checkNoText(root))
-        return false;
-    for (pugi::xml_node child : root.children()) {
-        if (child.type() != pugi::node_element)
-            continue;
-        if (value)
-            return fail(child, "Unexpected element after the property list's value");
-        value = child;
-    }
-    if (!value)
-        return fail(root, "Empty <plist> element");
-    return true;
 }
 
-// Text (other than white space) directly inside a container or <plist> is an error.
-bool Reader::checkNoText(pugi::xml_node node)
+bool Reader::startElement(const Token& token)
 {
-    if (!isBlank(node.value()))
-        return fail(node, std::string("Unexpected text inside <") + node.name() + ">");
-    for (pugi::xml_node child : node.children()) {
-        if (child.type() == pugi::node_element)
-            continue;
-        if (child.type() != pugi::node_pcdata || !isBlank(child.value()))
-            return fail(child, std::string("Unexpected text inside <") + node.name() + ">");
+    if (inScalar_) {
+        return failAt(token.offset,
+            "Unexpected element <" + quotedForMessage(token.text) + "> inside <" + quotedForMessage(scalarName_) + ">");
     }
-    return true;
+    if (stack_.empty()) {
+        if (rootSeen_)
+            return failAt(token.offset, "Unexpected element after the root element");
+        rootSeen_ = true;
+        if (tagOf(token.text) == Tag::Plist) {
+            stack_.push_back({Tag::Plist, false, false, items_.size(), token.offset});
+            return true;
+        }
+        return startValue(token);
+    }
+    Frame& frame = stack_.back();
+    if (frame.tag == Tag::Plist) {
+        if (frame.hasValue)
+            return failAt(token.offset, "Unexpected element after the property list's value");
+        frame.hasValue = true;
+    } else if (frame.tag == Tag::Dict) {
+        const bool isKey = tagOf(token.text) == Tag::Key;
+        if (frame.expectingKey) {
+            if (!isKey)
+                return failAt(token.offset, "Expected <key> but found <" + quotedForMessage(token.text) + ">");
+            frame.expectingKey = false;
+            return startScalar(token, Tag::Key);
+        }
+        if (isKey)
+            return failAt(token.offset, "Key without a value before another <key>");
+        frame.expectingKey = true;
+    }
+    return startValue(token);
 }
 
-bool Reader::readValue(pugi::xml_node node)
+bool Reader::startValue(const Token& token)
 {
-    const Tag tag = tagOf(node.name());
+    const Tag tag = tagOf(token.text);
     if (tag != Tag::Array && tag != Tag::Dict) {
         if (tag == Tag::Unknown || tag == Tag::Plist || tag == Tag::Key)
-            return fail(node, "Unexpected element <" + quotedForMessage(node.name()) + ">");
-        return readScalar(node, tag);
+            return failAt(token.offset, "Unexpected element <" + quotedForMessage(token.text) + ">");
+        return startScalar(token, tag);
     }
-    if (!isBlank(node.value()))
-        return fail(node, std::string("Unexpected text inside <") + node.name() + ">");
-    if (stack_.size() >= kMaxNestingDepth)
-        return fail(node, "Containers nested more than " + std::to_string(kMaxNestingDepth) + " deep");
-    stack_.push_back({node, node.first_child(), items_.size(), tag == Tag::Dict, true});
+    const size_t depth = stack_.size() - (!stack_.empty() && stack_.front().tag == Tag::Plist);
+    if (depth >= kMaxNestingDepth)
+        return failAt(token.offset, "Containers nested more than " + std::to_string(kMaxNestingDepth) + " deep");
+    stack_.push_back({tag, true, false, items_.size(), token.offset});
     return true;
+}
+
+bool Reader::startScalar(const Token& token, Tag tag)
+{
+    inScalar_ = true;
+    scalarTag_ = tag;
+    scalarName_ = token.text;
+    scalarOffset_ = token.offset;
+    pieces_ = 0;
+    return true;
+}
+
+// Character data is decoded into scratch_ from the second piece on, or as soon as it holds a
+// reference; until then the single piece is kept as it is.
+void Reader::addText(const Token& token)
+{
+    const auto append = [&](std::string_view piece, bool cdata) {
+        if (auto problem = appendCharacterData(scratch_, piece, cdata))
+            failAt(static_cast<size_t>(problem->at - document_.data()), problem->message);
+    };
+    if (++pieces_ == 1) {
+        firstPiece_ = token.text;
+        firstIsCData_ = token.kind == Token::CData;
+        return;
+    }
+    if (pieces_ == 2) {
+        scratch_.clear();
+        append(firstPiece_, firstIsCData_);
+    }
+    append(token.text, token.kind == Token::CData);
 }
 
 bool Reader::finishContainer()
@@ -568,9 +763,9 @@ bool Reader::finishContainer()
     const Frame& frame = stack_.back();
     const std::span<Ref<Object>> items(items_.data() + frame.itemStart, items_.size() - frame.itemStart);
     Ref<Object> container;
-    if (frame.dictionary) {
+    if (frame.tag == Tag::Dict) {
         if (!frame.expectingKey)
-            return fail(frame.container, "Key without a value in <dict>");
+            return failAt(frame.offset, "Key without a value in <dict>");
         container = makeDictionary(items, mutability_);
     } else {
         container = makeArray(items, mutability_);
@@ -581,31 +776,8 @@ bool Reader::finishContainer()
     return true;
 }
 
-// The character data of a scalar element, its text and CDATA sections in order, references
-// decoded. A view into the parsed buffer when nothing needed decoding, else into scratch_.
-bool Reader::textOf(pugi::xml_node node, std::string_view& text, bool& plain)
-{
-    const char* value = node.value();
-    text = std::string_view(value, std::strlen(value));
-    plain = std::memchr(text.data(), '&', text.size()) == nullptr
-        && std::memchr(text.data(), kNulStandIn, text.size()) == nullptr && !node.first_child();
-    if (plain)
-        return true;
-    scratch_.clear();
-    if (auto problem = appendCharacterData(scratch_, text, false))
-        return failAt(problem->at - base_, problem->message);
-    for (pugi::xml_node child : node.children()) {
-        if (child.type() == pugi::node_element)
-            return fail(child, "Unexpected element <" + quotedForMessage(child.name()) + "> inside <" + node.name() + ">");
-        if (auto problem = appendCharacterData(scratch_, child.value(), child.type() == pugi::node_cdata))
-            return failAt(problem->at - base_, problem->message);
-    }
-    text = scratch_;
-    return true;
-}
-
-// Key texts that come straight from the parsed buffer (which outlives the reader's work) are
-// looked up by that text; the cache stops growing at a size no sane document's key set reaches.
+// Key texts that come straight from the document (which outlives the reader's work) are looked up
+// by that text; the cache stops growing at a size no sane document's key set reaches.
 Ref<String> Reader::keyString(std::string_view text, bool plain)
 {
     constexpr size_t kMaxCachedKeys = 4096;
@@ -627,14 +799,29 @@ Ref<String> Reader::keyString(std::string_view text, bool plain)
     return found->second;
 }
 
-bool Reader::readScalar(pugi::xml_node node, Tag tag)
+bool Reader::finishScalar()
 {
-    std::string_view text;
-    bool plain;
-    if (!textOf(node, text, plain))
+    inScalar_ = false;
+    if (!error_.empty())
         return false;
+    std::string_view text;
+    bool plain = false;
+    if (pieces_ == 0) {
+        plain = true;
+    } else if (pieces_ == 1 && (firstIsCData_ || firstPiece_.find('&') == std::string_view::npos)) {
+        text = firstPiece_;
+        plain = true;
+    } else {
+        if (pieces_ == 1) {
+            scratch_.clear();
+            if (auto problem = appendCharacterData(scratch_, firstPiece_, false))
+                return failAt(static_cast<size_t>(problem->at - document_.data()), problem->message);
+        }
+        text = scratch_;
+    }
+    const size_t at = scalarOffset_;
     Ref<Object> value;
-    switch (tag) {
+    switch (scalarTag_) {
     case Tag::String:
         // The document's UTF-8 was checked up front, and decoding references keeps it valid.
         value = String::stringWithUTF8String(text);
@@ -646,37 +833,37 @@ bool Reader::readScalar(pugi::xml_node node, Tag tag)
         if (auto number = parseInteger(text))
             value = std::move(*number);
         else
-            return fail(node, "Invalid integer \"" + quotedForMessage(text) + "\"");
+            return failAt(at, "Invalid integer \"" + quotedForMessage(text) + "\"");
         break;
     case Tag::Real:
         if (auto real = parseReal(text))
             value = Number::numberWithDouble(*real);
         else
-            return fail(node, "Invalid real \"" + quotedForMessage(text) + "\"");
+            return failAt(at, "Invalid real \"" + quotedForMessage(text) + "\"");
         break;
     case Tag::True:
     case Tag::False:
         if (!isBlank(text))
-            return fail(node, std::string("Unexpected text inside <") + node.name() + ">");
-        value = tag == Tag::True ? Number::yes() : Number::no();
+            return failAt(at, "Unexpected text inside <" + quotedForMessage(scalarName_) + ">");
+        value = scalarTag_ == Tag::True ? Number::yes() : Number::no();
         break;
     case Tag::Date:
         if (auto seconds = parseDate(text))
             value = Date::dateWithTimeIntervalSinceReferenceDate(*seconds);
         else
-            return fail(node, "Invalid date \"" + quotedForMessage(text) + "\"");
+            return failAt(at, "Invalid date \"" + quotedForMessage(text) + "\"");
         break;
     case Tag::Data:
         bytes_.clear();
         if (!decodeBase64(text, bytes_))
-            return fail(node, "Invalid base64 data");
+            return failAt(at, "Invalid base64 data");
         value = Data::dataWithBytes(bytes_.data(), bytes_.size());
         break;
     default:
-        return fail(node, "Unexpected element <" + quotedForMessage(node.name()) + ">");
+        return failAt(at, "Unexpected element <" + quotedForMessage(scalarName_) + ">");
     }
     if (!value)
-        return fail(node, "Invalid UTF-8 text");
+        return failAt(at, "Invalid UTF-8 text");
     items_.push_back(std::move(value));
     return true;
 }
@@ -685,26 +872,14 @@ bool Reader::readScalar(pugi::xml_node node, Tag tag)
 
 Ref<Object> readXMLPropertyList(std::span<const uint8_t> bytes, Mutability mutability, std::string& error)
 {
-    const std::string_view original(reinterpret_cast<const char*>(bytes.data()), bytes.size());
-    const size_t bodyOffset = original.starts_with("\xEF\xBB\xBF"sv) ? 3 : 0;
-    const std::string_view body = original.substr(bodyOffset);
+    const std::string_view document(reinterpret_cast<const char*>(bytes.data()), bytes.size());
+    const size_t bodyOffset = document.starts_with("\xEF\xBB\xBF"sv) ? 3 : 0;
+    const std::string_view body = document.substr(bodyOffset);
     if (utf::utf16LengthOfUTF8(body) == utf::kInvalid) {
-        error = "Invalid UTF-8" + positionText(original, bodyOffset + firstInvalidUTF8(body));
+        error = "Invalid UTF-8" + positionText(document, bodyOffset + firstInvalidUTF8(body));
         return nullptr;
     }
-
-    std::string buffer(body);
-    for (size_t at = buffer.find('\0'); at != std::string::npos; at = buffer.find('\0', at + 1))
-        buffer[at] = kNulStandIn;
-    pugi::xml_document document;
-    const pugi::xml_parse_result parsed =
-        document.load_buffer_inplace(buffer.data(), buffer.size(), kParseOptions, pugi::encoding_utf8);
-    if (!parsed) {
-        error = std::string("Malformed XML (") + parsed.description() + ")"
-            + positionText(original, bodyOffset + static_cast<size_t>(std::max<ptrdiff_t>(parsed.offset, 0)));
-        return nullptr;
-    }
-    return Reader(original, bodyOffset, buffer.data(), mutability).read(document, error);
+    return Reader(document, bodyOffset, mutability).read(error);
 }
 
 } // namespace zon::plist

@@ -265,6 +265,39 @@ TEST(PropertyListReader, RefusesMalformedXMLWithItsPosition)
         EXPECT_THAT(readFailure(document), HasSubstr(message)) << document;
 }
 
+TEST(PropertyListReader, SkipsMarkupThatCarriesNoValue)
+{
+    // An internal DOCTYPE subset whose quotes and comments hold '>' and ']', processing
+    // instructions and comments between elements, attributes in either quote.
+    const std::string document = "<?xml version='1.0' encoding=\"UTF-8\"?><!-- > -->\n"
+                                 "<!DOCTYPE plist [ <!ENTITY x \"]>\"> <!-- ]> --> ]>\n"
+                                 "<plist version='1.0' x = \"a>b\"><?pi ?><array><!-- <x> -->"
+                                 "<string id=\"1\">a<?pi?>b</string><true/></array></plist><!-- end -->\n";
+    Ref<Array> array = readAs<Array>(document);
+    ASSERT_TRUE(array);
+    ASSERT_EQ(array->count(), 2u);
+    EXPECT_EQ(static_cast<String*>(array->objectAtIndex(0))->UTF8String(), "ab");
+}
+
+TEST(PropertyListReader, RefusesBrokenMarkupBeforeFaultsInTheValues)
+{
+    const std::pair<std::string, std::string> cases[] = {
+        {inPlist("<string>a</strin>"), "Malformed XML (Start-end tags mismatch) at line 1, column 31"},
+        {inPlist("<string>a < b</string>"), "Malformed XML (Unrecognized tag)"},
+        {inPlist("<string>a<!-- x</string>"), "Malformed XML (Unterminated comment)"},
+        {inPlist("<string><![CDATA[x</string>"), "Malformed XML (Unterminated CDATA"},
+        {inPlist("<string a=b>x</string>"), "Malformed XML (Bad attribute"},
+        {inPlist("<string a=\"1\"b=\"2\">x</string>"), "Malformed XML (Bad attribute"},
+        {inPlist("<string"), "Malformed XML"},
+        {"<!DOCTYPE plist [ <plist/>", "Malformed XML"},
+        {"</plist>", "Malformed XML (Start-end tags mismatch)"},
+        // The unknown element comes first, but the broken end tag is what gets reported.
+        {inPlist("<foo/><array></dict>"), "Malformed XML (Start-end tags mismatch)"},
+    };
+    for (const auto& [document, message] : cases)
+        EXPECT_THAT(readFailure(document), HasSubstr(message)) << document;
+}
+
 TEST(PropertyListReader, RefusesDeepXMLWithoutRecursing)
 {
     const auto nested = [](size_t depth) {
