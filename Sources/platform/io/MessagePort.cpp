@@ -98,16 +98,10 @@ int lockPortName(const std::string& lockPath)
     return -1;
 }
 
-// Sends what is left of a frame without blocking: answers the bytes written, 0 when the socket
-// is full, or -1 with errno.
-ssize_t sendSome(int fd, const uint8_t* header, size_t headerLength, const uint8_t* payload, size_t payloadLength)
+// Sends what it can of the given pieces without blocking: answers the bytes written, 0 when the
+// socket is full, or -1 with errno.
+ssize_t sendParts(int fd, iovec* parts, size_t count)
 {
-    iovec parts[2];
-    int count = 0;
-    if (headerLength)
-        parts[count++] = {const_cast<uint8_t*>(header), headerLength};
-    if (payloadLength)
-        parts[count++] = {const_cast<uint8_t*>(payload), payloadLength};
     msghdr message {};
     message.msg_iov = parts;
     message.msg_iovlen = count;
@@ -121,6 +115,18 @@ ssize_t sendSome(int fd, const uint8_t* header, size_t headerLength, const uint8
             return 0;
         return -1;
     }
+}
+
+// Sends what is left of one frame.
+ssize_t sendSome(int fd, const uint8_t* header, size_t headerLength, const uint8_t* payload, size_t payloadLength)
+{
+    iovec parts[2];
+    size_t count = 0;
+    if (headerLength)
+        parts[count++] = {const_cast<uint8_t*>(header), headerLength};
+    if (payloadLength)
+        parts[count++] = {const_cast<uint8_t*>(payload), payloadLength};
+    return sendParts(fd, parts, count);
 }
 
 } // namespace
@@ -489,23 +495,39 @@ thread_local std::vector<MessagePort::RemoteLink::Waiter*> waitStack;
 
 void MessagePort::RemoteLink::flushLocked()
 {
+    // Frames that queued up while the socket was full go out several to a system call.
+    constexpr size_t kFramesPerWrite = 32;
     while (!dead && !outgoing.empty()) {
-        OutgoingFrame& frame = *outgoing.front();
-        const size_t payloadLength = frame.payload ? frame.payload->length() : 0;
-        const size_t headerDone = std::min(frame.written, kMessageFrameHeaderSize);
-        const auto* payload = frame.payload ? static_cast<const uint8_t*>(frame.payload->bytes()) : nullptr;
-        ssize_t n = sendSome(fd.fd, frame.header + headerDone, kMessageFrameHeaderSize - headerDone,
-            payload + (frame.written - headerDone), payloadLength - (frame.written - headerDone));
+        iovec parts[2 * kFramesPerWrite];
+        size_t count = 0, frames = 0;
+        for (auto it = outgoing.begin(); it != outgoing.end() && frames < kFramesPerWrite; ++it, ++frames) {
+            OutgoingFrame& frame = **it;
+            const size_t headerDone = std::min(frame.written, kMessageFrameHeaderSize);
+            const size_t payloadDone = frame.written - headerDone;
+            if (headerDone < kMessageFrameHeaderSize)
+                parts[count++] = {frame.header + headerDone, kMessageFrameHeaderSize - headerDone};
+            if (frame.payload && payloadDone < frame.payload->length())
+                parts[count++] = {const_cast<void*>(static_cast<const void*>(
+                                      static_cast<const uint8_t*>(frame.payload->bytes()) + payloadDone)),
+                    frame.payload->length() - payloadDone};
+        }
+        ssize_t n = sendParts(fd.fd, parts, count);
         if (n < 0) {
             markDeadLocked();
             return;
         }
         if (n == 0)
             return;
-        frame.written += static_cast<size_t>(n);
-        if (frame.written == kMessageFrameHeaderSize + payloadLength) {
-            frame.done = true;
-            outgoing.pop_front();
+        for (auto left = static_cast<size_t>(n); left > 0;) {
+            OutgoingFrame& frame = *outgoing.front();
+            const size_t total = kMessageFrameHeaderSize + (frame.payload ? frame.payload->length() : 0);
+            const size_t taken = std::min(left, total - frame.written);
+            frame.written += taken;
+            left -= taken;
+            if (frame.written == total) {
+                frame.done = true;
+                outgoing.pop_front();
+            }
         }
     }
 }
@@ -513,15 +535,36 @@ void MessagePort::RemoteLink::flushLocked()
 MessagePortStatus MessagePort::RemoteLink::write(
     const MessageFrameHeader& header, const Data* data, Clock::time_point deadline, String* waitMode)
 {
-    auto frame = std::make_shared<OutgoingFrame>();
-    encodeMessageFrameHeader(header, frame->header);
-    frame->payload = const_cast<Data*>(data);
+    uint8_t encoded[kMessageFrameHeaderSize];
+    encodeMessageFrameHeader(header, encoded);
+    const auto* bytes = data ? static_cast<const uint8_t*>(data->bytes()) : nullptr;
+    const size_t length = data ? data->length() : 0;
+    std::shared_ptr<OutgoingFrame> frame;
     {
         std::lock_guard lock(mutex);
         if (dead)
             return MessagePortStatus::IsInvalid;
+        // With nothing queued ahead the frame is written from here; only what does not fit is
+        // copied into the queue.
+        size_t written = 0;
+        const bool direct = outgoing.empty();
+        if (direct) {
+            ssize_t n = sendSome(fd.fd, encoded, kMessageFrameHeaderSize, bytes, length);
+            if (n < 0) {
+                markDeadLocked();
+                return MessagePortStatus::IsInvalid;
+            }
+            written = static_cast<size_t>(n);
+            if (written == kMessageFrameHeaderSize + length)
+                return MessagePortStatus::Success;
+        }
+        frame = std::make_shared<OutgoingFrame>();
+        std::memcpy(frame->header, encoded, kMessageFrameHeaderSize);
+        frame->payload = const_cast<Data*>(data);
+        frame->written = written;
         outgoing.push_back(frame);
-        flushLocked();
+        if (!direct)
+            flushLocked();
         if (frame->done)
             return MessagePortStatus::Success;
         if (dead)

@@ -23,6 +23,7 @@
 #include <atomic>
 #include <cstring>
 #include <future>
+#include <map>
 #include <thread>
 
 using namespace zon;
@@ -417,6 +418,56 @@ TEST_F(MessagePortTest, ASendNestedInALongWriteQueuesBehindIt)
     EXPECT_EQ(textOf(big), "2:16777216");
     EXPECT_EQ(smallStatus, MessagePortStatus::Success);
     EXPECT_EQ(textOf(small), "3:5");
+}
+
+TEST_F(MessagePortTest, OneWayFramesQueuedBehindAFullSocketArriveWholeAndInOrder)
+{
+    // A 4 MiB message fills the socket of a held receiver; the small messages of three threads
+    // queue behind it and go out several to a write once it drains.
+    std::promise<void> release;
+    auto released = release.get_future().share();
+    std::mutex mutex;
+    std::vector<std::string> received;
+    PortServer server(ZSTR("held"), [&, released](MessagePort*, int32_t messageId, Data* data) {
+        if (messageId == 1)
+            released.wait();
+        std::lock_guard lock(mutex);
+        received.push_back(std::to_string(messageId) + ":" + std::to_string(data->length()) + ":"
+            + (data->length() < 64 ? textOf(data) : ""));
+        return bytesOf("ignored");
+    });
+    auto remote = MessagePort::createRemote(ZSTR("held"));
+    ASSERT_EQ(remote->sendRequest(1, bytesOf("hold"), 5, 0, nullptr, nullptr), MessagePortStatus::Success);
+    std::vector<std::thread> senders;
+    senders.emplace_back([&] {
+        auto big = Data::dataWithVector(std::vector<uint8_t>(4 << 20, 7));
+        EXPECT_EQ(remote->sendRequest(2, big, 30, 0, nullptr, nullptr), MessagePortStatus::Success);
+    });
+    std::this_thread::sleep_for(std::chrono::milliseconds(20)); // lets the large message go first
+    for (int t = 3; t < 6; ++t)
+        senders.emplace_back([&, t] {
+            for (int i = 0; i < 100; ++i)
+                EXPECT_EQ(remote->sendRequest(t, bytesOf(std::to_string(i)), 30, 0, nullptr, nullptr),
+                    MessagePortStatus::Success);
+        });
+    std::this_thread::sleep_for(std::chrono::milliseconds(20));
+    release.set_value();
+    for (auto& sender : senders)
+        sender.join();
+    Ref<Data> reply;
+    EXPECT_EQ(
+        remote->sendRequest(9, bytesOf("last"), 30, 30, NSDefaultRunLoopMode, &reply), MessagePortStatus::Success);
+    std::lock_guard lock(mutex);
+    ASSERT_EQ(received.size(), 303u);
+    std::map<std::string, int> next;
+    for (auto& entry : received) {
+        std::string id = entry.substr(0, entry.find(':'));
+        if (id == "1" || id == "2" || id == "9")
+            continue;
+        EXPECT_EQ(entry, id + ":" + std::to_string(std::to_string(next[id]).size()) + ":" + std::to_string(next[id]));
+        ++next[id];
+    }
+    EXPECT_THAT(received, ::testing::Contains("2:4194304:"));
 }
 
 TEST_F(MessagePortTest, GarbageOversizedAndHalfFramesCloseOnlyTheirConnection)
