@@ -1,5 +1,8 @@
 #include "platform/io/MessagePortDirectory.h"
 
+// The plain SHA-256 functions compute in place. The one-shot SHA256() of OpenSSL 3 goes through its
+// algorithm fetching, which keeps per-thread state; the IPC threads have no need of that.
+#define OPENSSL_API_COMPAT 0x10100000L
 #include <openssl/sha.h>
 
 #include <cerrno>
@@ -63,7 +66,10 @@ std::string messagePortFileStem(std::string_view utf8Name)
     if (stem.empty() || stem[0] == '.')
         stem.insert(stem.begin(), '_');
     unsigned char digest[SHA256_DIGEST_LENGTH];
-    SHA256(reinterpret_cast<const unsigned char*>(utf8Name.data()), utf8Name.size(), digest);
+    SHA256_CTX context;
+    SHA256_Init(&context);
+    SHA256_Update(&context, utf8Name.data(), utf8Name.size());
+    SHA256_Final(digest, &context);
     static constexpr char hex[] = "0123456789abcdef";
     stem += '-';
     for (size_t i = 0; i < 16; ++i) {
