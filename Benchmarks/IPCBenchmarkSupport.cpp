@@ -373,20 +373,6 @@ void registerOwn(bool pinned)
 
 // ---- Running and reporting ----
 
-void TimeReporter::ReportRuns(const std::vector<Run>& runs)
-{
-    for (auto& run : runs)
-        if (!run.error_occurred)
-            nanos_[run.benchmark_name()] = run.GetAdjustedRealTime();
-    ConsoleReporter::ReportRuns(runs);
-}
-
-double TimeReporter::micros(const std::string& name) const
-{
-    auto it = nanos_.find(name);
-    return it == nanos_.end() ? 0.0 : it->second / 1000;
-}
-
 void runPinnedThenUnpinned(TimeReporter& reporter, const std::string& kinds, const std::function<void(bool)>& start,
     const std::function<void(bool)>& stop)
 {

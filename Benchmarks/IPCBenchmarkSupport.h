@@ -1,5 +1,7 @@
 #pragma once
 
+#include "RatioReporter.h"
+
 // What the IPC benchmark programs share: the bare Unix-socket floor (its framing and echo server),
 // the library's own echo servers (message port and service), peers started as child processes of
 // the program itself, CPU pinning, and the driver that runs every benchmark pinned to one CPU and
@@ -90,16 +92,13 @@ std::string nameOf(const std::string& kind, bool pinned, size_t size = 0);
 
 // ---- Running and reporting ----
 
-// The console reporter, also keeping each run's wall time per iteration (the peer's work is
-// part of a round trip, so CPU time of the client alone would flatter everyone).
-class TimeReporter : public benchmark::ConsoleReporter {
+// The console reporter, keeping each run's wall time per iteration (the peer's work is part of a
+// round trip, so CPU time of the client alone would flatter everyone).
+class TimeReporter : public RatioReporter {
 public:
-    void ReportRuns(const std::vector<Run>& runs) override;
+    TimeReporter() : RatioReporter(realTime) {}
     // Microseconds per iteration of a run, 0 when it did not run or failed.
-    double micros(const std::string& name) const;
-
-private:
-    std::map<std::string, double> nanos_;
+    double micros(const std::string& name) const { return nanoseconds(name) / 1000; }
 };
 
 // Runs the pinned benchmarks whose kind (the name's first part) matches kinds, a regular

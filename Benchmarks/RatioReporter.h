@@ -1,12 +1,9 @@
 #pragma once
 
-// A console reporter that also remembers each benchmark's CPU time per iteration (the time the
-// rate columns use, steadier than wall time on a shared machine), so that a program's main can
-// print how its own code compares with the alternative run beside it.
-
 #include <benchmark/benchmark.h>
 
 #include <cstdio>
+#include <functional>
 #include <map>
 #include <string>
 #include <utility>
@@ -14,24 +11,54 @@
 
 namespace zon::bench {
 
+// A console reporter that also remembers each benchmark's time per iteration, so that a program's
+// main can print how its own code compares with the alternative run beside it. The time kept is
+// CPU time by default (steadier on a shared machine); a program whose benchmarks wait on another
+// thread or process chooses wall time for those.
 class RatioReporter : public benchmark::ConsoleReporter {
 public:
+    using Clock = std::function<double(const Run&)>;
+
+    static double cpuTime(const Run& run) { return run.GetAdjustedCPUTime(); }
+    static double realTime(const Run& run) { return run.GetAdjustedRealTime(); }
+
+    explicit RatioReporter(Clock clock = cpuTime) : clock_(std::move(clock)) {}
+
     void ReportRuns(const std::vector<Run>& runs) override
     {
         ConsoleReporter::ReportRuns(runs);
         for (const Run& run : runs)
-            nanoseconds_[run.benchmark_name()] = run.GetAdjustedCPUTime();
+            if (!run.error_occurred)
+                nanoseconds_[run.benchmark_name()] = clock_(run);
+    }
+
+    // Nanoseconds per iteration of the benchmark named so (its median when it was repeated), or 0.
+    double nanoseconds(const std::string& name) const
+    {
+        if (auto median = nanoseconds_.find(name + "_median"); median != nanoseconds_.end())
+            return median->second;
+        auto it = nanoseconds_.find(name);
+        return it == nanoseconds_.end() ? 0 : it->second;
     }
 
     // Prints how many times faster ours ran than theirs (above 1: ours is faster).
     void printSpeedup(const std::string& ours, const std::string& theirs) const
     {
-        auto a = nanoseconds_.find(ours), b = nanoseconds_.find(theirs);
-        if (a != nanoseconds_.end() && b != nanoseconds_.end() && a->second > 0)
-            std::printf("%-44s vs %-40s %.2fx\n", ours.c_str(), theirs.c_str(), b->second / a->second);
+        const double a = nanoseconds(ours), b = nanoseconds(theirs);
+        if (a > 0 && b > 0)
+            std::printf("%-44s vs %-40s %.2fx\n", ours.c_str(), theirs.c_str(), b / a);
+    }
+
+    // Prints how many times as long ours took as theirs (above 1: ours is slower).
+    void printRatio(const std::string& ours, const std::string& theirs) const
+    {
+        const double a = nanoseconds(ours), b = nanoseconds(theirs);
+        if (a > 0 && b > 0)
+            std::printf("%-52s / %-40s %6.2fx\n", ours.c_str(), theirs.c_str(), a / b);
     }
 
 private:
+    Clock clock_;
     std::map<std::string, double> nanoseconds_;
 };
 

@@ -8,6 +8,8 @@
 #include "platform/threads/RunLoop.h"
 #include "platform/threads/Thread.h"
 
+#include "RatioReporter.h"
+
 #include <benchmark/benchmark.h>
 
 #include <sys/eventfd.h>
@@ -331,58 +333,25 @@ void BM_Singleton_FunctionLocalStatic(benchmark::State& state)
 }
 BENCHMARK(BM_Singleton_FunctionLocalStatic);
 
-// Remembers wall-clock time per iteration, the measure of the cross-thread hand-offs (a waiting
-// caller spends little CPU), and CPU time for the rest.
-class Reporter : public benchmark::ConsoleReporter {
-public:
-    void ReportRuns(const std::vector<Run>& runs) override
-    {
-        ConsoleReporter::ReportRuns(runs);
-        for (const Run& run : runs)
-            nanoseconds_[run.benchmark_name()] = run.run_name.function_name.find("Call") != std::string::npos
-                ? run.GetAdjustedRealTime()
-                : run.GetAdjustedCPUTime();
-    }
-    // How many times the time of ours is the time of theirs (above 1: ours is slower).
-    void printRatio(const std::string& ours, const std::string& theirs) const
-    {
-        auto a = find(ours), b = find(theirs);
-        if (a > 0 && b > 0)
-            std::printf("%-52s / %-40s %6.2fx\n", ours.c_str(), theirs.c_str(), a / b);
-    }
-
-private:
-    // The median when the run was repeated, else the single run.
-    double find(const std::string& prefix) const
-    {
-        double any = 0;
-        for (const auto& [name, ns] : nanoseconds_) {
-            if (name.rfind(prefix, 0) != 0)
-                continue;
-            if (name.ends_with("_median"))
-                return ns;
-            if (name.find('_', prefix.size()) == std::string::npos || !any)
-                any = ns;
-        }
-        return any;
-    }
-    std::map<std::string, double> nanoseconds_;
-};
-
 } // namespace
 
 int main(int argc, char** argv)
 {
     benchmark::Initialize(&argc, argv);
-    Reporter reporter;
+    // Wall-clock time for the cross-thread hand-offs (a waiting caller spends little CPU), CPU time
+    // for the rest.
+    zon::bench::RatioReporter reporter([](const benchmark::BenchmarkReporter::Run& run) {
+        return run.run_name.function_name.find("Call") != std::string::npos ? zon::bench::RatioReporter::realTime(run)
+                                                                             : zon::bench::RatioReporter::cpuTime(run);
+    });
     benchmark::RunSpecifiedBenchmarks(&reporter);
     std::printf("\nTime ratios (ours / alternative):\n");
-    reporter.printRatio("BM_BlockingCall_PerformSelectorOnRunLoopThread", "BM_BlockingCall_EventfdHandOff");
-    reporter.printRatio("BM_BlockingCall_PerformSelectorOnRunLoopThread", "BM_BlockingCall_ConditionVariable");
-    reporter.printRatio("BM_BlockingCall_RunLoopBlock", "BM_BlockingCall_EventfdHandOff");
-    reporter.printRatio("BM_BlockingCall_RunLoopBlock", "BM_BlockingCall_ConditionVariable");
-    reporter.printRatio("BM_QueuedCalls_PerformSelectorOnRunLoopThread", "BM_QueuedCalls_ConditionVariable");
-    reporter.printRatio("BM_QueuedCalls_RunLoopBlock", "BM_QueuedCalls_ConditionVariable");
+    reporter.printRatio("BM_BlockingCall_PerformSelectorOnRunLoopThread/real_time", "BM_BlockingCall_EventfdHandOff/real_time");
+    reporter.printRatio("BM_BlockingCall_PerformSelectorOnRunLoopThread/real_time", "BM_BlockingCall_ConditionVariable/real_time");
+    reporter.printRatio("BM_BlockingCall_RunLoopBlock/real_time", "BM_BlockingCall_EventfdHandOff/real_time");
+    reporter.printRatio("BM_BlockingCall_RunLoopBlock/real_time", "BM_BlockingCall_ConditionVariable/real_time");
+    reporter.printRatio("BM_QueuedCalls_PerformSelectorOnRunLoopThread/real_time", "BM_QueuedCalls_ConditionVariable/real_time");
+    reporter.printRatio("BM_QueuedCalls_RunLoopBlock/real_time", "BM_QueuedCalls_ConditionVariable/real_time");
     reporter.printRatio("BM_Atomic_TXAtomicIncrement32", "BM_Atomic_StdFetchAdd");
     reporter.printRatio("BM_Atomic_TXAtomicReadInt32", "BM_Atomic_StdLoad");
     reporter.printRatio("BM_Atomic_TXAtomicWriteInt32", "BM_Atomic_StdStore");

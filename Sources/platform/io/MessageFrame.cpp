@@ -1,7 +1,9 @@
 #include "platform/io/MessageFrame.h"
 
 #include <algorithm>
+#include <cerrno>
 #include <cstring>
+#include <unistd.h>
 
 namespace zon {
 
@@ -49,6 +51,24 @@ MessageFrameReader::Status MessageFrameReader::commit(size_t n)
     }
     end_ += n;
     return parseStaging();
+}
+
+MessageFrameReader::ReadOutcome MessageFrameReader::readAvailable(int fd)
+{
+    for (;;) {
+        auto room = buffer();
+        ssize_t n = ::read(fd, room.data(), room.size());
+        if (n < 0 && errno == EINTR)
+            continue;
+        if (n < 0 && (errno == EAGAIN || errno == EWOULDBLOCK))
+            return ReadOutcome::Drained;
+        if (n <= 0)
+            return ReadOutcome::Ended;
+        if (commit(static_cast<size_t>(n)) != Status::Ok)
+            return ReadOutcome::Refused;
+        if (static_cast<size_t>(n) < room.size())
+            return ReadOutcome::Drained; // a short read: the socket is empty for now
+    }
 }
 
 MessageFrameReader::Status MessageFrameReader::feed(std::span<const uint8_t> bytes)

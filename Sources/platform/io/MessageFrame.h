@@ -75,6 +75,14 @@ public:
     // Copies bytes in through buffer() and commit(): for callers that already hold the bytes.
     Status feed(std::span<const uint8_t> bytes);
 
+    enum class ReadOutcome {
+        Drained, // nothing more to read now; the event loop reports the descriptor again later
+        Ended,   // the peer closed its end (or the read failed); frames read before stay takeable
+        Refused, // the bytes are not frames: status() says why
+    };
+    // Reads what a non-blocking descriptor holds, through buffer() and commit().
+    ReadOutcome readAvailable(int fd);
+
     Status status() const { return status_; }
     bool hasFrame() const { return !frames_.empty(); }
     MessageFrame takeFrame();

@@ -242,32 +242,25 @@ void Connection::onEvents(uint32_t events)
 
 bool Connection::readAvailable()
 {
-    for (;;) {
-        auto room = reader.buffer();
-        ssize_t n = ::read(fd.fd, room.data(), room.size());
-        if (n < 0 && errno == EINTR)
-            continue;
-        if (n < 0 && (errno == EAGAIN || errno == EWOULDBLOCK))
-            return false;
-        if (n <= 0)
-            return true;
-        auto status = reader.commit(static_cast<size_t>(n));
-        if (status != MessageFrameReader::Status::Ok) {
-            auto owner = endpoint.lock();
-            String* name = owner ? owner->name.get() : nullptr;
-            if (status == MessageFrameReader::Status::TooLong)
-                zon_log_obj(__FILE__, __LINE__, nullptr, 1, kDefaultLogIdentifier,
-                    "Message port %@ closed a connection: a message of %u bytes is over the limit of %u bytes", name,
-                    reader.failedHeader().length, kMessageFrameMaxLength);
-            else
-                zon_log_obj(__FILE__, __LINE__, nullptr, 1, kDefaultLogIdentifier,
-                    "Message port %@ closed a connection that sent something other than messages", name);
-            close();
-            return false;
-        }
-        if (static_cast<size_t>(n) < room.size())
-            return false; // drained; the loop reports the socket again when more arrives
+    switch (reader.readAvailable(fd.fd)) {
+    case MessageFrameReader::ReadOutcome::Drained:
+        return false;
+    case MessageFrameReader::ReadOutcome::Ended:
+        return true;
+    case MessageFrameReader::ReadOutcome::Refused:
+        break;
     }
+    auto owner = endpoint.lock();
+    String* name = owner ? owner->name.get() : nullptr;
+    if (reader.status() == MessageFrameReader::Status::TooLong)
+        zon_log_obj(__FILE__, __LINE__, nullptr, 1, kDefaultLogIdentifier,
+            "Message port %@ closed a connection: a message of %u bytes is over the limit of %u bytes", name,
+            reader.failedHeader().length, kMessageFrameMaxLength);
+    else
+        zon_log_obj(__FILE__, __LINE__, nullptr, 1, kDefaultLogIdentifier,
+            "Message port %@ closed a connection that sent something other than messages", name);
+    close();
+    return false;
 }
 
 void Connection::dispatchFrames()
@@ -659,27 +652,13 @@ void MessagePort::RemoteLink::readRepliesLocked()
 {
     if (dead)
         return;
-    bool closed = false;
-    for (;;) {
-        auto room = reader.buffer();
-        ssize_t n = ::read(fd.fd, room.data(), room.size());
-        if (n < 0 && errno == EINTR)
-            continue;
-        if (n < 0 && (errno == EAGAIN || errno == EWOULDBLOCK))
-            break;
-        if (n <= 0) {
-            closed = true; // the replies read before the end still reach their senders
-            break;
-        }
-        if (reader.commit(static_cast<size_t>(n)) != MessageFrameReader::Status::Ok) {
-            markDeadLocked();
-            return;
-        }
-        if (static_cast<size_t>(n) < room.size())
-            break;
+    const auto outcome = reader.readAvailable(fd.fd);
+    if (outcome == MessageFrameReader::ReadOutcome::Refused) {
+        markDeadLocked();
+        return;
     }
-    deliverRepliesLocked();
-    if (closed)
+    deliverRepliesLocked(); // replies read before an end still reach their senders
+    if (outcome == MessageFrameReader::ReadOutcome::Ended)
         markDeadLocked();
 }
 

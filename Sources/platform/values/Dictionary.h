@@ -28,29 +28,10 @@ class ZON_EXPORT Dictionary : public Object {
 public:
     using KeyValue = std::pair<Object*, Object*>;
 
-    class Iterator {
-    public:
-        using value_type = KeyValue;
-        using difference_type = std::ptrdiff_t;
-        Iterator() = default;
-        explicit Iterator(detail::ObjectTable::Iterator at) : at_(at) {}
-        KeyValue operator*() const { return {at_->key.get(), at_->value.get()}; }
-        Iterator& operator++()
-        {
-            ++at_;
-            return *this;
-        }
-        Iterator operator++(int)
-        {
-            Iterator before = *this;
-            ++at_;
-            return before;
-        }
-        bool operator==(const Iterator&) const = default;
-
-    private:
-        detail::ObjectTable::Iterator at_;
+    struct EntryKeyValue {
+        KeyValue operator()(const detail::ObjectTable::Entry& entry) const { return {entry.key.get(), entry.value.get()}; }
     };
+    using Iterator = detail::ProjectingIterator<EntryKeyValue>;
 
     static Ref<Dictionary> dictionary();
     // A nil object raises NSInvalidArgumentException "*** -[__NSPlaceholderDictionary

@@ -4,6 +4,7 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <utility>
 #include <vector>
 
 namespace zon::detail {
@@ -94,6 +95,33 @@ private:
     std::vector<uint32_t> slots_;
     size_t live_ = 0;
     size_t deletedSlots_ = 0;
+};
+
+// Walks a table's live entries and yields what Project makes of each: the key for a set, the key
+// and the value for a dictionary.
+template <class Project>
+class ProjectingIterator {
+public:
+    using value_type = decltype(Project {}(std::declval<const ObjectTable::Entry&>()));
+    using difference_type = std::ptrdiff_t;
+    ProjectingIterator() = default;
+    explicit ProjectingIterator(ObjectTable::Iterator at) : at_(at) {}
+    value_type operator*() const { return Project {}(*at_); }
+    ProjectingIterator& operator++()
+    {
+        ++at_;
+        return *this;
+    }
+    ProjectingIterator operator++(int)
+    {
+        ProjectingIterator before = *this;
+        ++at_;
+        return before;
+    }
+    bool operator==(const ProjectingIterator&) const = default;
+
+private:
+    ObjectTable::Iterator at_;
 };
 
 } // namespace zon::detail

@@ -17,29 +17,10 @@ class Array;
 class ZON_EXPORT Set : public Object {
     ZON_OBJECT(Set, Object)
 public:
-    class Iterator {
-    public:
-        using value_type = Object*;
-        using difference_type = std::ptrdiff_t;
-        Iterator() = default;
-        explicit Iterator(detail::ObjectTable::Iterator at) : at_(at) {}
-        Object* operator*() const { return at_->key.get(); }
-        Iterator& operator++()
-        {
-            ++at_;
-            return *this;
-        }
-        Iterator operator++(int)
-        {
-            Iterator before = *this;
-            ++at_;
-            return before;
-        }
-        bool operator==(const Iterator&) const = default;
-
-    private:
-        detail::ObjectTable::Iterator at_;
+    struct EntryKey {
+        Object* operator()(const detail::ObjectTable::Entry& entry) const { return entry.key.get(); }
     };
+    using Iterator = detail::ProjectingIterator<EntryKey>;
 
     static Ref<Set> set();
     // Nil elements raise NSInvalidArgumentException "*** -[NSSet initWithObjects:count:]:
