@@ -6,6 +6,7 @@
 #include "platform/values/String.h"
 #include "platform/values/UTF.h"
 
+#include <array>
 #include <charconv>
 #include <clocale>
 #include <cmath>
@@ -272,49 +273,67 @@ std::optional<double> parseDate(std::string_view text)
 // may follow it.
 bool decodeBase64(std::string_view text, std::vector<uint8_t>& out)
 {
-    static const auto table = [] {
+    static constexpr int8_t kSpace = -2, kPad = -3;
+    static constexpr auto kSextets = [] {
         std::array<int8_t, 256> t {};
         t.fill(-1);
-        const char* alphabet = "ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz0123456789+/";
-        for (int i = 0; i < 64; ++i)
+        const std::string_view alphabet = "ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz0123456789+/";
+        for (size_t i = 0; i < alphabet.size(); ++i)
             t[static_cast<unsigned char>(alphabet[i])] = static_cast<int8_t>(i);
         for (char c : " \t\r\n"sv)
-            t[static_cast<unsigned char>(c)] = -2;
-        t['='] = -3;
+            t[static_cast<unsigned char>(c)] = kSpace;
+        t['='] = kPad;
         return t;
     }();
-    out.reserve(text.size() / 4 * 3);
+    const auto sextet = [](const char* at) { return kSextets[static_cast<unsigned char>(*at)]; };
+    out.resize(text.size() / 4 * 3 + 3);
+    uint8_t* write = out.data();
+    const char* at = text.data();
+    const char* const end = at + text.size();
     uint32_t quad = 0;
     size_t sextets = 0;
     size_t padding = 0;
-    for (char c : text) {
-        const int8_t code = table[static_cast<unsigned char>(c)];
-        if (code == -2)
+    while (at < end) {
+        // Whole groups of four plain characters, the body of every line, go four at a time.
+        if (sextets % 4 == 0 && !padding) {
+            for (; end - at >= 4; at += 4) {
+                const int8_t a = sextet(at), b = sextet(at + 1), c = sextet(at + 2), d = sextet(at + 3);
+                if ((a | b | c | d) < 0)
+                    break;
+                const auto group = static_cast<uint32_t>(a << 18 | b << 12 | c << 6 | d);
+                *write++ = static_cast<uint8_t>(group >> 16);
+                *write++ = static_cast<uint8_t>(group >> 8);
+                *write++ = static_cast<uint8_t>(group);
+            }
+            if (at == end)
+                break;
+        }
+        const int8_t code = sextet(at++);
+        if (code == kSpace)
             continue;
-        if (code == -1)
-            return false;
-        if (code == -3) {
+        if (code == kPad) {
             ++padding;
             continue;
         }
-        if (padding)
+        if (code < 0 || padding)
             return false;
         quad = (quad << 6) | static_cast<uint32_t>(code);
         if (++sextets % 4 == 0) {
-            out.push_back(static_cast<uint8_t>(quad >> 16));
-            out.push_back(static_cast<uint8_t>(quad >> 8));
-            out.push_back(static_cast<uint8_t>(quad));
+            *write++ = static_cast<uint8_t>(quad >> 16);
+            *write++ = static_cast<uint8_t>(quad >> 8);
+            *write++ = static_cast<uint8_t>(quad);
         }
     }
     const size_t tail = sextets % 4;
     if (tail == 1 || padding > 2 || (padding && (tail + padding) != 4))
         return false;
     if (tail == 2) {
-        out.push_back(static_cast<uint8_t>(quad >> 4));
+        *write++ = static_cast<uint8_t>(quad >> 4);
     } else if (tail == 3) {
-        out.push_back(static_cast<uint8_t>(quad >> 10));
-        out.push_back(static_cast<uint8_t>(quad >> 2));
+        *write++ = static_cast<uint8_t>(quad >> 10);
+        *write++ = static_cast<uint8_t>(quad >> 2);
     }
+    out.resize(static_cast<size_t>(write - out.data()));
     return true;
 }
 
@@ -364,12 +383,20 @@ Tag tagOf(std::string_view name)
     }
 }
 
-bool isNameStart(unsigned char c)
-{
-    const unsigned lower = c | 0x20u;
-    return (lower >= 'a' && lower <= 'z') || c == '_' || c == ':' || c >= 0x80;
-}
-bool isNameChar(unsigned char c) { return isNameStart(c) || (c >= '0' && c <= '9') || c == '-' || c == '.'; }
+// What each byte may be in an element or attribute name: bit 0, its first character; bit 1, any
+// other. Bytes of multi-byte UTF-8 sequences count as name characters.
+constexpr std::array<uint8_t, 256> kNameBytes = [] {
+    std::array<uint8_t, 256> table {};
+    for (int c = 0; c < 256; ++c) {
+        const int lower = c | 0x20;
+        const bool start = (lower >= 'a' && lower <= 'z') || c == '_' || c == ':' || c >= 0x80;
+        const bool other = start || (c >= '0' && c <= '9') || c == '-' || c == '.';
+        table[c] = static_cast<uint8_t>((start ? 1 : 0) | (other ? 2 : 0));
+    }
+    return table;
+}();
+bool isNameStart(unsigned char c) { return kNameBytes[c] & 1; }
+bool isNameChar(unsigned char c) { return kNameBytes[c] & 2; }
 
 // One piece of the document as the tokenizer sees it. Comments, processing instructions and the
 // DOCTYPE are skipped; a self-closing element comes as a start and an end.
@@ -386,6 +413,21 @@ public:
     explicit Tokenizer(std::string_view document, size_t start) : document_(document), at_(start) {}
 
     Token next();
+    // Skips white space that markup or the end of the document follows: blank text between
+    // elements, which the reader would drop anyway. Text with anything else in it stays whole for
+    // next().
+    void skipBlankBeforeMarkup()
+    {
+        size_t at = at_;
+        while (at < document_.size() && isXMLSpace(document_[at]))
+            ++at;
+        if (at == document_.size() || document_[at] == '<')
+            at_ = at;
+    }
+    // When the element just started holds only character data (nothing that starts with '<') and
+    // ends with a plain "</name>", takes the data and the end tag at once: the shape of nearly every
+    // scalar. Otherwise consumes nothing and answers false.
+    bool takeSimpleContent(std::string_view& text);
     const std::string& problem() const { return problem_; }
     size_t problemOffset() const { return problemOffset_; }
 
@@ -428,6 +470,25 @@ private:
     std::string problem_;
     size_t problemOffset_ = 0;
 };
+
+bool Tokenizer::takeSimpleContent(std::string_view& text)
+{
+    if (pendingEnd_)
+        return false; // <name/>: next() gives its end
+    const void* found = std::memchr(document_.data() + at_, '<', document_.size() - at_);
+    if (!found)
+        return false;
+    const std::string_view name = open_.back();
+    const size_t open = static_cast<size_t>(static_cast<const char*>(found) - document_.data());
+    const size_t close = open + 2 + name.size();
+    if (close >= document_.size() || document_[open + 1] != '/' || document_[close] != '>'
+        || document_.compare(open + 2, name.size(), name) != 0)
+        return false;
+    text = document_.substr(at_, open - at_);
+    at_ = close + 1;
+    open_.pop_back();
+    return true;
+}
 
 Token Tokenizer::next()
 {
@@ -625,6 +686,8 @@ bool Reader::failAt(size_t offset, const std::string& message)
 Ref<Object> Reader::read(std::string& error)
 {
     for (;;) {
+        if (!inScalar_)
+            tokens_.skipBlankBeforeMarkup();
         const Token token = tokens_.next();
         if (token.kind == Token::Malformed) {
             error = "Malformed XML (" + tokens_.problem() + ")" + positionText(document_, tokens_.problemOffset());
@@ -735,7 +798,13 @@ bool Reader::startScalar(const Token& token, Tag tag)
     scalarName_ = token.text;
     scalarOffset_ = token.offset;
     pieces_ = 0;
-    return true;
+    std::string_view text;
+    if (!tokens_.takeSimpleContent(text))
+        return true; // the content comes token by token
+    pieces_ = text.empty() ? 0 : 1;
+    firstPiece_ = text;
+    firstIsCData_ = false;
+    return finishScalar();
 }
 
 // Character data is decoded into scratch_ from the second piece on, or as soon as it holds a

@@ -198,6 +198,34 @@ TEST(PropertyListReader, AcceptsTheLenientFormsOtherWritersUse)
         "second");
 }
 
+TEST(PropertyListReader, DecodesBase64WithWhiteSpaceAtAnyPointAndOptionalPadding)
+{
+    static constexpr std::string_view kAlphabet = "ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz0123456789+/";
+    for (size_t length = 0; length <= 10; ++length) {
+        std::string bytes;
+        for (size_t i = 0; i < length; ++i)
+            bytes.push_back(static_cast<char>(i * 37 + length));
+        std::string padded;
+        for (size_t i = 0; i < length; i += 3) {
+            uint32_t group = 0;
+            for (size_t k = 0; k < 3; ++k)
+                group = group << 8 | (i + k < length ? static_cast<uint8_t>(bytes[i + k]) : 0u);
+            const size_t kept = std::min<size_t>(length - i, 3) + 1;
+            for (size_t k = 0; k < 4; ++k)
+                padded.push_back(k < kept ? kAlphabet[group >> (18 - 6 * k) & 63] : '=');
+        }
+        const std::string unpadded = padded.substr(0, padded.find('='));
+        for (const std::string& encoded : {padded, unpadded}) {
+            for (size_t cut = 0; cut <= encoded.size(); ++cut) {
+                const std::string spaced = encoded.substr(0, cut) + "\n\t " + encoded.substr(cut);
+                Ref<Data> data = readAs<Data>(inPlist("<data>" + spaced + "</data>"));
+                ASSERT_TRUE(data) << spaced;
+                EXPECT_EQ(std::string_view(static_cast<const char*>(data->bytes()), data->length()), bytes) << spaced;
+            }
+        }
+    }
+}
+
 TEST(PropertyListReader, ReportsTheFormatAndMakesMutableContainersOnRequest)
 {
     PropertyListFormat format = NSPropertyListOpenStepFormat;
