@@ -35,6 +35,16 @@ std::string reasonOf(const std::function<void()>& body)
     return "no exception";
 }
 
+// Counts the instances alive, to see that each is destroyed exactly once.
+struct Tracked : Object {
+    ZON_OBJECT(Tracked, Object)
+public:
+    static inline int alive = 0;
+    Tracked() { ++alive; }
+    ~Tracked() override { --alive; }
+};
+ZON_DEFINE_CLASS(Tracked, "Tracked")
+
 std::string joined(const Array* array) { return text(array->componentsJoinedByString(ZSTR(","))); }
 
 std::vector<std::string> keysOf(const Dictionary* dictionary)
@@ -330,6 +340,45 @@ TEST(Collections, DeepNestingIsDestroyedWithoutRecursion)
                          : Ref<Object>(Dictionary::dictionaryWithObject_forKey(nested, ZSTR("k")));
     nested = nullptr; // overflows the stack if each level's destruction recursed
     SUCCEED();
+}
+
+TEST(Collections, LargeContainersReleaseEachElementOnceWhateverTheyHold)
+{
+    // Large arrays and dictionaries free their storage before their elements, through a per-thread
+    // list that nests: elements here are large containers themselves, deep chains and objects
+    // also held from outside.
+    constexpr size_t kLarge = 20000;
+    Tracked::alive = 0;
+    Ref<Object> shared = makeObject<Tracked>();
+    {
+        std::vector<Ref<Object>> outer;
+        for (size_t i = 0; i < kLarge; ++i) {
+            if (i % 5000 == 0) {
+                std::vector<Ref<Object>> inner;
+                for (size_t k = 0; k < kLarge; ++k)
+                    inner.push_back(makeObject<Tracked>());
+                outer.push_back(Array::arrayWithVector(std::move(inner)));
+            } else if (i % 5000 == 1) {
+                auto table = MutableDictionary::dictionaryWithCapacity(kLarge);
+                for (size_t k = 0; k < kLarge; ++k)
+                    table->setObject_forKey(makeObject<Tracked>(), num(static_cast<int>(k)));
+                outer.push_back(table);
+            } else if (i % 5000 == 2) {
+                Ref<Object> chain = makeObject<Tracked>();
+                for (int depth = 0; depth < 100; ++depth)
+                    chain = Array::arrayWithObjects({chain, makeObject<Tracked>()});
+                outer.push_back(chain);
+            } else {
+                outer.push_back(i % 2 ? shared : Ref<Object>(makeObject<Tracked>()));
+            }
+        }
+        Ref<Array> array = Array::arrayWithVector(std::move(outer));
+        EXPECT_GT(Tracked::alive, static_cast<int>(kLarge));
+    }
+    EXPECT_EQ(Tracked::alive, 1);
+    EXPECT_EQ(shared->retainCount(), 1u);
+    shared = nullptr;
+    EXPECT_EQ(Tracked::alive, 0);
 }
 
 TEST(Collections, ImmutableValuesAreSharedBetweenThreads)

@@ -91,7 +91,7 @@ Ref<Object> makeArray(std::span<Ref<Object>> items, Mutability mutability)
     return Array::arrayWithVector(std::move(objects));
 }
 
-Ref<Object> makeDictionary(std::span<Ref<Object>> keysAndValues, Mutability mutability)
+Ref<Object> makeDictionary(std::span<Ref<Object>> keysAndValues, Mutability mutability, std::span<const size_t> keyHashes)
 {
     const size_t count = keysAndValues.size() / 2;
     if (mutability == Mutability::MutableContainers) {
@@ -101,7 +101,7 @@ Ref<Object> makeDictionary(std::span<Ref<Object>> keysAndValues, Mutability muta
         return dictionary;
     }
     // Every key a reader makes is immutable, so it can be moved in as it is.
-    return Dictionary::dictionaryAdoptingKeysAndValues(keysAndValues.first(2 * count));
+    return Dictionary::dictionaryAdoptingKeysAndValues(keysAndValues.first(2 * count), keyHashes.first(keyHashes.empty() ? 0 : count));
 }
 
 std::string quotedForMessage(std::string_view text)

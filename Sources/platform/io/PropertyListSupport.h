@@ -41,8 +41,9 @@ int daysInMonth(int64_t year, int month);
 // Makes an array of items (moved out).
 Ref<Object> makeArray(std::span<Ref<Object>> items, Mutability mutability);
 // Makes a dictionary of alternating keys and values (moved out); a later equal key replaces the
-// value of an earlier one.
-Ref<Object> makeDictionary(std::span<Ref<Object>> keysAndValues, Mutability mutability);
+// value of an earlier one. keyHashes, if not empty, holds each key's detail::ObjectTable::hashOf.
+Ref<Object> makeDictionary(
+    std::span<Ref<Object>> keysAndValues, Mutability mutability, std::span<const size_t> keyHashes = {});
 
 // Text from outside bytes, made safe to quote in an error message: printable ASCII kept, anything
 // else shown as '?', cut after a few dozen characters.

@@ -1,8 +1,10 @@
 #include "platform/io/PropertyListXMLReader.h"
 
+#include "platform/runtime/PageMemory.h"
 #include "platform/values/Data.h"
 #include "platform/values/Date.h"
 #include "platform/values/Number.h"
+#include "platform/values/ObjectTable.h"
 #include "platform/values/String.h"
 #include "platform/values/UTF.h"
 
@@ -633,6 +635,7 @@ private:
         bool expectingKey; // a dictionary's next element is a key
         bool hasValue;     // <plist> holds its value
         size_t itemStart;
+        size_t keyHashStart; // a dictionary's keys' hashes in keyHashes_
         size_t offset;
     };
 
@@ -645,13 +648,15 @@ private:
     bool finishScalar();
     bool finishContainer();
     Ref<String> keyString(std::string_view text, bool plain);
+    Ref<String> hashedKey(Ref<String> key, size_t hash);
 
     std::string_view document_;
     size_t bodyOffset_;
     Tokenizer tokens_;
     Mutability mutability_;
     std::vector<Frame> stack_;
-    std::vector<Ref<Object>> items_;
+    // Page memory: this grows while the document's values are being allocated.
+    std::vector<Ref<Object>, detail::PageAllocator<Ref<Object>>> items_;
     bool rootSeen_ = false;
 
     // The scalar element being read, and its character data so far: a single piece stays a view
@@ -665,13 +670,20 @@ private:
     bool firstIsCData_ = false;
     std::string scratch_;
 
-    // Documents repeat the same keys in every dictionary: one string per distinct key text.
-    using KeyCache = std::unordered_map<std::string_view, Ref<String>>;
+    // Documents repeat the same keys in every dictionary: one string per distinct key text, with
+    // its hash in a dictionary.
+    struct CachedKey {
+        Ref<String> string;
+        size_t hash;
+    };
+    using KeyCache = std::unordered_map<std::string_view, CachedKey>;
     KeyCache keys_;
     // The cached key met at each position of the dictionaries read so far: dictionaries of one
     // document tend to list the same keys in the same order, so most keys match their hint and
     // need no hashing.
     std::vector<const KeyCache::value_type*> keyHints_;
+    // The hashes of the keys of the open dictionaries, each dictionary's after its parent's.
+    std::vector<size_t> keyHashes_;
     std::vector<uint8_t> bytes_;
     std::string error_;
 };
@@ -751,7 +763,7 @@ bool Reader::startElement(const Token& token)
             return failAt(token.offset, "Unexpected element after the root element");
         rootSeen_ = true;
         if (tagOf(token.text) == Tag::Plist) {
-            stack_.push_back({Tag::Plist, false, false, items_.size(), token.offset});
+            stack_.push_back({Tag::Plist, false, false, items_.size(), keyHashes_.size(), token.offset});
             return true;
         }
         return startValue(token);
@@ -787,7 +799,7 @@ bool Reader::startValue(const Token& token)
     const size_t depth = stack_.size() - (!stack_.empty() && stack_.front().tag == Tag::Plist);
     if (depth >= kMaxNestingDepth)
         return failAt(token.offset, "Containers nested more than " + std::to_string(kMaxNestingDepth) + " deep");
-    stack_.push_back({tag, true, false, items_.size(), token.offset});
+    stack_.push_back({tag, true, false, items_.size(), keyHashes_.size(), token.offset});
     return true;
 }
 
@@ -835,7 +847,9 @@ bool Reader::finishContainer()
     if (frame.tag == Tag::Dict) {
         if (!frame.expectingKey)
             return failAt(frame.offset, "Key without a value in <dict>");
-        container = makeDictionary(items, mutability_);
+        const std::span<const size_t> hashes(keyHashes_.data() + frame.keyHashStart, items.size() / 2);
+        container = makeDictionary(items, mutability_, hashes);
+        keyHashes_.resize(frame.keyHashStart);
     } else {
         container = makeArray(items, mutability_);
     }
@@ -846,26 +860,36 @@ bool Reader::finishContainer()
 }
 
 // Key texts that come straight from the document (which outlives the reader's work) are looked up
-// by that text; the cache stops growing at a size no sane document's key set reaches.
+// by that text; the cache stops growing at a size no sane document's key set reaches. Each key's
+// hash goes on keyHashes_ for its dictionary.
 Ref<String> Reader::keyString(std::string_view text, bool plain)
 {
     constexpr size_t kMaxCachedKeys = 4096;
     if (!plain)
-        return String::stringWithUTF8String(text);
+        return hashedKey(String::stringWithUTF8String(text), 0);
     const size_t position = (items_.size() - stack_.back().itemStart) / 2;
     if (position < keyHints_.size() && keyHints_[position] && keyHints_[position]->first == text)
-        return keyHints_[position]->second;
+        return hashedKey(keyHints_[position]->second.string, keyHints_[position]->second.hash);
     auto found = keys_.find(text);
     if (found == keys_.end()) {
         Ref<String> key = String::stringWithUTF8String(text);
-        if (keys_.size() >= kMaxCachedKeys)
-            return key;
-        found = keys_.emplace(text, std::move(key)).first;
+        if (!key || keys_.size() >= kMaxCachedKeys)
+            return hashedKey(std::move(key), 0);
+        const size_t hash = detail::ObjectTable::hashOf(key);
+        found = keys_.emplace(text, CachedKey {std::move(key), hash}).first;
     }
     if (position >= keyHints_.size())
         keyHints_.resize(position + 1);
     keyHints_[position] = &*found;
-    return found->second;
+    return hashedKey(found->second.string, found->second.hash);
+}
+
+// Records the hash of key (computing it when hash is 0) and answers key; nil stays nil.
+Ref<String> Reader::hashedKey(Ref<String> key, size_t hash)
+{
+    if (key)
+        keyHashes_.push_back(hash ? hash : detail::ObjectTable::hashOf(key));
+    return key;
 }
 
 bool Reader::finishScalar()

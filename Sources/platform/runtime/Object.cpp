@@ -4,6 +4,8 @@
 #include "platform/runtime/AutoreleasePool.h"
 #include "platform/runtime/Class.h"
 #include "platform/runtime/MethodSignature.h"
+#include "platform/runtime/PageMemory.h"
+#include "platform/runtime/ReleaseBatch.h"
 #include "platform/values/Exception.h"
 #include "platform/values/String.h"
 
@@ -20,31 +22,49 @@ namespace {
 // destruction drains, so a million nested arrays are freed in constant stack depth.
 constexpr unsigned kMaxNestedDestruction = 16;
 
-struct DestructionState {
-    unsigned depth;
-    const Object** pending;
+// A stack of object pointers in page memory (see PageMemory.h), so that growing it while many
+// objects are being freed does not make malloc merge their blocks.
+struct PointerStack {
+    const Object** items;
     size_t count;
     size_t capacity;
+
+    bool push(const Object* object) noexcept
+    {
+        if (count == capacity) {
+            const size_t grown = capacity ? capacity * 2 : 4096 / sizeof(Object*);
+            try {
+                items = static_cast<const Object**>(capacity
+                        ? detail::reallocatePages(items, capacity * sizeof(Object*), grown * sizeof(Object*))
+                        : detail::allocatePages(grown * sizeof(Object*)));
+            } catch (const std::bad_alloc&) {
+                return false;
+            }
+            capacity = grown;
+        }
+        items[count++] = object;
+        return true;
+    }
+    // Gives the memory back once the stack is empty.
+    void trim() noexcept
+    {
+        if (count)
+            return;
+        detail::freePages(items, capacity * sizeof(Object*));
+        items = nullptr;
+        capacity = 0;
+    }
+};
+
+struct DestructionState {
+    unsigned depth;
+    PointerStack pending;  // objects to delete, deferred by depth
+    PointerStack releases; // references held by release batches
 };
 
 // Plain data, so it is usable during thread exit; initial-exec keeps each access a plain
 // thread-pointer load instead of a call into the dynamic linker.
 __attribute__((tls_model("initial-exec"))) thread_local DestructionState destruction {};
-
-bool deferDestruction(const Object* object)
-{
-    auto& s = destruction;
-    if (s.count == s.capacity) {
-        size_t capacity = s.capacity ? s.capacity * 2 : 256;
-        auto* grown = static_cast<const Object**>(std::realloc(s.pending, capacity * sizeof(Object*)));
-        if (!grown)
-            return false;
-        s.pending = grown;
-        s.capacity = capacity;
-    }
-    s.pending[s.count++] = object;
-    return true;
-}
 
 } // namespace
 
@@ -81,19 +101,41 @@ uint32_t Object::retainCount() const noexcept { return refCount_.load(std::memor
 void Object::destroy(const Object* object) noexcept
 {
     auto& s = destruction;
-    if (s.depth >= kMaxNestedDestruction && deferDestruction(object))
+    if (s.depth >= kMaxNestedDestruction && s.pending.push(object))
         return;
     ++s.depth;
     delete object;
     if (s.depth == 1) {
-        while (s.count)
-            delete s.pending[--s.count];
-        std::free(s.pending);
-        s.pending = nullptr;
-        s.capacity = 0;
+        while (s.pending.count)
+            delete s.pending.items[--s.pending.count];
+        s.pending.trim();
     }
     --s.depth;
 }
+
+namespace detail {
+
+ReleaseBatch::ReleaseBatch() noexcept : start_(destruction.releases.count) {}
+
+ReleaseBatch::~ReleaseBatch()
+{
+    // Releasing may run nested batches; each ends before its release returns, so the stack is
+    // back at this batch's end after every step (though its memory may have moved).
+    auto& releases = destruction.releases;
+    for (size_t i = start_; i < releases.count; ++i)
+        releases.items[i]->release();
+    releases.count = start_;
+    releases.trim();
+}
+
+void ReleaseBatch::add(Ref<Object>&& object) noexcept
+{
+    const Object* held = object.leakRef();
+    if (held && !destruction.releases.push(held))
+        held->release();
+}
+
+} // namespace detail
 
 Object* Object::autorelease() const
 {

@@ -1,6 +1,7 @@
 #include "platform/values/Array.h"
 
 #include "platform/runtime/Class.h"
+#include "platform/runtime/ReleaseBatch.h"
 #include "platform/values/CollectionDescription.h"
 #include "platform/values/Exception.h"
 #include "platform/values/String.h"
@@ -92,6 +93,16 @@ Ref<Array> Array::arrayWithVector(std::vector<Ref<Object>> objects)
         }
     }
     return makeObject<Array>(std::move(objects));
+}
+
+Array::~Array()
+{
+    if (objects_.size() < detail::ReleaseBatch::kManyObjects)
+        return;
+    detail::ReleaseBatch batch;
+    for (Ref<Object>& object : objects_)
+        batch.add(std::move(object));
+    std::vector<Ref<Object>>().swap(objects_);
 }
 
 Ref<Array> Array::arrayWithArray(const Array* array) { return array ? makeObject<Array>(array->objects_) : Array::array(); }

@@ -133,6 +133,7 @@ public:
 protected:
     Array() = default;
     explicit Array(std::vector<Ref<Object>> objects) : objects_(std::move(objects)) {}
+    ~Array() override;
 
     static void checkNotNil(Object* const* objects, size_t count);
 

@@ -95,7 +95,8 @@ Ref<Dictionary> Dictionary::dictionaryWithObjects_forKeys_count(Object* const* o
     return dictionary;
 }
 
-Ref<Dictionary> Dictionary::dictionaryAdoptingKeysAndValues(std::span<Ref<Object>> keysAndValues)
+Ref<Dictionary> Dictionary::dictionaryAdoptingKeysAndValues(
+    std::span<Ref<Object>> keysAndValues, std::span<const size_t> keyHashes)
 {
     const size_t count = keysAndValues.size() / 2;
     for (size_t i = 0; i < count; ++i)
@@ -105,7 +106,7 @@ Ref<Dictionary> Dictionary::dictionaryAdoptingKeysAndValues(std::span<Ref<Object
     table.reserve(count);
     for (size_t i = 0; i < count; ++i) {
         Ref<Object>& key = keysAndValues[2 * i];
-        const size_t hash = detail::ObjectTable::hashOf(key.get());
+        const size_t hash = keyHashes.empty() ? detail::ObjectTable::hashOf(key.get()) : keyHashes[i];
         if (auto* entry = table.find(key.get(), hash))
             Ref<Object> old = std::exchange(entry->value, std::move(keysAndValues[2 * i + 1]));
         else

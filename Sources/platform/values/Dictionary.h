@@ -44,8 +44,11 @@ public:
     static Ref<Dictionary> dictionaryWithObjects_forKeys_count(Object* const* objects, Object* const* keys, size_t count);
     // Alternating keys and values, moved in rather than retained. The keys must be immutable:
     // they are stored as they are, not copied. For readers that build many small dictionaries;
-    // nil checks and repeated keys as above.
-    static Ref<Dictionary> dictionaryAdoptingKeysAndValues(std::span<Ref<Object>> keysAndValues);
+    // nil checks and repeated keys as above. keyHashes, when given, holds each key's
+    // detail::ObjectTable::hashOf, which a reader that meets the same keys again and again can
+    // remember instead of hashing every time.
+    static Ref<Dictionary> dictionaryAdoptingKeysAndValues(
+        std::span<Ref<Object>> keysAndValues, std::span<const size_t> keyHashes = {});
     // Different counts raise NSInvalidArgumentException "*** -[NSDictionary
     // initWithObjects:forKeys:]: count of objects (%lu) differs from count of keys (%lu)".
     static Ref<Dictionary> dictionaryWithObjects_forKeys(const Array* objects, const Array* keys);

@@ -1,5 +1,6 @@
 #include "platform/values/ObjectTable.h"
 
+#include "platform/runtime/ReleaseBatch.h"
 #include "platform/values/Exception.h"
 
 #include <algorithm>
@@ -15,6 +16,18 @@ constexpr size_t kMinimumSlots = 8;
 size_t slotCountFor(size_t count) { return std::bit_ceil(std::max(kMinimumSlots, count * 2)); }
 
 } // namespace
+
+ObjectTable::~ObjectTable()
+{
+    if (entries_.size() * 2 < ReleaseBatch::kManyObjects)
+        return;
+    ReleaseBatch batch;
+    for (Entry& entry : entries_) {
+        batch.add(std::move(entry.key));
+        batch.add(std::move(entry.value));
+    }
+    std::vector<Entry>().swap(entries_);
+}
 
 size_t ObjectTable::hashOf(const Object* key)
 {

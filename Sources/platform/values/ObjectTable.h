@@ -58,6 +58,13 @@ public:
     // The hash the table files key under (the object's hash, mixed).
     static size_t hashOf(const Object* key);
 
+    ObjectTable() = default;
+    ObjectTable(const ObjectTable&) = default;
+    ObjectTable(ObjectTable&&) noexcept = default;
+    ObjectTable& operator=(const ObjectTable&) = default;
+    ObjectTable& operator=(ObjectTable&&) noexcept = default;
+    ~ObjectTable();
+
     size_t count() const { return live_; }
     void reserve(size_t count);
     // The entry of the key equal to key, or null; key must not be null.

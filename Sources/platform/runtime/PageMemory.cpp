@@ -1,0 +1,40 @@
+#include "platform/runtime/PageMemory.h"
+
+#include <sys/mman.h>
+#include <unistd.h>
+
+namespace zon::detail {
+
+namespace {
+
+size_t roundedToPages(size_t bytes)
+{
+    static const size_t page = static_cast<size_t>(sysconf(_SC_PAGESIZE));
+    return (bytes + page - 1) & ~(page - 1);
+}
+
+} // namespace
+
+void* allocatePages(size_t bytes)
+{
+    void* memory = mmap(nullptr, roundedToPages(bytes), PROT_READ | PROT_WRITE, MAP_PRIVATE | MAP_ANONYMOUS, -1, 0);
+    if (memory == MAP_FAILED)
+        throw std::bad_alloc();
+    return memory;
+}
+
+void* reallocatePages(void* memory, size_t oldBytes, size_t newBytes)
+{
+    void* moved = mremap(memory, roundedToPages(oldBytes), roundedToPages(newBytes), MREMAP_MAYMOVE);
+    if (moved == MAP_FAILED)
+        throw std::bad_alloc();
+    return moved;
+}
+
+void freePages(void* memory, size_t bytes) noexcept
+{
+    if (memory)
+        munmap(memory, roundedToPages(bytes));
+}
+
+} // namespace zon::detail
