@@ -642,7 +642,7 @@ private:
     bool failAt(size_t offset, const std::string& message);
     bool take(const Token& token);
     bool startElement(const Token& token);
-    bool startValue(const Token& token);
+    bool startValue(const Token& token, Tag tag);
     bool startScalar(const Token& token, Tag tag);
     void addText(const Token& token);
     bool finishScalar();
@@ -672,11 +672,17 @@ private:
 
     // Documents repeat the same keys in every dictionary: one string per distinct key text, with
     // its hash in a dictionary.
+    struct TextHash {
+        using is_transparent = void;
+        size_t operator()(std::string_view text) const { return std::hash<std::string_view>()(text); }
+    };
     struct CachedKey {
         Ref<String> string;
         size_t hash;
     };
-    using KeyCache = std::unordered_map<std::string_view, CachedKey>;
+    // The cache owns its key texts: compact and hot, where the document's copy may lie megabytes
+    // back.
+    using KeyCache = std::unordered_map<std::string, CachedKey, TextHash, std::equal_to<>>;
     KeyCache keys_;
     // The cached key met at each position of the dictionaries read so far: dictionaries of one
     // document tend to list the same keys in the same order, so most keys match their hint and
@@ -754,6 +760,7 @@ bool Reader::take(const Token& token)
 
 bool Reader::startElement(const Token& token)
 {
+    const Tag tag = tagOf(token.text);
     if (inScalar_) {
         return failAt(token.offset,
             "Unexpected element <" + quotedForMessage(token.text) + "> inside <" + quotedForMessage(scalarName_) + ">");
@@ -762,11 +769,11 @@ bool Reader::startElement(const Token& token)
         if (rootSeen_)
             return failAt(token.offset, "Unexpected element after the root element");
         rootSeen_ = true;
-        if (tagOf(token.text) == Tag::Plist) {
+        if (tag == Tag::Plist) {
             stack_.push_back({Tag::Plist, false, false, items_.size(), keyHashes_.size(), token.offset});
             return true;
         }
-        return startValue(token);
+        return startValue(token, tag);
     }
     Frame& frame = stack_.back();
     if (frame.tag == Tag::Plist) {
@@ -774,7 +781,7 @@ bool Reader::startElement(const Token& token)
             return failAt(token.offset, "Unexpected element after the property list's value");
         frame.hasValue = true;
     } else if (frame.tag == Tag::Dict) {
-        const bool isKey = tagOf(token.text) == Tag::Key;
+        const bool isKey = tag == Tag::Key;
         if (frame.expectingKey) {
             if (!isKey)
                 return failAt(token.offset, "Expected <key> but found <" + quotedForMessage(token.text) + ">");
@@ -785,12 +792,11 @@ bool Reader::startElement(const Token& token)
             return failAt(token.offset, "Key without a value before another <key>");
         frame.expectingKey = true;
     }
-    return startValue(token);
+    return startValue(token, tag);
 }
 
-bool Reader::startValue(const Token& token)
+bool Reader::startValue(const Token& token, Tag tag)
 {
-    const Tag tag = tagOf(token.text);
     if (tag != Tag::Array && tag != Tag::Dict) {
         if (tag == Tag::Unknown || tag == Tag::Plist || tag == Tag::Key)
             return failAt(token.offset, "Unexpected element <" + quotedForMessage(token.text) + ">");
@@ -859,8 +865,8 @@ bool Reader::finishContainer()
     return true;
 }
 
-// Key texts that come straight from the document (which outlives the reader's work) are looked up
-// by that text; the cache stops growing at a size no sane document's key set reaches. Each key's
+// Key texts that come straight from the document, without references to decode, are looked up by
+// that text; the cache stops growing at a size no sane document's key set reaches. Each key's
 // hash goes on keyHashes_ for its dictionary.
 Ref<String> Reader::keyString(std::string_view text, bool plain)
 {

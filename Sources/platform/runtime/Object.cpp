@@ -90,9 +90,12 @@ void Object::retain() const noexcept
 
 void Object::release() const noexcept
 {
-    if (refCount_.load(std::memory_order_relaxed) == kImmortal)
+    const uint32_t count = refCount_.load(std::memory_order_acquire);
+    if (count == kImmortal)
         return;
-    if (refCount_.fetch_sub(1, std::memory_order_acq_rel) == 1)
+    // The last reference needs no atomic decrement: no other thread holds one to retain it with,
+    // and the acquire load has seen every other thread's release.
+    if (count == 1 || refCount_.fetch_sub(1, std::memory_order_acq_rel) == 1)
         destroy(this);
 }
 
