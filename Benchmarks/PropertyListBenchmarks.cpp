@@ -2,6 +2,8 @@
 // string, an integer, a real, a date and data), written and read as XML, against Python's plistlib
 // on the same document in the same run; and IPC packets packed and unpacked per second.
 
+#include "RatioReporter.h"
+
 #include "platform/io/PropertyListSerialization.h"
 #include "platform/runtime/AutoreleasePool.h"
 #include "platform/values/Array.h"
@@ -28,6 +30,8 @@ using namespace zon;
 namespace {
 
 constexpr size_t kRecords = 50000;
+// Both sides report the median of this many runs (plist_vs_plistlib.py takes it as an argument).
+constexpr int kRepetitions = 5;
 
 Ref<Array> makeDocument()
 {
@@ -70,7 +74,7 @@ void BM_PropertyListWriteXML(benchmark::State& state)
     }
     state.SetBytesProcessed(static_cast<int64_t>(state.iterations() * documentXML()->length()));
 }
-BENCHMARK(BM_PropertyListWriteXML)->Unit(benchmark::kMillisecond);
+BENCHMARK(BM_PropertyListWriteXML)->Unit(benchmark::kMillisecond)->Repetitions(kRepetitions);
 
 void BM_PropertyListReadXML(benchmark::State& state)
 {
@@ -81,7 +85,7 @@ void BM_PropertyListReadXML(benchmark::State& state)
     }
     state.SetBytesProcessed(static_cast<int64_t>(state.iterations() * xml->length()));
 }
-BENCHMARK(BM_PropertyListReadXML)->Unit(benchmark::kMillisecond);
+BENCHMARK(BM_PropertyListReadXML)->Unit(benchmark::kMillisecond)->Repetitions(kRepetitions);
 
 // A typical request: a few strings and numbers and one geometric value.
 Ref<Dictionary> request()
@@ -131,36 +135,25 @@ void BM_PacketEncodeDecodeString(benchmark::State& state)
 }
 BENCHMARK(BM_PacketEncodeDecodeString);
 
-// Remembers CPU time per iteration, for the comparison printed after the run.
-class Reporter : public benchmark::ConsoleReporter {
-public:
-    void ReportRuns(const std::vector<Run>& runs) override
-    {
-        ConsoleReporter::ReportRuns(runs);
-        for (const Run& run : runs)
-            seconds_[run.benchmark_name()] = run.GetAdjustedCPUTime() / benchmark::GetTimeUnitMultiplier(run.time_unit);
-    }
-    double megabytesPerSecond(const std::string& name, size_t bytes) const
-    {
-        auto found = seconds_.find(name);
-        return found == seconds_.end() || found->second <= 0 ? 0 : bytes / found->second / 1e6;
-    }
-
-private:
-    std::map<std::string, double> seconds_;
-};
-
-void compareWithPlistlib(const Reporter& reporter)
+// The median rate in MB/s of the benchmark named so over bytes, or 0 when it did not run.
+double megabytesPerSecond(const bench::RatioReporter& reporter, const std::string& name, size_t bytes)
 {
-    const double ourWrite = reporter.megabytesPerSecond("BM_PropertyListWriteXML", documentXML()->length());
-    const double ourRead = reporter.megabytesPerSecond("BM_PropertyListReadXML", documentXML()->length());
+    const double nanoseconds = reporter.nanoseconds(name + "/repeats:" + std::to_string(kRepetitions));
+    return nanoseconds > 0 ? bytes / nanoseconds * 1e3 : 0;
+}
+
+void compareWithPlistlib(const bench::RatioReporter& reporter)
+{
+    const double ourWrite = megabytesPerSecond(reporter, "BM_PropertyListWriteXML", documentXML()->length());
+    const double ourRead = megabytesPerSecond(reporter, "BM_PropertyListReadXML", documentXML()->length());
     if (ourWrite == 0 || ourRead == 0)
         return; // filtered out
     const std::filesystem::path path =
         std::filesystem::temp_directory_path() / ("zon-plist-bench-" + std::to_string(getpid()) + ".plist");
     std::ofstream(path, std::ios::binary)
         .write(static_cast<const char*>(documentXML()->bytes()), static_cast<std::streamsize>(documentXML()->length()));
-    const std::string command = "python3 " ZON_PLISTLIB_SCRIPT " " + path.string();
+    const std::string command =
+        "python3 " ZON_PLISTLIB_SCRIPT " " + path.string() + " " + std::to_string(kRepetitions);
     double theirRead = 0, theirWrite = 0;
     if (FILE* pipe = popen(command.c_str(), "r")) {
         if (std::fscanf(pipe, "%lf %lf", &theirRead, &theirWrite) != 2)
@@ -168,8 +161,8 @@ void compareWithPlistlib(const Reporter& reporter)
         pclose(pipe);
     }
     std::filesystem::remove(path);
-    std::printf("\nProperty lists, %.1f MB document (%zu dictionaries of 5 keys), CPU time:\n",
-        documentXML()->length() / 1e6, kRecords);
+    std::printf("\nProperty lists, %.1f MB document (%zu dictionaries of 5 keys), CPU time, median of %d runs:\n",
+        documentXML()->length() / 1e6, kRecords, kRepetitions);
     if (theirRead == 0 || theirWrite == 0) {
         std::printf("  write %.0f MB/s, read %.0f MB/s; python3 plistlib not available for comparison\n", ourWrite, ourRead);
         return;
@@ -186,7 +179,7 @@ int main(int argc, char** argv)
     if (benchmark::ReportUnrecognizedArguments(argc, argv))
         return 1;
     documentXML(); // build the document outside the timed runs
-    Reporter reporter;
+    bench::RatioReporter reporter;
     benchmark::RunSpecifiedBenchmarks(&reporter);
     compareWithPlistlib(reporter);
     benchmark::Shutdown();

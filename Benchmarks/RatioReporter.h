@@ -19,8 +19,9 @@ class RatioReporter : public benchmark::ConsoleReporter {
 public:
     using Clock = std::function<double(const Run&)>;
 
-    static double cpuTime(const Run& run) { return run.GetAdjustedCPUTime(); }
-    static double realTime(const Run& run) { return run.GetAdjustedRealTime(); }
+    // Nanoseconds per iteration, whatever unit the benchmark reports in.
+    static double cpuTime(const Run& run) { return run.GetAdjustedCPUTime() / unitsPerSecond(run) * 1e9; }
+    static double realTime(const Run& run) { return run.GetAdjustedRealTime() / unitsPerSecond(run) * 1e9; }
 
     explicit RatioReporter(Clock clock = cpuTime) : clock_(std::move(clock)) {}
 
@@ -58,6 +59,8 @@ public:
     }
 
 private:
+    static double unitsPerSecond(const Run& run) { return benchmark::GetTimeUnitMultiplier(run.time_unit); }
+
     Clock clock_;
     std::map<std::string, double> nanoseconds_;
 };
