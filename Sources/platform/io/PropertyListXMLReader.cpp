@@ -339,6 +339,49 @@ bool decodeBase64(std::string_view text, std::vector<uint8_t>& out)
     return true;
 }
 
+// Checks a document's UTF-8 a stretch ahead of the reader, so that each stretch is checked just
+// before the reader goes over it (while it is in cache) rather than in a pass of its own over
+// megabytes. Stretches end before an ASCII or lead byte, so no character straddles two: the
+// document is valid exactly when every stretch is.
+class UTF8Lookahead {
+public:
+    explicit UTF8Lookahead(std::string_view text) : text_(text) {}
+
+    // Checks at least up to offset.
+    void checkThrough(size_t offset)
+    {
+        if (offset >= checked_)
+            advance(offset + kStretch);
+    }
+    // Checks the rest; answers whether all of the text is valid.
+    bool checkAll()
+    {
+        advance(text_.size());
+        return valid_;
+    }
+
+private:
+    static constexpr size_t kStretch = 32 * 1024;
+
+    static bool isContinuation(char c) { return (static_cast<unsigned char>(c) & 0xC0) == 0x80; }
+
+    void advance(size_t target)
+    {
+        target = std::min(target, text_.size());
+        while (valid_ && checked_ < target) {
+            size_t end = std::min(text_.size(), checked_ + kStretch);
+            for (int back = 0; back < 3 && end < text_.size() && isContinuation(text_[end]); ++back)
+                --end;
+            valid_ = utf::utf16LengthOfUTF8(text_.substr(checked_, end - checked_)) != utf::kInvalid;
+            checked_ = end;
+        }
+    }
+
+    std::string_view text_;
+    size_t checked_ = 0;
+    bool valid_ = true;
+};
+
 // " at line L, column C" (both from 1; columns count bytes) of a byte offset in the document.
 std::string positionText(std::string_view document, size_t offset)
 {
@@ -415,6 +458,7 @@ public:
     explicit Tokenizer(std::string_view document, size_t start) : document_(document), at_(start) {}
 
     Token next();
+    size_t offset() const { return at_; }
     // Skips white space that markup or the end of the document follows: blank text between
     // elements, which the reader would drop anyway. Text with anything else in it stays whole for
     // next().
@@ -623,7 +667,11 @@ bool Tokenizer::skipDoctype()
 class Reader {
 public:
     Reader(std::string_view document, size_t bodyOffset, Mutability mutability)
-        : document_(document), bodyOffset_(bodyOffset), tokens_(document, bodyOffset), mutability_(mutability)
+        : document_(document),
+          bodyOffset_(bodyOffset),
+          tokens_(document, bodyOffset),
+          utf8_(document.substr(bodyOffset)),
+          mutability_(mutability)
     {
     }
 
@@ -640,6 +688,9 @@ private:
     };
 
     bool failAt(size_t offset, const std::string& message);
+    // Answers false with the error of the first invalid UTF-8 when the document has any: that
+    // fault comes before every other.
+    bool checkUTF8(std::string& error);
     bool take(const Token& token);
     bool startElement(const Token& token);
     bool startValue(const Token& token, Tag tag);
@@ -653,6 +704,7 @@ private:
     std::string_view document_;
     size_t bodyOffset_;
     Tokenizer tokens_;
+    UTF8Lookahead utf8_;
     Mutability mutability_;
     std::vector<Frame> stack_;
     // Page memory: this grows while the document's values are being allocated.
@@ -701,14 +753,25 @@ bool Reader::failAt(size_t offset, const std::string& message)
     return false;
 }
 
+bool Reader::checkUTF8(std::string& error)
+{
+    if (utf8_.checkAll())
+        return true;
+    const std::string_view body = document_.substr(bodyOffset_);
+    error = "Invalid UTF-8" + positionText(document_, bodyOffset_ + firstInvalidUTF8(body));
+    return false;
+}
+
 Ref<Object> Reader::read(std::string& error)
 {
     for (;;) {
+        utf8_.checkThrough(tokens_.offset() - bodyOffset_);
         if (!inScalar_)
             tokens_.skipBlankBeforeMarkup();
         const Token token = tokens_.next();
         if (token.kind == Token::Malformed) {
-            error = "Malformed XML (" + tokens_.problem() + ")" + positionText(document_, tokens_.problemOffset());
+            if (checkUTF8(error))
+                error = "Malformed XML (" + tokens_.problem() + ")" + positionText(document_, tokens_.problemOffset());
             return nullptr;
         }
         if (token.kind == Token::EndOfDocument)
@@ -716,6 +779,8 @@ Ref<Object> Reader::read(std::string& error)
         if (error_.empty())
             take(token);
     }
+    if (!checkUTF8(error))
+        return nullptr;
     if (!rootSeen_)
         failAt(bodyOffset_, "No root element");
     if (!error_.empty()) {
@@ -922,7 +987,7 @@ bool Reader::finishScalar()
     Ref<Object> value;
     switch (scalarTag_) {
     case Tag::String:
-        // The document's UTF-8 was checked up front, and decoding references keeps it valid.
+        // Nil for invalid UTF-8, which the document's own check reports.
         value = String::stringWithUTF8String(text);
         break;
     case Tag::Key:
@@ -973,11 +1038,6 @@ Ref<Object> readXMLPropertyList(std::span<const uint8_t> bytes, Mutability mutab
 {
     const std::string_view document(reinterpret_cast<const char*>(bytes.data()), bytes.size());
     const size_t bodyOffset = document.starts_with("\xEF\xBB\xBF"sv) ? 3 : 0;
-    const std::string_view body = document.substr(bodyOffset);
-    if (utf::utf16LengthOfUTF8(body) == utf::kInvalid) {
-        error = "Invalid UTF-8" + positionText(document, bodyOffset + firstInvalidUTF8(body));
-        return nullptr;
-    }
     return Reader(document, bodyOffset, mutability).read(error);
 }
 

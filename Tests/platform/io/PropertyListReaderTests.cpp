@@ -293,6 +293,28 @@ TEST(PropertyListReader, RefusesMalformedXMLWithItsPosition)
         EXPECT_THAT(readFailure(document), HasSubstr(message)) << document;
 }
 
+TEST(PropertyListReader, InvalidUTF8AnywhereComesBeforeEveryOtherFault)
+{
+    // The UTF-8 is checked in stretches of some kilobytes as the reader goes: faults before it in
+    // the document, in its markup or values, and characters straddling stretches must not change
+    // the verdict.
+    std::string padding;
+    while (padding.size() < 200000)
+        padding += "<string>\xC3\xA9t\xC3\xA9 \xE2\x82\xAC \xF0\x9F\x98\x80</string>";
+    const std::string valid = "<plist><array>" + padding + "</array></plist>";
+    for (size_t shift = 0; shift < 4; ++shift) {
+        Ref<Array> array = readAs<Array>("<plist><array>" + std::string(shift, ' ') + padding + "</array></plist>");
+        ASSERT_TRUE(array);
+        EXPECT_EQ(static_cast<String*>(array->lastObject())->UTF8String(), "\xC3\xA9t\xC3\xA9 \xE2\x82\xAC \xF0\x9F\x98\x80");
+    }
+    const std::string farInvalid = "<!-- \xC3\x28 -->";
+    EXPECT_THAT(readFailure(valid + farInvalid), HasSubstr("Invalid UTF-8 at line 1, column " + std::to_string(valid.size() + 6)));
+    EXPECT_THAT(readFailure("<plist><array><integer>x</integer>" + padding + "</array></plist>" + farInvalid),
+        HasSubstr("Invalid UTF-8"));
+    EXPECT_THAT(readFailure("<plist><array><foo>" + padding + "</array></plist>" + farInvalid), HasSubstr("Invalid UTF-8"));
+    EXPECT_THAT(readFailure("<plist><array><key>\xFF</key></array></plist>"), HasSubstr("Invalid UTF-8 at line 1, column 20"));
+}
+
 TEST(PropertyListReader, SkipsMarkupThatCarriesNoValue)
 {
     // An internal DOCTYPE subset whose quotes and comments hold '>' and ']', processing
