@@ -23,7 +23,24 @@ namespace {
 
 using namespace std::string_view_literals;
 
-bool isXMLSpace(char c) { return c == ' ' || c == '\t' || c == '\n' || c == '\r'; }
+// What each byte may be: bit 0, the first character of an element or attribute name; bit 1, any
+// other character of one (bytes of multi-byte UTF-8 sequences count as name characters); bit 2,
+// XML white space.
+constexpr std::array<uint8_t, 256> kByteClasses = [] {
+    std::array<uint8_t, 256> table {};
+    for (int c = 0; c < 256; ++c) {
+        const int lower = c | 0x20;
+        const bool start = (lower >= 'a' && lower <= 'z') || c == '_' || c == ':' || c >= 0x80;
+        const bool other = start || (c >= '0' && c <= '9') || c == '-' || c == '.';
+        const bool space = c == ' ' || c == '\t' || c == '\n' || c == '\r';
+        table[c] = static_cast<uint8_t>((start ? 1 : 0) | (other ? 2 : 0) | (space ? 4 : 0));
+    }
+    return table;
+}();
+
+bool isXMLSpace(char c) { return kByteClasses[static_cast<unsigned char>(c)] & 4; }
+bool isNameStart(unsigned char c) { return kByteClasses[c] & 1; }
+bool isNameChar(unsigned char c) { return kByteClasses[c] & 2; }
 
 bool isBlank(std::string_view text)
 {
@@ -428,20 +445,6 @@ Tag tagOf(std::string_view name)
     }
 }
 
-// What each byte may be in an element or attribute name: bit 0, its first character; bit 1, any
-// other. Bytes of multi-byte UTF-8 sequences count as name characters.
-constexpr std::array<uint8_t, 256> kNameBytes = [] {
-    std::array<uint8_t, 256> table {};
-    for (int c = 0; c < 256; ++c) {
-        const int lower = c | 0x20;
-        const bool start = (lower >= 'a' && lower <= 'z') || c == '_' || c == ':' || c >= 0x80;
-        const bool other = start || (c >= '0' && c <= '9') || c == '-' || c == '.';
-        table[c] = static_cast<uint8_t>((start ? 1 : 0) | (other ? 2 : 0));
-    }
-    return table;
-}();
-bool isNameStart(unsigned char c) { return kNameBytes[c] & 1; }
-bool isNameChar(unsigned char c) { return kNameBytes[c] & 2; }
 
 // One piece of the document as the tokenizer sees it. Comments, processing instructions and the
 // DOCTYPE are skipped; a self-closing element comes as a start and an end.
@@ -556,6 +559,10 @@ Token Tokenizer::next()
             at_ = open ? static_cast<size_t>(static_cast<const char*>(open) - document_.data()) : document_.size();
             return {Token::Text, document_.substr(start, at_ - start), start};
         }
+        // Start tags, the most common markup, need no further look.
+        const char second = at_ + 1 < document_.size() ? document_[at_ + 1] : '\0';
+        if (second != '/' && second != '?' && second != '!')
+            return startTag(start);
         const std::string_view rest = document_.substr(at_);
         if (rest.starts_with("</"sv))
             return endTag(start);
