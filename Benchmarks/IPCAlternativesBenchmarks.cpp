@@ -120,7 +120,8 @@ struct Column {
 
 std::vector<Column> columns()
 {
-    std::vector<Column> all {{"bare", "Bare"}, {"port", "Port"}, {"service", "Service"}};
+    std::vector<Column> all {
+        {"bare", "Bare"}, {"port", "Port"}, {"service", "Service"}, {"service data", "ServiceData"}};
     for (const Alternative* alternative : alternatives())
         all.push_back({alternative->title, alternative->role});
     return all;

@@ -5,6 +5,7 @@
 #include "platform/runtime/Class.h"
 #include "platform/threads/RunLoop.h"
 #include "platform/values/Data.h"
+#include "platform/values/Dictionary.h"
 #include "platform/values/String.h"
 #include "systemManagement/processManagement/TXZonIPCService.h"
 
@@ -121,11 +122,22 @@ namespace {
     std::exit(0);
 }
 
+// Strings come back as they are. A data request is answered with a dictionary (the reply of the
+// data kind is always one), holding the bytes that came: its reply carries them back as the
+// base64 of an XML property list.
 class EchoDelegate final : public Object {
     ZON_OBJECT(EchoDelegate, Object)
 public:
-    static void exportMethods(Class& cls) { cls.exportMethod("ipcService:didRecvString:", &EchoDelegate::echo); }
-    Ref<String> echo(TXZonIPCService*, String* string) { return Ref<String>(string); }
+    static void exportMethods(Class& cls)
+    {
+        cls.exportMethod("ipcService:didRecvString:", &EchoDelegate::echoString);
+        cls.exportMethod("ipcService:didRecvData:", &EchoDelegate::echoData);
+    }
+    Ref<String> echoString(TXZonIPCService*, String* string) { return Ref<String>(string); }
+    Ref<Dictionary> echoData(TXZonIPCService*, Data* data)
+    {
+        return Dictionary::dictionaryWithObject_forKey(data, ZSTR("echo"));
+    }
 
 private:
     EchoDelegate() = default;
@@ -306,6 +318,20 @@ void BM_ServiceRoundTrip(benchmark::State& state, bool pinned)
     state.SetBytesProcessed(state.iterations() * state.range(0) * 2);
 }
 
+// The data kind: raw bytes out, no text conversion; the reply is the property list of the
+// dictionary the peer answered, which holds the bytes (see EchoDelegate).
+void BM_ServiceDataRoundTrip(benchmark::State& state, bool pinned)
+{
+    auto payload = Data::dataWithVector(std::vector<uint8_t>(state.range(0), 'x'));
+    TXZonIPCService* client = rigs[pinned].client;
+    for (auto _ : state) {
+        AutoreleasePool pool;
+        if (!client->sendData_error(payload, nullptr))
+            state.SkipWithError("service peer failed");
+    }
+    state.SetBytesProcessed(state.iterations() * state.range(0) * 2);
+}
+
 // One-way: the clock stops only once the peer has handled everything (a final round trip).
 void BM_BareOneWay(benchmark::State& state, bool pinned)
 {
@@ -343,6 +369,18 @@ void BM_ServiceOneWay(benchmark::State& state, bool pinned)
     state.SetItemsProcessed(state.iterations());
 }
 
+void BM_ServiceDataOneWay(benchmark::State& state, bool pinned)
+{
+    auto payload = Data::dataWithBytes("xxxx", 4);
+    TXZonIPCService* client = rigs[pinned].client;
+    for (auto _ : state) {
+        AutoreleasePool pool;
+        client->sendOnewayData_error(payload, nullptr);
+    }
+    client->sendString_error(ZSTR("xxxx"), nullptr);
+    state.SetItemsProcessed(state.iterations());
+}
+
 } // namespace
 
 std::string nameOf(const std::string& kind, bool pinned, size_t size)
@@ -365,10 +403,13 @@ void registerOwn(bool pinned)
         benchmark::RegisterBenchmark(nameOf("PortRoundTrip", pinned).c_str(), BM_PortRoundTrip, pinned)->Arg(arg);
         benchmark::RegisterBenchmark(nameOf("ServiceRoundTrip", pinned).c_str(), BM_ServiceRoundTrip, pinned)
             ->Arg(arg);
+        benchmark::RegisterBenchmark(nameOf("ServiceDataRoundTrip", pinned).c_str(), BM_ServiceDataRoundTrip, pinned)
+            ->Arg(arg);
     }
     benchmark::RegisterBenchmark(nameOf("BareOneWay", pinned).c_str(), BM_BareOneWay, pinned);
     benchmark::RegisterBenchmark(nameOf("PortOneWay", pinned).c_str(), BM_PortOneWay, pinned);
     benchmark::RegisterBenchmark(nameOf("ServiceOneWay", pinned).c_str(), BM_ServiceOneWay, pinned);
+    benchmark::RegisterBenchmark(nameOf("ServiceDataOneWay", pinned).c_str(), BM_ServiceDataOneWay, pinned);
 }
 
 // ---- Running and reporting ----

@@ -85,7 +85,8 @@ void stopOwn(bool pinned);
 TXZonIPCService* ownServiceClient(bool pinned); // between startOwn and stopOwn
 
 // Registers the own round trips (every size) and one-way runs for one pinning mode, named
-// "BareRoundTrip/pinned/4", "PortOneWay/unpinned" and so on (see nameOf).
+// "BareRoundTrip/pinned/4", "PortOneWay/unpinned" and so on (see nameOf). The service is measured
+// with strings ("Service...") and with data ("ServiceData...").
 void registerOwn(bool pinned);
 
 std::string nameOf(const std::string& kind, bool pinned, size_t size = 0);

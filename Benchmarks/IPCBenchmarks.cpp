@@ -1,5 +1,6 @@
-// Round trips and one-way rates between two processes: the message port, the whole IPC service,
-// and the floor, a bare Unix stream socket ping-pong written here with the same framing work a
+// Round trips and one-way rates between two processes: the message port, the whole IPC service
+// (with strings, which both sides convert, and with data, whose reply is a property list), and
+// the floor, a bare Unix stream socket ping-pong written here with the same framing work a
 // minimal echo needs (a 4-byte length, one writev, blocking reads). Each is measured with both
 // processes pinned to one CPU and unpinned, and the ratios to the floor are printed at the end.
 //
@@ -26,26 +27,35 @@ using namespace zon::bench::ipc;
 
 namespace {
 
+// The measured links after the floor: the port, the service carrying strings, and carrying data.
+constexpr const char* kLinks[] = {"Port", "Service", "ServiceData"};
+
 void printRatios(const TimeReporter& reporter)
 {
-    std::printf("\nRatios to the bare stream socket (time per message; lower is better):\n");
-    std::printf(
-        "%-10s %9s %12s %12s %12s %8s %8s\n", "cpus", "bytes", "bare us", "port us", "service us", "port", "service");
+    std::printf("\nRound trip in us, then the ratio to the bare stream socket (lower is better):\n");
+    std::printf("%-5s %9s %10s %10s %10s %10s %8s %8s %8s\n", "cpus", "bytes", "bare", "port", "service",
+        "svc data", "port", "service", "svc data");
     for (bool pinned : {true, false})
         for (size_t size : kSizes) {
             double bare = reporter.micros(nameOf("BareRoundTrip", pinned, size));
-            double port = reporter.micros(nameOf("PortRoundTrip", pinned, size));
-            double service = reporter.micros(nameOf("ServiceRoundTrip", pinned, size));
-            std::printf("%-10s %9zu %12.1f %12.1f %12.1f %7.2fx %7.2fx\n", pinned ? "one" : "any", size, bare, port,
-                service, bare ? port / bare : 0, bare ? service / bare : 0);
+            std::printf("%-5s %9zu %10.1f", pinned ? "one" : "any", size, bare);
+            for (const char* link : kLinks)
+                std::printf(" %10.1f", reporter.micros(nameOf(std::string(link) + "RoundTrip", pinned, size)));
+            for (const char* link : kLinks) {
+                double micros = reporter.micros(nameOf(std::string(link) + "RoundTrip", pinned, size));
+                std::printf(" %7.2fx", bare ? micros / bare : 0);
+            }
+            std::printf("\n");
         }
-    std::printf("\nOne-way rate as a share of the bare socket's (higher is better):\n");
+    std::printf("\nOne-way messages per second and the share of the bare socket's (higher is better):\n");
     for (bool pinned : {true, false}) {
-        double bare = reporter.micros(nameOf("BareOneWay", pinned)), port = reporter.micros(nameOf("PortOneWay", pinned)),
-               service = reporter.micros(nameOf("ServiceOneWay", pinned));
-        std::printf("%-10s bare %.0f/s  port %.0f/s (%.0f%%)  service %.0f/s (%.0f%%)\n", pinned ? "one" : "any",
-            bare ? 1e6 / bare : 0, port ? 1e6 / port : 0, port ? 100 * bare / port : 0, service ? 1e6 / service : 0,
-            service ? 100 * bare / service : 0);
+        double bare = reporter.micros(nameOf("BareOneWay", pinned));
+        std::printf("%-5s bare %.0f", pinned ? "one" : "any", bare ? 1e6 / bare : 0);
+        for (const char* link : kLinks) {
+            double micros = reporter.micros(nameOf(std::string(link) + "OneWay", pinned));
+            std::printf("  %s %.0f (%.0f%%)", link, micros ? 1e6 / micros : 0, micros ? 100 * bare / micros : 0);
+        }
+        std::printf("\n");
     }
 }
 

@@ -1,5 +1,6 @@
 // Arbitrary wire bytes as an IPC packet: parsing never fails, the wire form of a parsed packet
-// gives back the bytes it came from (known types) or carries them whole (unknown types), and
+// gives back the bytes it came from (known types) or carries them whole (unknown types), the bytes
+// split after the type word (as the service's ports deliver them) make the same packet, and
 // reading the payload as a dictionary or a string never crashes.
 
 #include "platform/values/Data.h"
@@ -7,6 +8,7 @@
 #include "platform/values/String.h"
 #include "systemManagement/processManagement/TXZonIPCPacket.h"
 
+#include <algorithm>
 #include <cstdint>
 #include <cstdlib>
 #include <cstring>
@@ -27,6 +29,11 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size)
     if (payload != size && payload + 4 != size)
         std::abort();
     if (payload + 4 == size && !packet->ZONIPCPacketData()->isEqualToData(wire))
+        std::abort();
+    const size_t split = std::min<size_t>(4, size);
+    Ref<TXZonIPCPacket> twoParts
+        = TXZonIPCPacket::packetWithTypeWord_rest({data, split}, Data::dataWithBytes(data + split, size - split));
+    if (twoParts->type() != packet->type() || !twoParts->dataValue()->isEqualToData(packet->dataValue()))
         std::abort();
     packet->description();
     packet->isCommsPacket();

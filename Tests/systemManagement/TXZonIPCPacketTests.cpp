@@ -12,7 +12,9 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <cstring>
+#include <span>
 
 using namespace zon;
 using testing::HasSubstr;
@@ -49,6 +51,8 @@ TEST(TXZonIPCPacket, DescribesEveryTypeWithItsText)
     for (const auto& [type, text] : texts) {
         Ref<TXZonIPCPacket> packet = TXZonIPCPacket::initWithData_ofType(Data::dataWithBytes("abc", 3), type);
         EXPECT_EQ(packet->description()->UTF8String(), std::string("Packet Type: ") + text + " Size: 3");
+        EXPECT_EQ(
+            TXZonIPCPacket::descriptionWithType_size(type, 3)->UTF8String(), packet->description()->UTF8String());
     }
 }
 
@@ -102,9 +106,32 @@ TEST(TXZonIPCPacket, ParsesShortKnownAndUnknownFramesAsTheWireRulesSay)
     }
 }
 
-TEST(TXZonIPCPacket, PacketsHoldingWireBytesReadAndChangeLikeAnyOther)
+TEST(TXZonIPCPacket, WireBytesInTwoPartsParseLikeTheJoinedBytes)
 {
-    // Parsed and string packets keep their wire bytes and cut the payload out on demand.
+    // The service's ports deliver the type word apart from the rest.
+    const std::string wires[] = {"", "ab", bytesOf(frame(9, "")), bytesOf(frame(9, "héllo")), bytesOf(frame(6, "x")),
+        bytesOf(frame(-2, "payload")), bytesOf(frame(0, "z"))};
+    for (const std::string& wire : wires) {
+        const size_t split = std::min<size_t>(4, wire.size());
+        Ref<Data> rest = Data::dataWithBytes(wire.data() + split, wire.size() - split);
+        Ref<TXZonIPCPacket> twoParts = TXZonIPCPacket::packetWithTypeWord_rest(
+            {reinterpret_cast<const uint8_t*>(wire.data()), split}, rest);
+        Ref<TXZonIPCPacket> whole = parse(wire);
+        EXPECT_EQ(twoParts->type(), whole->type()) << wire.size();
+        EXPECT_EQ(bytesOf(twoParts->dataValue()), bytesOf(whole->dataValue())) << wire.size();
+    }
+    const int32_t type = 7;
+    const std::span<const uint8_t> word(reinterpret_cast<const uint8_t*>(&type), 4);
+    Ref<Data> rest = Data::dataWithBytes("data", 4);
+    EXPECT_EQ(TXZonIPCPacket::packetWithTypeWord_rest(word, rest)->dataValue(), rest.get()) << "not a copy";
+    Ref<TXZonIPCPacket> empty = TXZonIPCPacket::packetWithTypeWord_rest(word, nullptr);
+    ASSERT_TRUE(empty->dataValue());
+    EXPECT_EQ(empty->dataValue()->length(), 0u);
+}
+
+TEST(TXZonIPCPacket, ParsedAndStringPacketsReadAndChangeLikeAnyOther)
+{
+    // A parsed packet keeps its own copy of the payload: the sender may reuse its buffer.
     Ref<MutableData> source = MutableData::dataWithData(frame(9, "héllo"));
     Ref<TXZonIPCPacket> parsed = TXZonIPCPacket::packetWithZONIPCPacketData(source);
     source->resetBytesInRange({0, source->length()}); // the sender's buffer is reused

@@ -321,13 +321,39 @@ TEST_F(TXZonIPCServiceTest, CarriesMessagesFromEmptyToSixteenMegabytes)
     }
 }
 
+TEST_F(TXZonIPCServiceTest, StringsOfEveryLengthAndScriptArriveIntact)
+{
+    PeerProcess peer({"serve", "peer"});
+    auto service = connectedToPeer(peer);
+    // Short text is encoded on the stack and long text into data: both sides of the limit, with
+    // characters of every UTF-8 length. (The peer prints each request to a pipe we read only
+    // between sends, so the texts stay well below a pipe's 64 KiB.)
+    std::string texts[] = {"", "x", "héllo 日本 😀", std::string(256, 'a'), std::string(257, 'b'), "",
+        std::string(20000, 'c') + "é"};
+    for (int i = 0; i < 256; ++i)
+        texts[5] += "日";
+    for (const std::string& sent : texts)
+        EXPECT_EQ(text(service->sendString_error(str(sent), nullptr)), "echo:" + sent) << sent.size();
+    const char16_t lone[] = {u'a', 0xD800, u'z'};
+    EXPECT_EQ(text(service->sendString_error(String::stringWithCharacters(lone, 3), nullptr)), "echo:a\uFFFDz")
+        << "a lone surrogate travels as U+FFFD";
+}
+
 TEST_F(TXZonIPCServiceTest, ADelegateWithoutAnswersAndUnknownTypesGiveNoReplyAndNoError)
 {
     PeerProcess peer({"serve", "peer", "silent"});
     auto service = connectedToPeer(peer);
+    LogCapture capture;
     Ref<Error> error;
     EXPECT_EQ(service->sendString_error(ZSTR("anyone?"), &error), nullptr);
     EXPECT_EQ(error, nullptr);
+    // No packet object is made for a string or data; the lines read as if one had been.
+    EXPECT_THAT(capture.records(), ContainsLine(5, "Sending Packet: Packet Type: Data (String) Size: 7"));
+    EXPECT_THAT(capture.records(),
+        ContainsLine(2,
+            "Did not receive response packet when one was expected -- sent Packet Type: Data (String) Size: 7"));
+    EXPECT_EQ(service->sendData_error(Data::dataWithBytes("abc", 3), &error), nullptr);
+    EXPECT_THAT(capture.records(), ContainsLine(5, "Sending Packet: Packet Type: Data Size: 3"));
     Ref<TXZonIPCPacket> reply = TXZonIPCPacket::pingPacket();
     EXPECT_TRUE(service->sendPacket_withResponse_error(
         TXZonIPCPacket::initWithData_ofType(Data::dataWithBytes("x", 1), 6), &reply, &error));
@@ -466,6 +492,19 @@ TEST_F(TXZonIPCServiceTest, TheDispatcherAnswersUnknownTypesWithNothing)
     auto ping = service->handlePacket(TXZonIPCPacket::pingPacket());
     ASSERT_TRUE(ping);
     EXPECT_EQ(ping->type(), 1);
+}
+
+TEST_F(TXZonIPCServiceTest, AOneWayRequestsAnswerIsStillLoggedAtTheDetailLevel)
+{
+    // A link to ourselves: the request is handled by this thread's loop. Nobody reads the reply,
+    // but the detail line describes it, so it is built.
+    auto service = makeService();
+    LogCapture capture;
+    ASSERT_TRUE(service->startConnectionTo_error(ZSTR("local"), nullptr));
+    EXPECT_TRUE(service->sendOnewayString_error(ZSTR("hi"), nullptr));
+    EXPECT_TRUE(runLoopUntil([&] { return recorder_->saw("recv hi"); }));
+    EXPECT_THAT(capture.records(), ContainsLine(5, "Responding With Packet: Packet Type: Data (String) Size: 9"));
+    service->stopClientService();
 }
 
 TEST_F(TXZonIPCServiceTest, ConnectionCallbacksReachTheDelegateInTheirForwardingOrder)

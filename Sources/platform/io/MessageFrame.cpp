@@ -17,8 +17,9 @@ void encodeMessageFrameHeader(const MessageFrameHeader& header, uint8_t out[kMes
     std::memcpy(out + 14, &magic, 2);
 }
 
-MessageFrameReader::MessageFrameReader(uint32_t maxLength)
+MessageFrameReader::MessageFrameReader(uint32_t maxLength, size_t prefixLength)
     : maxLength_(std::min(maxLength, kMessageFrameMaxLength))
+    , prefixLength_(std::min(prefixLength, kMessagePrefixMaxLength))
     , staging_(kStagingSize)
 {
 }
@@ -31,7 +32,7 @@ std::span<uint8_t> MessageFrameReader::buffer()
         return {current_.payload.data() + filled_, current_.payload.size() - filled_};
     if (begin_ == end_)
         begin_ = end_ = 0;
-    else if (staging_.size() - end_ < kMessageFrameHeaderSize) {
+    else if (staging_.size() - end_ < kMessageFrameHeaderSize + kMessagePrefixMaxLength) {
         std::memmove(staging_.data(), staging_.data() + begin_, end_ - begin_);
         end_ -= begin_;
         begin_ = 0;
@@ -124,9 +125,16 @@ MessageFrameReader::Status MessageFrameReader::parseStaging()
             status_ = Status::TooLong;
             return status_;
         }
+        // The prefix is read with the header, so the payload alone is left to fill.
+        const size_t prefixLength = std::min<size_t>(prefixLength_, header.length);
+        if (end_ - begin_ < kMessageFrameHeaderSize + prefixLength)
+            return status_;
         begin_ += kMessageFrameHeaderSize;
         current_.header = header;
-        current_.payload.assign(header.length, 0);
+        std::memcpy(current_.prefix.data(), staging_.data() + begin_, prefixLength);
+        current_.prefixLength = static_cast<uint8_t>(prefixLength);
+        begin_ += prefixLength;
+        current_.payload.assign(header.length - prefixLength, 0);
         filled_ = 0;
         inPayload_ = true;
     }

@@ -15,6 +15,7 @@
 
 #include "platform/Export.h"
 
+#include <array>
 #include <cstddef>
 #include <cstdint>
 #include <deque>
@@ -28,6 +29,8 @@ namespace zon {
 inline constexpr uint32_t kMessageFrameMaxLength = 256u * 1024 * 1024;
 inline constexpr uint16_t kMessageFrameMagic = 0x5a43;
 inline constexpr size_t kMessageFrameHeaderSize = 16;
+// The most leading bytes of a message that travel apart from the rest (MessageFrame::prefix).
+inline constexpr size_t kMessagePrefixMaxLength = 8;
 
 enum MessageFrameFlag : uint16_t {
     MessageFrameReplyWanted = 1u << 0, // a request whose sender waits for a reply
@@ -45,8 +48,12 @@ struct MessageFrameHeader {
 
 ZON_EXPORT void encodeMessageFrameHeader(const MessageFrameHeader& header, uint8_t out[kMessageFrameHeaderSize]);
 
+// One message: its first prefixLength bytes (when the reader was asked to split them off) and
+// the rest. Splitting a short header off lets the rest become data of its own without a copy.
 struct MessageFrame {
     MessageFrameHeader header;
+    std::array<uint8_t, kMessagePrefixMaxLength> prefix {};
+    uint8_t prefixLength = 0;
     std::vector<uint8_t> payload;
 };
 
@@ -65,7 +72,9 @@ public:
         TooLong, // a frame announced more than kMessageFrameMaxLength
     };
 
-    explicit MessageFrameReader(uint32_t maxLength = kMessageFrameMaxLength);
+    // Frames split off the first prefixLength bytes (at most kMessagePrefixMaxLength) of their
+    // message into MessageFrame::prefix; a shorter message goes there whole.
+    explicit MessageFrameReader(uint32_t maxLength = kMessageFrameMaxLength, size_t prefixLength = 0);
 
     // Where the next read should put its bytes; never empty while the status is Ok.
     std::span<uint8_t> buffer();
@@ -96,6 +105,7 @@ private:
     void finishPayload();
 
     uint32_t maxLength_;
+    size_t prefixLength_;
     Status status_ = Status::Ok;
     std::vector<uint8_t> staging_;
     size_t begin_ = 0; // unparsed bytes are staging_[begin_, end_)

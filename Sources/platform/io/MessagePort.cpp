@@ -23,7 +23,6 @@
 #include <sys/uio.h>
 #include <sys/un.h>
 #include <unistd.h>
-#include <unordered_map>
 #include <vector>
 
 namespace zon {
@@ -118,18 +117,90 @@ ssize_t sendParts(int fd, iovec* parts, size_t count)
 }
 
 // Sends what is left of one frame.
-ssize_t sendSome(int fd, const uint8_t* header, size_t headerLength, const uint8_t* payload, size_t payloadLength)
+ssize_t sendSome(int fd, const uint8_t* lead, size_t leadLength, const uint8_t* body, size_t bodyLength)
 {
     iovec parts[2];
     size_t count = 0;
-    if (headerLength)
-        parts[count++] = {const_cast<uint8_t*>(header), headerLength};
-    if (payloadLength)
-        parts[count++] = {const_cast<uint8_t*>(payload), payloadLength};
+    if (leadLength)
+        parts[count++] = {const_cast<uint8_t*>(lead), leadLength};
+    if (bodyLength)
+        parts[count++] = {const_cast<uint8_t*>(body), bodyLength};
     return sendParts(fd, parts, count);
 }
 
+// What goes out before a message's body: the frame header, then the message's prefix.
+struct FrameLead {
+    FrameLead() = default;
+    FrameLead(const MessageFrameHeader& header, std::span<const uint8_t> prefix)
+        : length(static_cast<uint8_t>(kMessageFrameHeaderSize + prefix.size()))
+    {
+        encodeMessageFrameHeader(header, bytes);
+        std::copy(prefix.begin(), prefix.end(), bytes + kMessageFrameHeaderSize);
+    }
+    uint8_t bytes[kMessageFrameHeaderSize + kMessagePrefixMaxLength];
+    uint8_t length = 0;
+};
+
+const uint8_t* bytesOf(const Data* data) { return data ? static_cast<const uint8_t*>(data->bytes()) : nullptr; }
+size_t lengthOf(const Data* data) { return data ? data->length() : 0; }
+
+// What an empty payload becomes: requests always have a body; an empty reply says that the
+// receiver answered nothing.
+enum class EmptyPayload { Data, Nil };
+
+// A received frame as a message: its prefix, and its payload as the body.
+MessagePortMessage messageOfFrame(MessageFrame&& frame, EmptyPayload empty)
+{
+    MessagePortMessage message;
+    message.prefix = frame.prefix;
+    message.prefixLength = frame.prefixLength;
+    if (empty == EmptyPayload::Data || !frame.payload.empty())
+        message.body = Data::dataWithVector(std::move(frame.payload));
+    return message;
+}
+
 } // namespace
+
+// ---- Messages ------------------------------------------------------------------------------------
+
+// The body of a message being sent: its bytes and what keeps them if the frame has to be queued,
+// the data they lie in (borrowed for the call, or handed over), or else a copy made then.
+struct MessagePort::OutgoingBody {
+    std::span<const uint8_t> bytes;
+    const Data* borrowed = nullptr;
+    Ref<Data> owned;
+
+    Ref<Data> keep()
+    {
+        if (owned)
+            return std::move(owned);
+        return borrowed ? Ref<Data>(const_cast<Data*>(borrowed)) : Data::dataWithBytes(bytes);
+    }
+};
+
+MessagePortMessage::MessagePortMessage(Ref<Data> body) : body(std::move(body)) {}
+
+MessagePortMessage::MessagePortMessage(std::span<const uint8_t> prefix, Ref<Data> body)
+    : prefixLength(static_cast<uint8_t>(std::min(prefix.size(), kMessagePrefixMaxLength)))
+    , body(std::move(body))
+{
+    std::copy_n(prefix.begin(), prefixLength, this->prefix.begin());
+}
+
+std::span<const uint8_t> MessagePortMessage::bodyBytes() const
+{
+    return body ? body->span() : std::span<const uint8_t>();
+}
+
+Ref<Data> MessagePortMessage::joined() const
+{
+    if (prefixLength == 0)
+        return body;
+    std::vector<uint8_t> bytes(prefix.begin(), prefix.begin() + prefixLength);
+    const auto rest = bodyBytes();
+    bytes.insert(bytes.end(), rest.begin(), rest.end());
+    return Data::dataWithVector(std::move(bytes));
+}
 
 // ---- The receiving side ------------------------------------------------------------------------
 
@@ -139,12 +210,14 @@ using Connection = MessagePortConnection;
 struct MessagePort::LocalEndpoint : std::enable_shared_from_this<LocalEndpoint> {
     Ref<String> name;
     MessagePortPaths paths;
-    Callback callback;
+    size_t prefixLength = 0;
+    RequestHandler handler;
     std::shared_ptr<OwnedFd> listener;
     int lockFd = -1;
 
+    std::atomic<MessagePort*> port {nullptr}; // the port while valid: cleared, under mutex, by invalidate
+
     std::mutex mutex; // guards what follows
-    MessagePort* port = nullptr;
     bool valid = true;
     bool scheduled = false;
     Ref<RunLoop> loop;
@@ -163,15 +236,16 @@ struct MessagePort::LocalEndpoint : std::enable_shared_from_this<LocalEndpoint> 
 class MessagePortConnection : public std::enable_shared_from_this<MessagePortConnection> {
 public:
     struct PendingWrite {
-        uint8_t header[kMessageFrameHeaderSize];
-        size_t headerDone = 0;
-        Ref<Data> payload;
-        size_t payloadDone = 0;
+        FrameLead lead;
+        size_t leadDone = 0;
+        Ref<Data> body;
+        size_t bodyDone = 0;
     };
 
-    MessagePortConnection(std::weak_ptr<MessagePort::LocalEndpoint> endpoint, int fd)
+    MessagePortConnection(std::weak_ptr<MessagePort::LocalEndpoint> endpoint, int fd, size_t prefixLength)
         : endpoint(std::move(endpoint))
         , fd(fd)
+        , reader(kMessageFrameMaxLength, prefixLength)
     {
     }
 
@@ -180,7 +254,7 @@ public:
     // Answers true when the peer closed its end.
     bool readAvailable();
     void dispatchFrames();
-    void queueReply(const MessageFrameHeader& request, Ref<Data> reply);
+    void queueReply(const MessageFrameHeader& request, MessagePortMessage reply);
     bool flush();
     void close();
 
@@ -191,9 +265,9 @@ public:
 
     uint32_t watching = 0; // the events source waits for
 
-    std::mutex mutex; // guards source and closed
+    std::mutex mutex; // guards source, and closed's change
     RunLoopSource source;
-    bool closed = false;
+    std::atomic<bool> closed {false};
 };
 
 bool Connection::watch(uint32_t events)
@@ -267,59 +341,48 @@ void Connection::dispatchFrames()
 {
     // Frames leave the reader one at a time: a callback that runs the loop again may read and
     // handle later frames of this connection before it returns.
+    auto owner = endpoint.lock();
+    if (!owner)
+        return;
     while (reader.hasFrame()) {
-        {
-            std::lock_guard lock(mutex);
-            if (closed)
-                return;
-        }
+        // The handler may have closed this connection or invalidated the port.
+        MessagePort* port = owner->port.load(std::memory_order_acquire);
+        if (closed.load(std::memory_order_acquire) || !port)
+            return;
         MessageFrame frame = reader.takeFrame();
         if (frame.header.flags & MessageFrameIsReply)
             continue; // requests only flow this way; a stray reply has nobody to go to
-        auto owner = endpoint.lock();
-        if (!owner)
-            return;
-        MessagePort* port;
-        {
-            std::lock_guard lock(owner->mutex);
-            if (!owner->valid)
-                return;
-            port = owner->port;
-        }
-        Ref<Data> data = Data::dataWithVector(std::move(frame.payload));
-        Ref<Data> reply;
+        const MessageFrameHeader header = frame.header;
+        const bool replyWanted = header.flags & MessageFrameReplyWanted;
+        MessagePortMessage request = messageOfFrame(std::move(frame), EmptyPayload::Data);
+        MessagePortMessage reply;
         try {
-            reply = owner->callback(port, frame.header.messageId, data.get());
+            reply = owner->handler(port, header.messageId, std::move(request), replyWanted);
         } catch (...) {
             // The sender still hears that nothing will come before the exception moves on.
-            if (frame.header.flags & MessageFrameReplyWanted)
-                queueReply(frame.header, nullptr);
+            if (replyWanted)
+                queueReply(header, {});
             throw;
         }
-        if (frame.header.flags & MessageFrameReplyWanted)
-            queueReply(frame.header, std::move(reply));
+        if (replyWanted)
+            queueReply(header, std::move(reply));
     }
 }
 
-void Connection::queueReply(const MessageFrameHeader& request, Ref<Data> reply)
+void Connection::queueReply(const MessageFrameHeader& request, MessagePortMessage reply)
 {
-    {
-        std::lock_guard lock(mutex);
-        if (closed)
-            return;
-    }
-    PendingWrite write;
+    if (closed.load(std::memory_order_acquire))
+        return;
+    if (reply.length() > kMessageFrameMaxLength)
+        reply = {};
     MessageFrameHeader header;
-    header.length = reply ? static_cast<uint32_t>(reply->length()) : 0;
+    header.length = static_cast<uint32_t>(reply.length());
     header.requestId = request.requestId;
     header.messageId = request.messageId;
     header.flags = MessageFrameIsReply;
-    if (reply && reply->length() > kMessageFrameMaxLength) {
-        header.length = 0;
-        reply = nullptr;
-    }
-    encodeMessageFrameHeader(header, write.header);
-    write.payload = std::move(reply);
+    PendingWrite write;
+    write.lead = FrameLead(header, reply.prefixBytes());
+    write.body = std::move(reply.body);
     const bool wasIdle = pending.empty();
     pending.push_back(std::move(write));
     if (!wasIdle)
@@ -337,18 +400,17 @@ bool Connection::flush()
 {
     while (!pending.empty()) {
         PendingWrite& write = pending.front();
-        const uint8_t* payload = write.payload ? static_cast<const uint8_t*>(write.payload->bytes()) : nullptr;
-        const size_t payloadLength = write.payload ? write.payload->length() : 0;
-        ssize_t n = sendSome(fd.fd, write.header + write.headerDone, kMessageFrameHeaderSize - write.headerDone,
-            payload + write.payloadDone, payloadLength - write.payloadDone);
+        const size_t bodyLength = lengthOf(write.body);
+        ssize_t n = sendSome(fd.fd, write.lead.bytes + write.leadDone, write.lead.length - write.leadDone,
+            bytesOf(write.body) + write.bodyDone, bodyLength - write.bodyDone);
         if (n < 0)
             return false;
         if (n == 0)
             return true;
-        size_t taken = std::min<size_t>(n, kMessageFrameHeaderSize - write.headerDone);
-        write.headerDone += taken;
-        write.payloadDone += static_cast<size_t>(n) - taken;
-        if (write.headerDone == kMessageFrameHeaderSize && write.payloadDone == payloadLength)
+        size_t taken = std::min<size_t>(n, write.lead.length - write.leadDone);
+        write.leadDone += taken;
+        write.bodyDone += static_cast<size_t>(n) - taken;
+        if (write.leadDone == write.lead.length && write.bodyDone == bodyLength)
             pending.pop_front();
     }
     return watch(RunLoopSourceReadable);
@@ -396,7 +458,7 @@ void MessagePort::LocalEndpoint::acceptPending()
             ::close(fd);
             continue;
         }
-        auto connection = std::make_shared<Connection>(weak_from_this(), fd);
+        auto connection = std::make_shared<Connection>(weak_from_this(), fd, prefixLength);
         {
             std::lock_guard lock(mutex);
             if (!valid)
@@ -436,19 +498,21 @@ void MessagePort::LocalEndpoint::invalidate()
 
 struct MessagePort::RemoteLink : std::enable_shared_from_this<RemoteLink> {
     struct Waiter {
+        uint32_t requestId;
         RunLoop* loop;
         String* mode;
         std::atomic<bool> done {false}; // a reply came, or the link died (invalid)
         bool invalid = false;
-        Ref<Data> reply;
+        MessagePortMessage reply;
     };
     // A frame waiting to be written. Only the first frame of the queue is ever partly written, so
     // frames of different threads, or of a send nested in another's wait, never interleave.
     struct OutgoingFrame {
-        uint8_t header[kMessageFrameHeaderSize];
-        Ref<Data> payload;
+        FrameLead lead;
+        Ref<Data> body;
         size_t written = 0;
         bool done = false;
+        size_t length() const { return lead.length + lengthOf(body); }
     };
     // This link's socket watched by one thread's loop in one mode, for replies.
     struct Registration {
@@ -457,11 +521,14 @@ struct MessagePort::RemoteLink : std::enable_shared_from_this<RemoteLink> {
         RunLoopSource source;
     };
 
-    explicit RemoteLink(int fd) : fd(fd) {}
+    RemoteLink(int fd, size_t replyPrefixLength) : fd(fd), reader(kMessageFrameMaxLength, replyPrefixLength) {}
     ~RemoteLink() { invalidate(); }
 
-    MessagePortStatus write(const MessageFrameHeader& header, const Data* data, Clock::time_point deadline,
-        String* waitMode);
+    // Writes one frame, entering waiter (when there is one) among those expecting a reply first.
+    // Handed-over body data is released once written (when this returns, unless it had to be queued).
+    MessagePortStatus write(const MessageFrameHeader& header, std::span<const uint8_t> prefix, OutgoingBody body,
+        double sendTimeout, String* waitMode, Waiter* waiter);
+    void forget(const Waiter* waiter);
     void flushLocked();
     bool watchFromCurrentThread(RunLoop* loop, String* mode);
     void readReplies();
@@ -477,7 +544,7 @@ struct MessagePort::RemoteLink : std::enable_shared_from_this<RemoteLink> {
     bool dead = false;
     std::deque<std::shared_ptr<OutgoingFrame>> outgoing;
     MessageFrameReader reader;
-    std::unordered_map<uint32_t, Waiter*> waiters;
+    std::vector<Waiter*> waiters; // a few at a time: one per thread waiting, plus nested waits
     std::vector<Registration> registrations;
 };
 
@@ -495,14 +562,13 @@ void MessagePort::RemoteLink::flushLocked()
         size_t count = 0, frames = 0;
         for (auto it = outgoing.begin(); it != outgoing.end() && frames < kFramesPerWrite; ++it, ++frames) {
             OutgoingFrame& frame = **it;
-            const size_t headerDone = std::min(frame.written, kMessageFrameHeaderSize);
-            const size_t payloadDone = frame.written - headerDone;
-            if (headerDone < kMessageFrameHeaderSize)
-                parts[count++] = {frame.header + headerDone, kMessageFrameHeaderSize - headerDone};
-            if (frame.payload && payloadDone < frame.payload->length())
-                parts[count++] = {const_cast<void*>(static_cast<const void*>(
-                                      static_cast<const uint8_t*>(frame.payload->bytes()) + payloadDone)),
-                    frame.payload->length() - payloadDone};
+            const size_t leadDone = std::min<size_t>(frame.written, frame.lead.length);
+            const size_t bodyDone = frame.written - leadDone;
+            if (leadDone < frame.lead.length)
+                parts[count++] = {frame.lead.bytes + leadDone, frame.lead.length - leadDone};
+            if (bodyDone < lengthOf(frame.body))
+                parts[count++]
+                    = {const_cast<uint8_t*>(bytesOf(frame.body)) + bodyDone, lengthOf(frame.body) - bodyDone};
         }
         ssize_t n = sendParts(fd.fd, parts, count);
         if (n < 0) {
@@ -513,7 +579,7 @@ void MessagePort::RemoteLink::flushLocked()
             return;
         for (auto left = static_cast<size_t>(n); left > 0;) {
             OutgoingFrame& frame = *outgoing.front();
-            const size_t total = kMessageFrameHeaderSize + (frame.payload ? frame.payload->length() : 0);
+            const size_t total = frame.length();
             const size_t taken = std::min(left, total - frame.written);
             frame.written += taken;
             left -= taken;
@@ -525,35 +591,34 @@ void MessagePort::RemoteLink::flushLocked()
     }
 }
 
-MessagePortStatus MessagePort::RemoteLink::write(
-    const MessageFrameHeader& header, const Data* data, Clock::time_point deadline, String* waitMode)
+MessagePortStatus MessagePort::RemoteLink::write(const MessageFrameHeader& header, std::span<const uint8_t> prefix,
+    OutgoingBody body, double sendTimeout, String* waitMode, Waiter* waiter)
 {
-    uint8_t encoded[kMessageFrameHeaderSize];
-    encodeMessageFrameHeader(header, encoded);
-    const auto* bytes = data ? static_cast<const uint8_t*>(data->bytes()) : nullptr;
-    const size_t length = data ? data->length() : 0;
+    const FrameLead lead(header, prefix);
     std::shared_ptr<OutgoingFrame> frame;
     {
         std::lock_guard lock(mutex);
         if (dead)
             return MessagePortStatus::IsInvalid;
+        if (waiter)
+            waiters.push_back(waiter);
         // With nothing queued ahead the frame is written from here; only what does not fit is
-        // copied into the queue.
+        // queued, with the body's data (lent bytes are copied then).
         size_t written = 0;
         const bool direct = outgoing.empty();
         if (direct) {
-            ssize_t n = sendSome(fd.fd, encoded, kMessageFrameHeaderSize, bytes, length);
+            ssize_t n = sendSome(fd.fd, lead.bytes, lead.length, body.bytes.data(), body.bytes.size());
             if (n < 0) {
                 markDeadLocked();
                 return MessagePortStatus::IsInvalid;
             }
             written = static_cast<size_t>(n);
-            if (written == kMessageFrameHeaderSize + length)
+            if (written == lead.length + body.bytes.size())
                 return MessagePortStatus::Success;
         }
         frame = std::make_shared<OutgoingFrame>();
-        std::memcpy(frame->header, encoded, kMessageFrameHeaderSize);
-        frame->payload = const_cast<Data*>(data);
+        frame->lead = lead;
+        frame->body = body.keep();
         frame->written = written;
         outgoing.push_back(frame);
         if (!direct)
@@ -567,6 +632,7 @@ MessagePortStatus MessagePort::RemoteLink::write(
     // thread's loop keeps serving requests meanwhile, so two peers writing large messages to each
     // other both make progress. The loop may already watch fd in this mode (for replies): a
     // duplicate descriptor is a separate registration.
+    const auto deadline = deadlineAfter(sendTimeout);
     RunLoop* loop = RunLoop::currentRunLoop();
     int watched = ::fcntl(fd.fd, F_DUPFD_CLOEXEC, 0);
     std::weak_ptr<RemoteLink> weak = weak_from_this();
@@ -666,13 +732,13 @@ void MessagePort::RemoteLink::deliverRepliesLocked()
 {
     while (reader.hasFrame()) {
         MessageFrame frame = reader.takeFrame();
-        auto it = waiters.find(frame.header.requestId);
+        auto it = std::find_if(
+            waiters.begin(), waiters.end(), [&](Waiter* w) { return w->requestId == frame.header.requestId; });
         if (!(frame.header.flags & MessageFrameIsReply) || it == waiters.end())
             continue; // a reply that came after its sender stopped waiting
-        Waiter* waiter = it->second;
+        Waiter* waiter = *it;
         waiters.erase(it);
-        if (!frame.payload.empty())
-            waiter->reply = Data::dataWithVector(std::move(frame.payload));
+        waiter->reply = messageOfFrame(std::move(frame), EmptyPayload::Nil);
         waiter->done = true;
         // The waiting thread may be asleep in its own loop: a block ends its wait. On this thread
         // the run that reads is the waiter's own, or one nested in it (see sendRequest).
@@ -690,7 +756,7 @@ void MessagePort::RemoteLink::markDeadLocked()
     // A closed socket reads as ready forever; nobody may keep watching it.
     for (auto& registration : registrations)
         registration.source.invalidate();
-    for (auto& [id, waiter] : waiters) {
+    for (Waiter* waiter : waiters) {
         waiter->invalid = true;
         waiter->done = true;
         if (waiter->loop != RunLoop::currentRunLoop())
@@ -698,6 +764,12 @@ void MessagePort::RemoteLink::markDeadLocked()
     }
     waiters.clear();
     outgoing.clear();
+}
+
+void MessagePort::RemoteLink::forget(const Waiter* waiter)
+{
+    std::lock_guard lock(mutex);
+    std::erase(waiters, waiter);
 }
 
 void MessagePort::RemoteLink::invalidate()
@@ -726,11 +798,22 @@ MessagePort::~MessagePort() { invalidate(); }
 
 Ref<MessagePort> MessagePort::createLocal(String* name, Callback callback)
 {
-    if (!name || !callback)
+    if (!callback)
+        return nullptr;
+    return createLocal(name, 0,
+        [callback = std::move(callback)](MessagePort* port, int32_t messageId, MessagePortMessage request, bool) {
+            return MessagePortMessage(callback(port, messageId, request.body.get()));
+        });
+}
+
+Ref<MessagePort> MessagePort::createLocal(String* name, size_t prefixLength, RequestHandler handler)
+{
+    if (!name || !handler)
         return nullptr;
     auto endpoint = std::make_shared<LocalEndpoint>();
     endpoint->name = adoptRef(static_cast<String*>(name->copy().leakRef()));
-    endpoint->callback = std::move(callback);
+    endpoint->prefixLength = std::min(prefixLength, kMessagePrefixMaxLength);
+    endpoint->handler = std::move(handler);
     std::string why;
     if (!messagePortPaths(name->UTF8String(), endpoint->paths, &why)) {
         endpoint->valid = false;
@@ -760,7 +843,7 @@ Ref<MessagePort> MessagePort::createLocal(String* name, Callback callback)
     return port;
 }
 
-Ref<MessagePort> MessagePort::createRemote(String* name)
+Ref<MessagePort> MessagePort::createRemote(String* name, size_t replyPrefixLength)
 {
     if (!name)
         return nullptr;
@@ -771,7 +854,7 @@ Ref<MessagePort> MessagePort::createRemote(String* name)
     int fd = ::socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0);
     if (fd < 0)
         return nullptr;
-    auto link = std::make_shared<RemoteLink>(fd);
+    auto link = std::make_shared<RemoteLink>(fd, replyPrefixLength);
     // A blocking connect with a time limit: a full backlog of a busy port is waited out rather
     // than reported as a missing port.
     timeval limit {std::chrono::seconds(kConnectTimeout).count(), 0};
@@ -817,46 +900,69 @@ bool MessagePort::scheduleInRunLoop(RunLoop* loop, String* mode)
 MessagePortStatus MessagePort::sendRequest(int32_t messageId, const Data* data, double sendTimeout,
     double receiveTimeout, String* replyMode, Ref<Data>* reply)
 {
+    OutgoingBody body;
+    if (data)
+        body.bytes = data->span();
+    body.borrowed = data;
+    MessagePortMessage replyMessage;
+    const auto status
+        = send(messageId, {}, std::move(body), sendTimeout, receiveTimeout, replyMode, reply ? &replyMessage : nullptr);
     if (reply)
-        *reply = nullptr;
-    auto link = remote_;
+        *reply = replyMessage.length() ? replyMessage.joined() : nullptr;
+    return status;
+}
+
+MessagePortStatus MessagePort::sendRequest(int32_t messageId, std::span<const uint8_t> prefix, Ref<Data> data,
+    double sendTimeout, double receiveTimeout, String* replyMode, MessagePortMessage* reply)
+{
+    OutgoingBody body;
+    if (data)
+        body.bytes = data->span();
+    body.owned = std::move(data);
+    return send(messageId, prefix, std::move(body), sendTimeout, receiveTimeout, replyMode, reply);
+}
+
+MessagePortStatus MessagePort::sendRequest(int32_t messageId, std::span<const uint8_t> prefix,
+    std::span<const uint8_t> bytes, double sendTimeout, double receiveTimeout, String* replyMode,
+    MessagePortMessage* reply)
+{
+    return send(messageId, prefix, {bytes}, sendTimeout, receiveTimeout, replyMode, reply);
+}
+
+MessagePortStatus MessagePort::send(int32_t messageId, std::span<const uint8_t> prefix, OutgoingBody body,
+    double sendTimeout, double receiveTimeout, String* replyMode, MessagePortMessage* reply)
+{
+    if (reply)
+        *reply = {};
+    // Set once at creation; the caller's reference to this port keeps it.
+    RemoteLink* link = remote_.get();
     if (!link)
         return MessagePortStatus::IsInvalid;
-    const size_t length = data ? data->length() : 0;
-    if (length > kMessageFrameMaxLength)
+    const size_t length = prefix.size() + body.bytes.size();
+    if (prefix.size() > kMessagePrefixMaxLength || length > kMessageFrameMaxLength)
         return MessagePortStatus::TransportError;
+
+    MessageFrameHeader header;
+    header.length = static_cast<uint32_t>(length);
+    header.messageId = messageId;
+    // Nothing answers a message sent without a reply mode, so it needs no request id.
+    if (!replyMode)
+        return link->write(header, prefix, std::move(body), sendTimeout, NSDefaultRunLoopMode, nullptr);
+    header.requestId = link->nextRequestId.fetch_add(1, std::memory_order_relaxed);
+    header.flags = MessageFrameReplyWanted;
 
     using Waiter = RemoteLink::Waiter;
     RunLoop* loop = RunLoop::currentRunLoop();
-    Waiter waiter {loop, replyMode};
-    MessageFrameHeader header;
-    header.length = static_cast<uint32_t>(length);
-    header.requestId = link->nextRequestId.fetch_add(1, std::memory_order_relaxed);
-    header.messageId = messageId;
-    header.flags = replyMode ? MessageFrameReplyWanted : 0;
-    {
-        std::lock_guard lock(link->mutex);
-        if (link->dead)
-            return MessagePortStatus::IsInvalid;
-        if (replyMode)
-            link->waiters[header.requestId] = &waiter;
-    }
+    Waiter waiter {header.requestId, loop, replyMode};
     // The waiter leaves the table on every way out, exceptions from a nested callback included.
     struct Forget {
         RemoteLink* link;
-        uint32_t id;
-        ~Forget()
-        {
-            if (link) {
-                std::lock_guard lock(link->mutex);
-                link->waiters.erase(id);
-            }
-        }
-    } forget {replyMode ? link.get() : nullptr, header.requestId};
+        const Waiter* waiter;
+        ~Forget() { link->forget(waiter); }
+    } forget {link, &waiter};
 
-    MessagePortStatus status
-        = link->write(header, data, deadlineAfter(sendTimeout), replyMode ? replyMode : NSDefaultRunLoopMode);
-    if (status != MessagePortStatus::Success || !replyMode)
+    MessagePortStatus status = link->write(header, prefix, std::move(body), sendTimeout, replyMode, &waiter);
+    if (status != MessagePortStatus::Success)
         return status;
     if (!link->watchFromCurrentThread(loop, replyMode)) {
         std::lock_guard lock(link->mutex);

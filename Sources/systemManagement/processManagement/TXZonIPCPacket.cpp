@@ -10,7 +10,6 @@
 #include "platform/values/Geometry.h"
 #include "platform/values/Number.h"
 #include "platform/values/String.h"
-#include "platform/values/UTF.h"
 #include "platform/values/Value.h"
 
 #include <cstring>
@@ -119,6 +118,16 @@ Ref<TXZonIPCPacket> TXZonIPCPacket::initWithData_ofType(Data* data, int32_t type
     return makeObject<TXZonIPCPacket>(type, Ref<Data>(data));
 }
 
+namespace {
+
+// The types whose payload follows the type word; the others keep the whole frame.
+bool isKnownType(int32_t type)
+{
+    return type >= TXZonIPCPacket::kPing && type <= TXZonIPCPacket::kString && type != TXZonIPCPacket::kUnassigned;
+}
+
+} // namespace
+
 // Frames shorter than a type word are type 0 with the frame as payload; known types drop the type
 // word; unknown types (the unassigned 6 included) keep the whole frame so that the log shows what
 // arrived.
@@ -129,17 +138,29 @@ Ref<TXZonIPCPacket> TXZonIPCPacket::initWithZONIPCPacketData(Data* data)
         return initWithData_ofType(data, 0);
     int32_t type;
     std::memcpy(&type, data->bytes(), sizeof type);
-    if (type >= kPing && type <= kString && type != kUnassigned) {
-        // The bytes are kept whole and the payload cut out only when asked for; copy() keeps
-        // immutable data as it is and snapshots mutable data, which its owner may change.
-        return makeObject<TXZonIPCPacket>(type, staticRefCast<Data>(data->copy()), WireBytes {});
-    }
+    if (isKnownType(type))
+        return initWithData_ofType(data->subdataWithRange({sizeof type, length - sizeof type}), type);
     return initWithData_ofType(data, type);
 }
 
 Ref<TXZonIPCPacket> TXZonIPCPacket::packetWithZONIPCPacketData(Data* data)
 {
     return initWithZONIPCPacketData(data);
+}
+
+Ref<TXZonIPCPacket> TXZonIPCPacket::packetWithTypeWord_rest(std::span<const uint8_t> typeWord, Ref<Data> rest)
+{
+    if (typeWord.size() == sizeof(int32_t)) {
+        int32_t type;
+        std::memcpy(&type, typeWord.data(), sizeof type);
+        if (isKnownType(type))
+            return makeObject<TXZonIPCPacket>(type, rest ? std::move(rest) : Data::data());
+    }
+    // Short and unknown frames are read whole; they are small or rare.
+    std::vector<uint8_t> bytes(typeWord.begin(), typeWord.end());
+    if (rest)
+        bytes.insert(bytes.end(), rest->span().begin(), rest->span().end());
+    return initWithZONIPCPacketData(Data::dataWithVector(std::move(bytes)));
 }
 
 Ref<TXZonIPCPacket> TXZonIPCPacket::pingPacket()
@@ -164,13 +185,7 @@ Ref<TXZonIPCPacket> TXZonIPCPacket::packetWithData(Data* data)
 
 Ref<TXZonIPCPacket> TXZonIPCPacket::packetWithString(String* string)
 {
-    if (!string)
-        return initWithData_ofType(nullptr, kString);
-    // Encoded straight after the type word: the wire bytes are ready without another copy.
-    std::vector<uint8_t> wire(sizeof(int32_t));
-    std::memcpy(wire.data(), &kString, sizeof(int32_t));
-    utf::appendUTF16ToUTF8(string->view(), wire);
-    return makeObject<TXZonIPCPacket>(kString, Data::dataWithVector(std::move(wire)), WireBytes {});
+    return makeObject<TXZonIPCPacket>(kString, Data::dataWithUTF8OfString(string));
 }
 
 Ref<TXZonIPCPacket> TXZonIPCPacket::packetWithDictionary(Dictionary* dictionary)
@@ -206,60 +221,32 @@ Ref<TXZonIPCPacket> TXZonIPCPacket::packetWithDictionary(Dictionary* dictionary)
 
 Ref<Data> TXZonIPCPacket::ZONIPCPacketData() const
 {
-    if (wire_)
-        return wire_;
     // Built once in the storage the returned data keeps: the payload is copied a single time.
-    const size_t payloadLength = sendData_ ? sendData_->length() : 0;
+    const auto type = typeWord();
+    const auto payload = payloadBytes();
     std::vector<uint8_t> bytes;
-    bytes.reserve(sizeof packetType_ + payloadLength);
-    const auto* type = reinterpret_cast<const uint8_t*>(&packetType_);
-    bytes.insert(bytes.end(), type, type + sizeof packetType_);
-    if (payloadLength) {
-        const auto body = sendData_->span();
-        bytes.insert(bytes.end(), body.begin(), body.end());
-    }
+    bytes.reserve(type.size() + payload.size());
+    bytes.insert(bytes.end(), type.begin(), type.end());
+    bytes.insert(bytes.end(), payload.begin(), payload.end());
     return Data::dataWithVector(std::move(bytes));
 }
 
-Data* TXZonIPCPacket::payload() const
+std::array<uint8_t, 4> TXZonIPCPacket::typeWord() const
 {
-    if (wire_) {
-        std::call_once(payloadCut_, [this] {
-            sendData_ = wire_->subdataWithRange({sizeof(int32_t), wire_->length() - sizeof(int32_t)});
-        });
-    }
-    return sendData_.get();
+    std::array<uint8_t, 4> word;
+    std::memcpy(word.data(), &packetType_, sizeof packetType_);
+    return word;
 }
 
 std::span<const uint8_t> TXZonIPCPacket::payloadBytes() const
 {
-    if (wire_)
-        return wire_->span().subspan(sizeof(int32_t));
     return sendData_ ? sendData_->span() : std::span<const uint8_t>();
-}
-
-void TXZonIPCPacket::dropWireBytes()
-{
-    payload();
-    wire_ = nullptr;
-}
-
-void TXZonIPCPacket::setSendData(Data* data)
-{
-    dropWireBytes();
-    sendData_ = data;
-}
-
-void TXZonIPCPacket::setPacketType(int32_t type)
-{
-    dropWireBytes();
-    packetType_ = type;
 }
 
 Ref<Dictionary> TXZonIPCPacket::dictionaryValue() const
 {
     Ref<Object> parsed;
-    if (Data* bytes = payload(); bytes && bytes->length() > 0)
+    if (Data* bytes = sendData_.get(); bytes && bytes->length() > 0)
         parsed = PropertyListSerialization::propertyListWithData(bytes, nullptr, nullptr, NSPropertyListMutableContainers);
     auto* dictionary = dynamicCast<MutableDictionary>(parsed.get());
     if (!dictionary)
@@ -285,7 +272,7 @@ Ref<Dictionary> TXZonIPCPacket::dictionaryValue() const
 
 Ref<String> TXZonIPCPacket::stringValue() const
 {
-    if (!wire_ && !sendData_)
+    if (!sendData_)
         return String::string();
     const auto bytes = payloadBytes();
     return String::stringWithUTF8String(std::string_view(reinterpret_cast<const char*>(bytes.data()), bytes.size()));
@@ -298,8 +285,13 @@ bool TXZonIPCPacket::isCommsPacket() const
 
 Ref<String> TXZonIPCPacket::description() const
 {
-    return String::stringWithFormat("Packet Type: %@ Size: %d", descriptionOfPacketType(packetType_),
-        static_cast<int>(payloadBytes().size()));
+    return descriptionWithType_size(packetType_, payloadBytes().size());
+}
+
+Ref<String> TXZonIPCPacket::descriptionWithType_size(int32_t type, size_t payloadLength)
+{
+    return String::stringWithFormat(
+        "Packet Type: %@ Size: %d", descriptionOfPacketType(type), static_cast<int>(payloadLength));
 }
 
 } // namespace zon

@@ -2,8 +2,8 @@
 
 #include "platform/runtime/Object.h"
 
+#include <array>
 #include <cstdint>
-#include <mutex>
 #include <span>
 
 namespace zon {
@@ -41,6 +41,10 @@ public:
 
     // Parses wire bytes (nil counts as no bytes).
     static Ref<TXZonIPCPacket> packetWithZONIPCPacketData(Data* data);
+    // Parses wire bytes that arrive in two parts, the first (up to) 4 bytes and the rest (nil
+    // counts as no bytes): the packet packetWithZONIPCPacketData makes of the two joined, but a
+    // known type takes rest itself as its payload, without a copy.
+    static Ref<TXZonIPCPacket> packetWithTypeWord_rest(std::span<const uint8_t> typeWord, Ref<Data> rest);
     static Ref<TXZonIPCPacket> pingPacket();
     // A packet of this type carrying the UTF-8 of the service name.
     static Ref<TXZonIPCPacket> connectPacket_fromService(int32_t type, String* serviceName);
@@ -59,13 +63,15 @@ public:
 
     // The wire bytes: the type then the payload.
     Ref<Data> ZONIPCPacketData() const;
+    // The first 4 wire bytes, the type in host order; the payload follows them on the wire.
+    std::array<uint8_t, 4> typeWord() const;
 
     int32_t packetType() const { return packetType_; }
-    void setPacketType(int32_t type);
-    Data* sendData() const { return payload(); }
-    void setSendData(Data* data);
+    void setPacketType(int32_t type) { packetType_ = type; }
+    Data* sendData() const { return sendData_.get(); }
+    void setSendData(Data* data) { sendData_ = data; }
     int32_t type() const { return packetType_; }
-    Data* dataValue() const { return payload(); }
+    Data* dataValue() const { return sendData_.get(); }
 
     // The payload read as a property-list dictionary with its geometric values rebuilt and the
     // reserved key removed; an empty dictionary when the payload is not a dictionary.
@@ -77,26 +83,19 @@ public:
 
     // "Packet Type: <type text> Size: <payload length>".
     Ref<String> description() const override;
+    // The description of a packet of this type and payload length, for one that was not made.
+    static Ref<String> descriptionWithType_size(int32_t type, size_t payloadLength);
 
     // The description text of a packet type: "Ping", "Data (Dictionary)", ..., "Unknown".
     static String* descriptionOfPacketType(int32_t type);
 
 private:
-    struct WireBytes {};
     TXZonIPCPacket(int32_t type, Ref<Data> data) : packetType_(type), sendData_(std::move(data)) {}
-    TXZonIPCPacket(int32_t type, Ref<Data> wire, WireBytes) : packetType_(type), wire_(std::move(wire)) {}
 
-    // The payload; a packet that holds its wire bytes cuts it out of them on first use only, so
-    // that strings, the bulk of the traffic, are sent and read without copying their bytes.
-    Data* payload() const;
     std::span<const uint8_t> payloadBytes() const;
-    // Turns a packet that holds its wire bytes into one that holds its payload, before a change.
-    void dropWireBytes();
 
     int32_t packetType_;
-    Ref<Data> wire_; // the type then the payload, immutable; nil unless made from or for the wire
-    mutable std::once_flag payloadCut_;
-    mutable Ref<Data> sendData_;
+    Ref<Data> sendData_;
 };
 
 } // namespace zon

@@ -12,7 +12,10 @@
 #include "platform/values/Error.h"
 #include "platform/values/Exception.h"
 #include "platform/values/String.h"
+#include "platform/values/UTF.h"
 
+#include <array>
+#include <bit>
 #include <chrono>
 
 namespace zon {
@@ -31,16 +34,38 @@ void setError(Ref<Error>* slot, Ref<Error> error)
 
 // A delegate answer that is not of the kind its reply packs into cannot be sent back.
 template <class T>
-Ref<T> answerOfKind(Ref<Object> answer, const char* sel)
+Ref<T> answerOfKind(Ref<Object> answer, SEL sel)
 {
     if (!answer)
         return nullptr;
-    Ref<T> typed = dynamicCast<T>(answer);
-    if (!typed)
+    if (!dynamicCast<T>(answer.get()))
         raisePlatformException(NSInvalidArgumentException,
-            std::string("-[TXZonIPCService ") + sel + "]: the delegate answered " + answer->objectClass()->name()
+            "-[TXZonIPCService " + sel->name() + "]: the delegate answered " + answer->objectClass()->name()
                 + ", which cannot be packed into the reply");
-    return typed;
+    return staticRefCast<T>(std::move(answer));
+}
+
+// The per-message detail lines (level 5) are usually off: the category is only looked up for a
+// line that is written.
+template <class... Args>
+void logDetail(const Object* self, const char* file, int line, std::string_view format, const Args&... args)
+{
+    if (logger::isEnabled(5))
+        zon_log_obj(file, line, self->objectLogCategory(), 5, kDefaultLogIdentifier, format, args...);
+}
+
+// Packets travel through the ports in two parts, the type word and the payload, so that neither
+// side joins them into a new buffer: large data goes out and comes in without a copy.
+constexpr size_t kWirePrefixLength = 4;
+
+MessagePortMessage messageOfPacket(const TXZonIPCPacket* packet)
+{
+    return MessagePortMessage(packet->typeWord(), Ref<Data>(packet->sendData()));
+}
+
+Ref<TXZonIPCPacket> packetOfMessage(MessagePortMessage&& message)
+{
+    return TXZonIPCPacket::packetWithTypeWord_rest(message.prefixBytes(), std::move(message.body));
 }
 
 } // namespace
@@ -148,9 +173,13 @@ Ref<MessagePort> TXZonIPCService::remoteServicePort() const { return readLocked(
 
 bool TXZonIPCService::startService_error(String* name, Ref<Error>* error)
 {
-    auto port = MessagePort::createLocal(name, [this](MessagePort* port, int32_t messageId, Data* data) {
-        return TXIPCServerRecvCallback(port, messageId, data, this);
-    });
+    auto port = MessagePort::createLocal(name, kWirePrefixLength,
+        [this](MessagePort*, int32_t, MessagePortMessage request, bool replyWanted) {
+            AutoreleasePool pool;
+            auto reply
+                = receivePacket(packetOfMessage(std::move(request)), replyWanted ? ReplyUse::Sent : ReplyUse::Dropped);
+            return reply ? messageOfPacket(reply) : MessagePortMessage();
+        });
     if (!port) {
         setError(error, Error::zonErrorWithCode_description(4, ZSTR("Failed to get servicePort")));
         return false;
@@ -197,14 +226,21 @@ void TXZonIPCService::stopService()
 Ref<Data> TXIPCServerRecvCallback(MessagePort*, int32_t, Data* data, void* info)
 {
     AutoreleasePool pool;
-    auto packet = TXZonIPCPacket::packetWithZONIPCPacketData(data);
+    auto reply = static_cast<TXZonIPCService*>(info)->receivePacket(
+        TXZonIPCPacket::packetWithZONIPCPacketData(data), TXZonIPCService::ReplyUse::Sent);
+    return reply ? reply->ZONIPCPacketData() : nullptr;
+}
+
+// The local port's requests arrive here through TXIPCServerRecvCallback or, split at the type
+// word, straight from the port's handler.
+Ref<TXZonIPCPacket> TXZonIPCService::receivePacket(Ref<TXZonIPCPacket> packet, ReplyUse use)
+{
     if (!packet) {
         zon_log_obj(
             __FILE__, __LINE__, TXZonIPCService::objectCategory(), 1, kDefaultLogIdentifier, "Recieved NULL Packet");
         return nullptr;
     }
-    auto reply = static_cast<TXZonIPCService*>(info)->handlePacket(packet);
-    return reply ? reply->ZONIPCPacketData() : nullptr;
+    return dispatchPacket(packet, use, PayloadUse::Released);
 }
 
 // ---- The link to the peer ------------------------------------------------------------------------
@@ -220,7 +256,7 @@ bool TXZonIPCService::startConnectionTo_error(String* name, Ref<Error>* error)
                 0, ZSTR("Already connected to a client, must disconnect from client to establish new connection")));
         return false;
     }
-    auto port = MessagePort::createRemote(name);
+    auto port = MessagePort::createRemote(name, kWirePrefixLength);
     if (!port) {
         setError(error, Error::zonErrorWithCode_description(4, ZSTR("Failed to get client servicePort")));
         return false;
@@ -332,28 +368,48 @@ bool TXZonIPCService::sendPacket_withResponse_error(
 bool TXZonIPCService::sendPacket_withResponse_timeout_error(
     TXZonIPCPacket* packet, Ref<TXZonIPCPacket>* response, double timeout, Ref<Error>* error)
 {
+    if (!packet) {
+        setError(error, Error::zonErrorWithCode(remoteServicePort() ? 3 : 1));
+        return false;
+    }
+    Data* payload = packet->sendData();
+    const auto bytes = payload ? payload->span() : std::span<const uint8_t>();
+    return sendOutgoing({packet->type(), bytes, Ref<Data>(payload), packet}, response, timeout, error);
+}
+
+bool TXZonIPCService::sendOutgoing(
+    OutgoingPacket outgoing, Ref<TXZonIPCPacket>* response, double timeout, Ref<Error>* error)
+{
     auto port = remoteServicePort();
     if (!port) {
         setError(error, Error::zonErrorWithCode(1));
         return false;
     }
-    if (!packet) {
-        setError(error, Error::zonErrorWithCode(3));
-        return false;
-    }
     String* replyMode = (!response && timeout < kNoReplyThreshold) ? nullptr : NSDefaultRunLoopMode;
-    const bool isPing = packet->type() == TXZonIPCPacket::kPing;
-    if (!isPing)
-        zon_log_obj(__FILE__, __LINE__, objectLogCategory(), 5, kDefaultLogIdentifier, "Sending Packet: %@", packet);
+    const bool isPing = outgoing.type == TXZonIPCPacket::kPing;
+    const size_t payloadLength = outgoing.payload.size();
+    // The payload may be gone once sent: what log lines show of a packet that was not made is taken now.
+    auto sent = [&]() -> Ref<Object> {
+        if (outgoing.packet)
+            return Ref<Object>(outgoing.packet);
+        return TXZonIPCPacket::descriptionWithType_size(outgoing.type, payloadLength);
+    };
+    if (!isPing && logger::isEnabled(5))
+        logDetail(this, __FILE__, __LINE__, "Sending Packet: %@", sent().get());
 
-    Ref<Data> replyData;
-    auto status = port->sendRequest(messageCounter.load(std::memory_order_relaxed), packet->ZONIPCPacketData(),
-        kSendTimeout, timeout, replyMode, &replyData);
-    messageCounter.fetch_add(1, std::memory_order_relaxed);
+    const auto typeWord = std::bit_cast<std::array<uint8_t, sizeof(int32_t)>>(outgoing.type);
+    MessagePortMessage replyMessage;
+    // Read and bumped without a locked instruction, like the plain counter it stands for.
+    const int32_t messageId = messageCounter.load(std::memory_order_relaxed);
+    messageCounter.store(static_cast<int32_t>(static_cast<uint32_t>(messageId) + 1), std::memory_order_relaxed);
+    auto status = outgoing.payloadData
+        ? port->sendRequest(messageId, typeWord, std::move(outgoing.payloadData), kSendTimeout, timeout, replyMode,
+              &replyMessage)
+        : port->sendRequest(messageId, typeWord, outgoing.payload, kSendTimeout, timeout, replyMode, &replyMessage);
 
     Ref<TXZonIPCPacket> reply;
-    if (replyData && replyData->length() > 0)
-        reply = TXZonIPCPacket::packetWithZONIPCPacketData(replyData);
+    if (replyMessage.length() > 0)
+        reply = packetOfMessage(std::move(replyMessage));
     if (response)
         *response = reply;
     if (status != MessagePortStatus::Success)
@@ -367,21 +423,56 @@ bool TXZonIPCService::sendPacket_withResponse_timeout_error(
             zon_log_obj(__FILE__, __LINE__, objectLogCategory(), 2, kDefaultLogIdentifier, "Did not recv ping packet");
         else
             zon_log_obj(__FILE__, __LINE__, objectLogCategory(), 2, kDefaultLogIdentifier,
-                "Did not receive response packet when one was expected -- sent %@", packet);
+                "Did not receive response packet when one was expected -- sent %@", sent().get());
     }
     if (reply && reply->type() != TXZonIPCPacket::kPing)
-        zon_log_obj(
-            __FILE__, __LINE__, objectLogCategory(), 5, kDefaultLogIdentifier, "Packet Response: %@", reply.get());
+        logDetail(this, __FILE__, __LINE__, "Packet Response: %@", reply.get());
     return status == MessagePortStatus::Success;
+}
+
+// The packet packetWithString makes, sent without making it. Short text is encoded on the stack;
+// long text into data that the port lets go of once written, so that its memory is free again
+// before the reply is read (which keeps a large echo's buffers below the allocator's trimming
+// threshold: see docs/IPC.md).
+bool TXZonIPCService::sendStringPacket(String* string, Ref<TXZonIPCPacket>* response, double timeout, Ref<Error>* error)
+{
+    constexpr size_t kStackUnits = 256;
+    if (string && string->length() <= kStackUnits) {
+        uint8_t utf8[3 * kStackUnits];
+        const char* end = utf::convertUTF16ToUTF8(string->view(), reinterpret_cast<char*>(utf8));
+        const size_t length = static_cast<size_t>(end - reinterpret_cast<char*>(utf8));
+        return sendOutgoing({TXZonIPCPacket::kString, {utf8, length}, nullptr, nullptr}, response, timeout, error);
+    }
+    Ref<Data> utf8 = string ? Data::dataWithUTF8OfString(string) : nullptr;
+    const auto bytes = utf8 ? utf8->span() : std::span<const uint8_t>();
+    return sendOutgoing({TXZonIPCPacket::kString, bytes, std::move(utf8), nullptr}, response, timeout, error);
+}
+
+// The packet packetWithData makes, sent without making it: its payload is data itself.
+bool TXZonIPCService::sendDataPacket(Data* data, Ref<TXZonIPCPacket>* response, double timeout, Ref<Error>* error)
+{
+    const auto bytes = data ? data->span() : std::span<const uint8_t>();
+    return sendOutgoing({TXZonIPCPacket::kData, bytes, Ref<Data>(data), nullptr}, response, timeout, error);
 }
 
 // ---- The dispatcher --------------------------------------------------------------------------------
 
 Ref<TXZonIPCPacket> TXZonIPCService::handlePacket(TXZonIPCPacket* packet)
 {
+    return dispatchPacket(packet, ReplyUse::Sent, PayloadUse::Kept);
+}
+
+Ref<TXZonIPCPacket> TXZonIPCService::dispatchPacket(TXZonIPCPacket* packet, ReplyUse replyUse, PayloadUse payloadUse)
+{
     const int32_t type = packet ? packet->type() : 0;
     if (type != TXZonIPCPacket::kPing)
-        zon_log_obj(__FILE__, __LINE__, objectLogCategory(), 5, kDefaultLogIdentifier, "Handling Packet: %@", packet);
+        logDetail(this, __FILE__, __LINE__, "Handling Packet: %@", packet);
+    // A request that the receive path holds alone has served its purpose once read: its bytes are
+    // let go before the reply is built, so a large echo needs one buffer fewer at a time.
+    auto payloadRead = [&] {
+        if (payloadUse == PayloadUse::Released)
+            packet->setSendData(nullptr);
+    };
     Ref<TXZonIPCPacket> reply;
     switch (type) {
     case TXZonIPCPacket::kPing:
@@ -408,17 +499,20 @@ Ref<TXZonIPCPacket> TXZonIPCService::handlePacket(TXZonIPCPacket* packet)
         break;
     case TXZonIPCPacket::kDictionary: {
         auto dictionary = packet->dictionaryValue();
-        zon_log_obj(__FILE__, __LINE__, objectLogCategory(), 5, kDefaultLogIdentifier, "Dictionary Contents: %@",
-            dictionary.get());
+        payloadRead();
+        logDetail(this, __FILE__, __LINE__, "Dictionary Contents: %@", dictionary.get());
         if (auto answer = ipcService_didRecvDictionary(this, dictionary))
             reply = TXZonIPCPacket::packetWithDictionary(answer);
         break;
     }
     case TXZonIPCPacket::kString: {
         auto string = packet->stringValue();
-        zon_log_obj(
-            __FILE__, __LINE__, objectLogCategory(), 5, kDefaultLogIdentifier, "String Contents: %@", string.get());
-        if (auto answer = ipcService_didRecvString(this, string))
+        payloadRead();
+        logDetail(this, __FILE__, __LINE__, "String Contents: %@", string.get());
+        // A string reply that nobody reads and no log line describes is not encoded. (Packing a
+        // dictionary can log, so those replies are always built.)
+        auto answer = ipcService_didRecvString(this, string);
+        if (answer && (replyUse == ReplyUse::Sent || logger::isEnabled(5)))
             reply = TXZonIPCPacket::packetWithString(answer);
         break;
     }
@@ -428,11 +522,9 @@ Ref<TXZonIPCPacket> TXZonIPCService::handlePacket(TXZonIPCPacket* packet)
         break;
     }
     if (reply)
-        zon_log_obj(__FILE__, __LINE__, objectLogCategory(), 5, kDefaultLogIdentifier, "Responding With Packet: %@",
-            reply.get());
+        logDetail(this, __FILE__, __LINE__, "Responding With Packet: %@", reply.get());
     else
-        zon_log_obj(__FILE__, __LINE__, objectLogCategory(), 5, kDefaultLogIdentifier, "Responding With Packet: %@",
-            ZSTR("Nothing"));
+        logDetail(this, __FILE__, __LINE__, "Responding With Packet: %@", ZSTR("Nothing"));
     return reply;
 }
 
@@ -446,13 +538,6 @@ void TXZonIPCService::performOnServiceThread(const char* sel, Object* first, Obj
 
 // ---- Sending the three kinds -------------------------------------------------------------------------
 
-Ref<TXZonIPCPacket> TXZonIPCService::sendForReply(Ref<TXZonIPCPacket> packet, double timeout, Ref<Error>* error)
-{
-    Ref<TXZonIPCPacket> reply;
-    if (!sendPacket_withResponse_timeout_error(packet.get(), &reply, timeout, error))
-        return nullptr;
-    return reply;
-}
 
 Ref<Data> TXZonIPCService::sendData_error(Data* data, Ref<Error>* error)
 {
@@ -473,21 +558,28 @@ Ref<String> TXZonIPCService::sendString_error(String* string, Ref<Error>* error)
 // the raw bytes of the dictionary its receiver answered.
 Ref<Data> TXZonIPCService::sendData_withResponseTimeout_error(Data* data, double timeout, Ref<Error>* error)
 {
-    auto reply = sendForReply(TXZonIPCPacket::packetWithData(data), timeout, error);
-    return reply ? Ref<Data>(reply->dataValue()) : nullptr;
+    Ref<TXZonIPCPacket> reply;
+    if (!sendDataPacket(data, &reply, timeout, error) || !reply)
+        return nullptr;
+    return Ref<Data>(reply->dataValue());
 }
 
 Ref<Dictionary> TXZonIPCService::sendDictionary_withResponseTimeout_error(
     Dictionary* dictionary, double timeout, Ref<Error>* error)
 {
-    auto reply = sendForReply(TXZonIPCPacket::packetWithDictionary(dictionary), timeout, error);
-    return reply ? reply->dictionaryValue() : nullptr;
+    Ref<TXZonIPCPacket> reply;
+    if (!sendPacket_withResponse_timeout_error(TXZonIPCPacket::packetWithDictionary(dictionary), &reply, timeout, error)
+        || !reply)
+        return nullptr;
+    return reply->dictionaryValue();
 }
 
 Ref<String> TXZonIPCService::sendString_withResponseTimeout_error(String* string, double timeout, Ref<Error>* error)
 {
-    auto reply = sendForReply(TXZonIPCPacket::packetWithString(string), timeout, error);
-    return reply ? reply->stringValue() : nullptr;
+    Ref<TXZonIPCPacket> reply;
+    if (!sendStringPacket(string, &reply, timeout, error) || !reply)
+        return nullptr;
+    return reply->stringValue();
 }
 
 bool TXZonIPCService::sendOnewayData_error(Data* data, Ref<Error>* error)
@@ -507,7 +599,7 @@ bool TXZonIPCService::sendOnewayString_error(String* string, Ref<Error>* error)
 
 bool TXZonIPCService::sendOnewayData_withResponseTimeout_error(Data* data, double timeout, Ref<Error>* error)
 {
-    return sendPacket_withResponse_timeout_error(TXZonIPCPacket::packetWithData(data), nullptr, timeout, error);
+    return sendDataPacket(data, nullptr, timeout, error);
 }
 
 bool TXZonIPCService::sendOnewayDictionary_withResponseTimeout_error(
@@ -519,7 +611,7 @@ bool TXZonIPCService::sendOnewayDictionary_withResponseTimeout_error(
 
 bool TXZonIPCService::sendOnewayString_withResponseTimeout_error(String* string, double timeout, Ref<Error>* error)
 {
-    return sendPacket_withResponse_timeout_error(TXZonIPCPacket::packetWithString(string), nullptr, timeout, error);
+    return sendStringPacket(string, nullptr, timeout, error);
 }
 
 void TXZonIPCService::sendData(Data* data) { performOnServiceThread("sendAsyncData:", data); }
@@ -562,99 +654,111 @@ void TXZonIPCService::sendAsyncString(String* string)
 
 // ---- Delegate forwarding ----------------------------------------------------------------------------
 
-Ref<Object> TXZonIPCService::forwardToDelegate(const char* sel, std::initializer_list<Object*> arguments)
+Ref<Object> TXZonIPCService::forwardToDelegate(SEL sel, std::initializer_list<Object*> arguments)
 {
     Object* target = delegate();
-    SEL method = selector(sel);
-    if (!target || !target->respondsToSelector(method))
+    if (!target)
         return nullptr;
-    return target->performSelectorWithArguments(method, Arguments(arguments.begin(), arguments.size()));
+    const Arguments args(arguments.begin(), arguments.size());
+    // One lookup for the usual delegate, which implements its callbacks itself.
+    if (const Method* method = target->methodForSelector(sel))
+        return method->implementation(target, sel, args);
+    if (!target->respondsToSelector(sel))
+        return nullptr;
+    return target->performSelectorWithArguments(sel, args);
 }
 
 Ref<Dictionary> TXZonIPCService::ipcService_didRecvData(TXZonIPCService* service, Data* data)
 {
-    return answerOfKind<Dictionary>(
-        forwardToDelegate("ipcService:didRecvData:", { service, data }), "ipcService:didRecvData:");
+    static const SEL sel = selector("ipcService:didRecvData:");
+    return answerOfKind<Dictionary>(forwardToDelegate(sel, {service, data}), sel);
 }
 
 Ref<Dictionary> TXZonIPCService::ipcService_didRecvDictionary(TXZonIPCService* service, Dictionary* dictionary)
 {
-    return answerOfKind<Dictionary>(
-        forwardToDelegate("ipcService:didRecvDictionary:", {service, dictionary}), "ipcService:didRecvDictionary:");
+    static const SEL sel = selector("ipcService:didRecvDictionary:");
+    return answerOfKind<Dictionary>(forwardToDelegate(sel, {service, dictionary}), sel);
 }
 
 Ref<String> TXZonIPCService::ipcService_didRecvString(TXZonIPCService* service, String* string)
 {
-    return answerOfKind<String>(
-        forwardToDelegate("ipcService:didRecvString:", { service, string }), "ipcService:didRecvString:");
+    static const SEL sel = selector("ipcService:didRecvString:");
+    return answerOfKind<String>(forwardToDelegate(sel, {service, string}), sel);
 }
 
 void TXZonIPCService::ipcService_didEstablishConnectionToRemoteService(TXZonIPCService* service, String* remoteName)
 {
     ipcServiceDidEstablishConnectionToRemoteService(service);
-    forwardToDelegate("ipcService:didEstablishConnectionToRemoteService:", {service, remoteName});
+    static const SEL sel = selector("ipcService:didEstablishConnectionToRemoteService:");
+    forwardToDelegate(sel, {service, remoteName});
 }
 
 void TXZonIPCService::ipcService_didFailToEstablishConnectionToRemoteService_error(
     TXZonIPCService* service, String* remoteName, Error* error)
 {
-    forwardToDelegate("ipcService:didFailToEstablishConnectionToRemoteService:error:", {service, remoteName, error});
+    static const SEL sel = selector("ipcService:didFailToEstablishConnectionToRemoteService:error:");
+    forwardToDelegate(sel, {service, remoteName, error});
 }
 
 void TXZonIPCService::ipcService_didDisconnectFromRemoteService(TXZonIPCService* service, String* remoteName)
 {
     ipcServiceDidDisconnectFromRemoteService(this);
-    forwardToDelegate("ipcService:didDisconnectFromRemoteService:", {service, remoteName});
+    static const SEL sel = selector("ipcService:didDisconnectFromRemoteService:");
+    forwardToDelegate(sel, {service, remoteName});
 }
 
 void TXZonIPCService::ipcService_didFailToSendData_toRemoteService_error(
     TXZonIPCService* service, Data* data, String* remoteName, Error* error)
 {
-    forwardToDelegate("ipcService:didFailToSendData:toRemoteService:error:", {service, data, remoteName, error});
+    static const SEL sel = selector("ipcService:didFailToSendData:toRemoteService:error:");
+    forwardToDelegate(sel, {service, data, remoteName, error});
 }
 
 void TXZonIPCService::ipcService_didFailToSendDictionary_toRemoteService_error(
     TXZonIPCService* service, Dictionary* dictionary, String* remoteName, Error* error)
 {
-    forwardToDelegate(
-        "ipcService:didFailToSendDictionary:toRemoteService:error:", { service, dictionary, remoteName, error });
+    static const SEL sel = selector("ipcService:didFailToSendDictionary:toRemoteService:error:");
+    forwardToDelegate(sel, {service, dictionary, remoteName, error});
 }
 
 void TXZonIPCService::ipcService_didFailToSendString_toRemoteService_error(
     TXZonIPCService* service, String* string, String* remoteName, Error* error)
 {
-    forwardToDelegate("ipcService:didFailToSendString:toRemoteService:error:", {service, string, remoteName, error});
+    static const SEL sel = selector("ipcService:didFailToSendString:toRemoteService:error:");
+    forwardToDelegate(sel, {service, string, remoteName, error});
 }
 
 void TXZonIPCService::ipcService_didGetDataResponse_fromRemoteService_fromSentData(
     TXZonIPCService* service, Data* response, String* remoteName, Data* sent)
 {
-    forwardToDelegate(
-        "ipcService:didGetDataResponse:fromRemoteService:fromSentData:", { service, response, remoteName, sent });
+    static const SEL sel = selector("ipcService:didGetDataResponse:fromRemoteService:fromSentData:");
+    forwardToDelegate(sel, {service, response, remoteName, sent});
 }
 
 void TXZonIPCService::ipcService_didGetDictionaryResponse_fromRemoteService_fromSentDictionary(
     TXZonIPCService* service, Dictionary* response, String* remoteName, Dictionary* sent)
 {
-    forwardToDelegate("ipcService:didGetDictionaryResponse:fromRemoteService:fromSentDictionary:",
-        { service, response, remoteName, sent });
+    static const SEL sel = selector("ipcService:didGetDictionaryResponse:fromRemoteService:fromSentDictionary:");
+    forwardToDelegate(sel, {service, response, remoteName, sent});
 }
 
 void TXZonIPCService::ipcService_didGetStringResponse_fromRemoteService_fromSentString(
     TXZonIPCService* service, String* response, String* remoteName, String* sent)
 {
-    forwardToDelegate(
-        "ipcService:didGetStringResponse:fromRemoteService:fromSentString:", { service, response, remoteName, sent });
+    static const SEL sel = selector("ipcService:didGetStringResponse:fromRemoteService:fromSentString:");
+    forwardToDelegate(sel, {service, response, remoteName, sent});
 }
 
 void TXZonIPCService::ipcServiceDidEstablishConnectionToRemoteService(TXZonIPCService* service)
 {
-    forwardToDelegate("ipcServiceDidEstablishConnectionToRemoteService:", {service});
+    static const SEL sel = selector("ipcServiceDidEstablishConnectionToRemoteService:");
+    forwardToDelegate(sel, {service});
 }
 
 void TXZonIPCService::ipcServiceDidDisconnectFromRemoteService(TXZonIPCService* service)
 {
-    forwardToDelegate("ipcServiceDidDisconnectFromRemoteService:", {service});
+    static const SEL sel = selector("ipcServiceDidDisconnectFromRemoteService:");
+    forwardToDelegate(sel, {service});
 }
 
 } // namespace zon

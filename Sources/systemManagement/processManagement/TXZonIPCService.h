@@ -41,6 +41,7 @@
 #include <atomic>
 #include <cstdint>
 #include <mutex>
+#include <span>
 
 namespace zon {
 
@@ -147,15 +148,42 @@ public:
     ~TXZonIPCService() override;
 
 private:
+    friend Ref<Data> TXIPCServerRecvCallback(MessagePort*, int32_t, Data*, void*);
+
+    // Whether the reply of a request goes back to its sender or is dropped (a one-way send).
+    enum class ReplyUse { Sent, Dropped };
+    // Whether the request packet must keep its payload, or may let go of it once read because the
+    // receive path made it and nobody else holds it.
+    enum class PayloadUse { Kept, Released };
+
     TXZonIPCService() = default;
 
+    // The receive callback's work on the service thread: logs a nil packet, else dispatches it.
+    Ref<TXZonIPCPacket> receivePacket(Ref<TXZonIPCPacket> packet, ReplyUse use);
+    // handlePacket, told whether its reply is read (one that is not, and that building could not
+    // make visible otherwise, is not built) and whether the packet's payload is needed after it is
+    // read (a large request's bytes are then free again before its reply is built).
+    Ref<TXZonIPCPacket> dispatchPacket(TXZonIPCPacket* packet, ReplyUse replyUse, PayloadUse payloadUse);
     Ref<MessagePort> remoteServicePort() const;
-    Ref<TXZonIPCPacket> sendForReply(Ref<TXZonIPCPacket> packet, double timeout, Ref<Error>* error);
+
+    // A packet as the primitive send takes it: its type and payload, and the packet object when one
+    // was made. Strings and data go out without one; log lines describe them by type and size.
+    struct OutgoingPacket {
+        int32_t type;
+        std::span<const uint8_t> payload;
+        Ref<Data> payloadData;  // the data payload lies in, handed to the port; nil when the bytes are lent
+        TXZonIPCPacket* packet; // nil when none was made
+    };
+    // The primitive send (sendPacket_withResponse_timeout_error) after its nil-packet check.
+    bool sendOutgoing(OutgoingPacket outgoing, Ref<TXZonIPCPacket>* response, double timeout, Ref<Error>* error);
+    // The packets of packetWithString and packetWithData, sent without making them.
+    bool sendStringPacket(String* string, Ref<TXZonIPCPacket>* response, double timeout, Ref<Error>* error);
+    bool sendDataPacket(Data* data, Ref<TXZonIPCPacket>* response, double timeout, Ref<Error>* error);
     // Queues a call of one of our exported methods on the service thread, without waiting.
     template <class... Objects>
     void performOnServiceThread(const char* sel, Object* first, Objects*... more);
     // Calls the delegate's optional callback; answers its result, nil when it has none.
-    Ref<Object> forwardToDelegate(const char* sel, std::initializer_list<Object*> arguments);
+    Ref<Object> forwardToDelegate(SEL sel, std::initializer_list<Object*> arguments);
 
     std::atomic<Object*> delegate_ {nullptr};
     Ref<Thread> ipcThread_; // reserved: nothing reads or writes it

@@ -20,33 +20,50 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <atomic>
 #include <cstring>
 #include <future>
 #include <map>
+#include <span>
 #include <thread>
 
 using namespace zon;
 using test::HangGuard;
+using testing::ElementsAre;
 using testing::HasSubstr;
 
 namespace {
 
 Ref<Data> bytesOf(std::string_view text) { return Data::dataWithBytes(text.data(), text.size()); }
+std::span<const uint8_t> spanOf(std::string_view text)
+{
+    return {reinterpret_cast<const uint8_t*>(text.data()), text.size()};
+}
 std::string textOf(const Data* data)
 {
     return data ? std::string(static_cast<const char*>(data->bytes()), data->length()) : "(nil)";
 }
+std::string textOf(std::span<const uint8_t> bytes) { return std::string(bytes.begin(), bytes.end()); }
 
 // A local port served by its own thread's run loop.
 class PortServer {
 public:
     PortServer(String* name, MessagePort::Callback callback)
+        : PortServer([portName = Ref<String>(name), callback] { return MessagePort::createLocal(portName, callback); })
+    {
+    }
+    PortServer(String* name, size_t prefixLength, MessagePort::RequestHandler handler)
+        : PortServer([portName = Ref<String>(name), prefixLength, handler] {
+            return MessagePort::createLocal(portName, prefixLength, handler);
+        })
+    {
+    }
+    explicit PortServer(std::function<Ref<MessagePort>()> create)
     {
         std::promise<bool> ready;
-        Ref<String> portName(name);
-        thread_ = Thread::detachNewThreadWithBody([&ready, portName, callback, this] {
-            port_ = MessagePort::createLocal(portName, callback);
+        thread_ = Thread::detachNewThreadWithBody([&ready, create, this] {
+            port_ = create();
             loop_ = RunLoop::currentRunLoop();
             ready.set_value(port_ && port_->scheduleInRunLoop(loop_, NSDefaultRunLoopMode));
             while (!stopped_)
@@ -142,6 +159,34 @@ TEST(MessageFrameReader, ReassemblesFramesSplitAtEveryByte)
     }
 }
 
+TEST(MessageFrameReader, SplitsThePrefixOffEachMessage)
+{
+    std::vector<uint8_t> stream;
+    std::vector<std::string> messages = {"", "ab", "abcd", "abcdefgh" + std::string(70000, 'x')};
+    for (auto& message : messages) {
+        uint8_t header[kMessageFrameHeaderSize];
+        encodeMessageFrameHeader({static_cast<uint32_t>(message.size()), 1, 0, 0}, header);
+        stream.insert(stream.end(), header, header + sizeof header);
+        stream.insert(stream.end(), message.begin(), message.end());
+    }
+    for (size_t chunk : {size_t(1), size_t(3), size_t(17), size_t(4096), stream.size()}) {
+        MessageFrameReader reader(kMessageFrameMaxLength, 4);
+        for (size_t at = 0; at < stream.size(); at += chunk)
+            ASSERT_EQ(reader.feed({stream.data() + at, std::min(chunk, stream.size() - at)}),
+                MessageFrameReader::Status::Ok);
+        std::vector<std::pair<std::string, std::string>> frames;
+        while (reader.hasFrame()) {
+            MessageFrame frame = reader.takeFrame();
+            frames.emplace_back(textOf({frame.prefix.data(), frame.prefixLength}), textOf(frame.payload));
+        }
+        using Parts = std::pair<std::string, std::string>;
+        EXPECT_THAT(frames,
+            testing::ElementsAre(Parts("", ""), Parts("ab", ""), Parts("abcd", ""),
+                Parts("abcd", "efgh" + std::string(70000, 'x'))))
+            << "chunk " << chunk;
+    }
+}
+
 TEST(MessageFrameReader, RejectsForeignBytesAndOversizedFramesBeforeAllocating)
 {
     MessageFrameReader garbage;
@@ -213,6 +258,75 @@ TEST_F(MessagePortTest, RequestsGetTheirRepliesAtEverySize)
         else
             EXPECT_TRUE(reply && reply->isEqualToData(request)) << size;
     }
+}
+
+TEST_F(MessagePortTest, MessagesInTwoPartsArriveWholeOrSplitAsEachEndAsks)
+{
+    std::mutex mutex;
+    std::vector<std::string> seen; // "prefix|body|wanted" as the handler got them
+    PortServer server(ZSTR("split"), 3, [&](MessagePort*, int32_t, MessagePortMessage request, bool replyWanted) {
+        std::lock_guard lock(mutex);
+        seen.push_back(textOf(request.prefixBytes()) + "|" + textOf(request.body) + "|"
+            + (replyWanted ? "wanted" : "dropped"));
+        return MessagePortMessage(spanOf("R:"), bytesOf("echo"));
+    });
+    ASSERT_TRUE(server.started());
+    auto remote = MessagePort::createRemote(ZSTR("split"), 2);
+    MessagePortMessage reply;
+    ASSERT_EQ(remote->sendRequest(1, spanOf("ab"), bytesOf("cdef"), 5, 5, NSDefaultRunLoopMode, &reply),
+        MessagePortStatus::Success);
+    EXPECT_EQ(textOf(reply.prefixBytes()), "R:");
+    EXPECT_EQ(textOf(reply.body), "echo");
+    EXPECT_EQ(remote->sendRequest(2, spanOf("x"), spanOf("yz"), 5, 0, nullptr, nullptr), MessagePortStatus::Success);
+    EXPECT_EQ(remote->sendRequest(3, {}, bytesOf("q"), 5, 5, NSDefaultRunLoopMode, &reply), MessagePortStatus::Success);
+    Ref<Data> joined;
+    EXPECT_EQ(
+        remote->sendRequest(4, bytesOf("plain"), 5, 5, NSDefaultRunLoopMode, &joined), MessagePortStatus::Success);
+    EXPECT_EQ(textOf(joined), "R:echo");
+    {
+        std::lock_guard lock(mutex);
+        EXPECT_THAT(seen, ElementsAre("abc|def|wanted", "xyz||dropped", "q||wanted", "pla|in|wanted"));
+    }
+
+    // A receiver that asked for no prefix gets the parts joined.
+    PortServer plain(ZSTR("plain"), echoWithPrefix(""));
+    EXPECT_EQ(MessagePort::createRemote(ZSTR("plain"))->sendRequest(7, spanOf("ab"), spanOf("cd"), 5, 5,
+                  NSDefaultRunLoopMode, &reply),
+        MessagePortStatus::Success);
+    EXPECT_EQ(textOf(reply.body), "7:abcd");
+}
+
+TEST_F(MessagePortTest, LentBytesCutShortByASendTimeoutStillArriveWhole)
+{
+    // The receiver is held, so a 4 MiB message fills the socket and its send times out part way.
+    // The stream must carry the rest later, after the sender has reused and freed its buffer.
+    std::promise<void> release;
+    auto released = release.get_future().share();
+    std::mutex mutex;
+    std::vector<std::string> received;
+    PortServer server(ZSTR("held"), [&, released](MessagePort*, int32_t messageId, Data* data) {
+        if (messageId == 1)
+            released.wait();
+        const auto bytes = data->span();
+        const bool intact = std::all_of(bytes.begin(), bytes.end(), [](uint8_t b) { return b == 7; });
+        std::lock_guard lock(mutex);
+        received.push_back(
+            std::to_string(messageId) + ":" + std::to_string(bytes.size()) + (intact ? "" : " changed"));
+        return Ref<Data>();
+    });
+    auto remote = MessagePort::createRemote(ZSTR("held"));
+    ASSERT_EQ(remote->sendRequest(1, {}, spanOf("\7"), 5, 0, nullptr, nullptr), MessagePortStatus::Success);
+    {
+        std::vector<uint8_t> lent(4 << 20, 7);
+        EXPECT_EQ(remote->sendRequest(2, {}, std::span<const uint8_t>(lent), 0.05, 0, nullptr, nullptr),
+            MessagePortStatus::SendTimeout);
+        std::fill(lent.begin(), lent.end(), 0);
+    }
+    release.set_value();
+    Ref<Data> reply;
+    EXPECT_EQ(remote->sendRequest(3, bytesOf("\7"), 30, 30, NSDefaultRunLoopMode, &reply), MessagePortStatus::Success);
+    std::lock_guard lock(mutex);
+    EXPECT_THAT(received, ElementsAre("1:1", "2:4194304", "3:1"));
 }
 
 TEST_F(MessagePortTest, MessageIdsReachTheCallbackAndNilAnswersNothing)
