@@ -94,6 +94,36 @@ private:
     bool started_ = false;
 };
 
+// A port server whose thread holds on message 1 until release(), so that its sender's socket
+// fills; it records what describe makes of every message and answers each with answer.
+class HeldReceiver {
+public:
+    HeldReceiver(String* name, std::function<std::string(int32_t, Data*)> describe, Ref<Data> answer = nullptr)
+        : released_(release_.get_future().share()),
+          server_(name, [this, describe, answer](MessagePort*, int32_t messageId, Data* data) {
+              if (messageId == 1)
+                  released_.wait();
+              std::lock_guard lock(mutex_);
+              received_.push_back(describe(messageId, data));
+              return answer;
+          })
+    {
+    }
+    void release() { release_.set_value(); }
+    std::vector<std::string> received()
+    {
+        std::lock_guard lock(mutex_);
+        return received_;
+    }
+
+private:
+    std::promise<void> release_;
+    std::shared_future<void> released_;
+    std::mutex mutex_;
+    std::vector<std::string> received_;
+    PortServer server_; // last, so that it stops before the rest goes
+};
+
 MessagePort::Callback echoWithPrefix(std::string prefix)
 {
     return [prefix](MessagePort*, int32_t messageId, Data* data) {
@@ -300,19 +330,10 @@ TEST_F(MessagePortTest, LentBytesCutShortByASendTimeoutStillArriveWhole)
 {
     // The receiver is held, so a 4 MiB message fills the socket and its send times out part way.
     // The stream must carry the rest later, after the sender has reused and freed its buffer.
-    std::promise<void> release;
-    auto released = release.get_future().share();
-    std::mutex mutex;
-    std::vector<std::string> received;
-    PortServer server(ZSTR("held"), [&, released](MessagePort*, int32_t messageId, Data* data) {
-        if (messageId == 1)
-            released.wait();
+    HeldReceiver server(ZSTR("held"), [](int32_t messageId, Data* data) {
         const auto bytes = data->span();
         const bool intact = std::all_of(bytes.begin(), bytes.end(), [](uint8_t b) { return b == 7; });
-        std::lock_guard lock(mutex);
-        received.push_back(
-            std::to_string(messageId) + ":" + std::to_string(bytes.size()) + (intact ? "" : " changed"));
-        return Ref<Data>();
+        return std::to_string(messageId) + ":" + std::to_string(bytes.size()) + (intact ? "" : " changed");
     });
     auto remote = MessagePort::createRemote(ZSTR("held"));
     ASSERT_EQ(remote->sendRequest(1, {}, spanOf("\7"), 5, 0, nullptr, nullptr), MessagePortStatus::Success);
@@ -322,11 +343,10 @@ TEST_F(MessagePortTest, LentBytesCutShortByASendTimeoutStillArriveWhole)
             MessagePortStatus::SendTimeout);
         std::fill(lent.begin(), lent.end(), 0);
     }
-    release.set_value();
+    server.release();
     Ref<Data> reply;
     EXPECT_EQ(remote->sendRequest(3, bytesOf("\7"), 30, 30, NSDefaultRunLoopMode, &reply), MessagePortStatus::Success);
-    std::lock_guard lock(mutex);
-    EXPECT_THAT(received, ElementsAre("1:1", "2:4194304", "3:1"));
+    EXPECT_THAT(server.received(), ElementsAre("1:1", "2:4194304", "3:1"));
 }
 
 TEST_F(MessagePortTest, MessageIdsReachTheCallbackAndNilAnswersNothing)
@@ -538,18 +558,13 @@ TEST_F(MessagePortTest, OneWayFramesQueuedBehindAFullSocketArriveWholeAndInOrder
 {
     // A 4 MiB message fills the socket of a held receiver; the small messages of three threads
     // queue behind it and go out several to a write once it drains.
-    std::promise<void> release;
-    auto released = release.get_future().share();
-    std::mutex mutex;
-    std::vector<std::string> received;
-    PortServer server(ZSTR("held"), [&, released](MessagePort*, int32_t messageId, Data* data) {
-        if (messageId == 1)
-            released.wait();
-        std::lock_guard lock(mutex);
-        received.push_back(std::to_string(messageId) + ":" + std::to_string(data->length()) + ":"
-            + (data->length() < 64 ? textOf(data) : ""));
-        return bytesOf("ignored");
-    });
+    HeldReceiver server(
+        ZSTR("held"),
+        [](int32_t messageId, Data* data) {
+            return std::to_string(messageId) + ":" + std::to_string(data->length()) + ":"
+                + (data->length() < 64 ? textOf(data) : "");
+        },
+        bytesOf("ignored"));
     auto remote = MessagePort::createRemote(ZSTR("held"));
     ASSERT_EQ(remote->sendRequest(1, bytesOf("hold"), 5, 0, nullptr, nullptr), MessagePortStatus::Success);
     std::vector<std::thread> senders;
@@ -565,13 +580,13 @@ TEST_F(MessagePortTest, OneWayFramesQueuedBehindAFullSocketArriveWholeAndInOrder
                     MessagePortStatus::Success);
         });
     std::this_thread::sleep_for(std::chrono::milliseconds(20));
-    release.set_value();
+    server.release();
     for (auto& sender : senders)
         sender.join();
     Ref<Data> reply;
     EXPECT_EQ(
         remote->sendRequest(9, bytesOf("last"), 30, 30, NSDefaultRunLoopMode, &reply), MessagePortStatus::Success);
-    std::lock_guard lock(mutex);
+    const std::vector<std::string> received = server.received();
     ASSERT_EQ(received.size(), 303u);
     std::map<std::string, int> next;
     for (auto& entry : received) {
