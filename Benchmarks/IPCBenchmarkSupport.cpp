@@ -306,16 +306,24 @@ void BM_PortRoundTrip(benchmark::State& state, bool pinned)
     state.SetBytesProcessed(state.iterations() * state.range(0) * 2);
 }
 
-void BM_ServiceRoundTrip(benchmark::State& state, bool pinned)
+// Times synchronous service sends: send(client) sends one message and answers its reply.
+template <class Send>
+void timeServiceRoundTrips(benchmark::State& state, bool pinned, Send send)
 {
-    auto payload = String::stringWithUTF8String(std::string(state.range(0), 'x'));
     TXZonIPCService* client = rigs[pinned].client;
     for (auto _ : state) {
         AutoreleasePool pool;
-        if (!client->sendString_error(payload, nullptr))
+        if (!send(client))
             state.SkipWithError("service peer failed");
     }
     state.SetBytesProcessed(state.iterations() * state.range(0) * 2);
+}
+
+void BM_ServiceRoundTrip(benchmark::State& state, bool pinned)
+{
+    auto payload = String::stringWithUTF8String(std::string(state.range(0), 'x'));
+    timeServiceRoundTrips(
+        state, pinned, [&](TXZonIPCService* client) { return client->sendString_error(payload, nullptr); });
 }
 
 // The data kind: raw bytes out, no text conversion; the reply is the property list of the
@@ -323,13 +331,8 @@ void BM_ServiceRoundTrip(benchmark::State& state, bool pinned)
 void BM_ServiceDataRoundTrip(benchmark::State& state, bool pinned)
 {
     auto payload = Data::dataWithVector(std::vector<uint8_t>(state.range(0), 'x'));
-    TXZonIPCService* client = rigs[pinned].client;
-    for (auto _ : state) {
-        AutoreleasePool pool;
-        if (!client->sendData_error(payload, nullptr))
-            state.SkipWithError("service peer failed");
-    }
-    state.SetBytesProcessed(state.iterations() * state.range(0) * 2);
+    timeServiceRoundTrips(
+        state, pinned, [&](TXZonIPCService* client) { return client->sendData_error(payload, nullptr); });
 }
 
 // One-way: the clock stops only once the peer has handled everything (a final round trip).
@@ -358,27 +361,30 @@ void BM_PortOneWay(benchmark::State& state, bool pinned)
     state.SetItemsProcessed(state.iterations());
 }
 
-void BM_ServiceOneWay(benchmark::State& state, bool pinned)
+// Times one-way service sends (send(client) sends one), ended by a round trip.
+template <class Send>
+void timeServiceOneWay(benchmark::State& state, bool pinned, Send send)
 {
     TXZonIPCService* client = rigs[pinned].client;
     for (auto _ : state) {
         AutoreleasePool pool;
-        client->sendOnewayString_error(ZSTR("xxxx"), nullptr);
+        send(client);
     }
     client->sendString_error(ZSTR("xxxx"), nullptr);
     state.SetItemsProcessed(state.iterations());
 }
 
+void BM_ServiceOneWay(benchmark::State& state, bool pinned)
+{
+    timeServiceOneWay(
+        state, pinned, [](TXZonIPCService* client) { client->sendOnewayString_error(ZSTR("xxxx"), nullptr); });
+}
+
 void BM_ServiceDataOneWay(benchmark::State& state, bool pinned)
 {
     auto payload = Data::dataWithBytes("xxxx", 4);
-    TXZonIPCService* client = rigs[pinned].client;
-    for (auto _ : state) {
-        AutoreleasePool pool;
-        client->sendOnewayData_error(payload, nullptr);
-    }
-    client->sendString_error(ZSTR("xxxx"), nullptr);
-    state.SetItemsProcessed(state.iterations());
+    timeServiceOneWay(
+        state, pinned, [&](TXZonIPCService* client) { client->sendOnewayData_error(payload, nullptr); });
 }
 
 } // namespace
