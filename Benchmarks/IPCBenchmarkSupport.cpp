@@ -296,7 +296,7 @@ void BM_BareRoundTrip(benchmark::State& state, bool pinned)
 
 void BM_PortRoundTrip(benchmark::State& state, bool pinned)
 {
-    auto payload = Data::dataWithVector(std::vector<uint8_t>(state.range(0), 'x'));
+    auto payload = Data::dataWithVector(zon::ByteVector(state.range(0), 'x'));
     MessagePort* port = rigs[pinned].remotePort;
     for (auto _ : state) {
         Ref<Data> reply;
@@ -330,7 +330,7 @@ void BM_ServiceRoundTrip(benchmark::State& state, bool pinned)
 // dictionary the peer answered, which holds the bytes (see EchoDelegate).
 void BM_ServiceDataRoundTrip(benchmark::State& state, bool pinned)
 {
-    auto payload = Data::dataWithVector(std::vector<uint8_t>(state.range(0), 'x'));
+    auto payload = Data::dataWithVector(zon::ByteVector(state.range(0), 'x'));
     timeServiceRoundTrips(
         state, pinned, [&](TXZonIPCService* client) { return client->sendData_error(payload, nullptr); });
 }

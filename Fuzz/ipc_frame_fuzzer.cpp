@@ -56,7 +56,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* bytes, size_t size)
             if (frame.prefixLength != std::min<size_t>(prefixLength, frame.header.length)
                 || frame.prefixLength + frame.payload.size() != frame.header.length)
                 std::abort();
-            std::vector<uint8_t> joined(frame.prefix.begin(), frame.prefix.begin() + frame.prefixLength);
+            ByteVector joined(frame.prefix.begin(), frame.prefix.begin() + frame.prefixLength);
             joined.insert(joined.end(), frame.payload.begin(), frame.payload.end());
             auto whole = Data::dataWithVector(std::move(joined));
             // The port splits the service's messages after the type word.

@@ -79,7 +79,7 @@ uint8_t pairValue(char first, char second)
 bool isRemovedFromHex(char16_t unit) { return unit == u' ' || unit == u'\n' || unit == u'\t'; }
 
 // The general form: the UTF-8 of the text without blanks, tabs and line feeds, up to a zero byte.
-std::vector<uint8_t> hexBytesFromUTF8(const String* text)
+ByteVector hexBytesFromUTF8(const String* text)
 {
     std::u16string kept;
     kept.reserve(text->length());
@@ -89,7 +89,7 @@ std::vector<uint8_t> hexBytesFromUTF8(const String* text)
     }
     std::string utf8 = String::stringWithCharacters(kept)->UTF8String();
     utf8.resize(std::strlen(utf8.c_str()));
-    std::vector<uint8_t> bytes;
+    ByteVector bytes;
     bytes.reserve(utf8.size() / 2);
     for (size_t i = 0; i + 1 < utf8.size(); i += 2)
         bytes.push_back(pairValue(utf8[i], utf8[i + 1]));
@@ -97,7 +97,7 @@ std::vector<uint8_t> hexBytesFromUTF8(const String* text)
 }
 
 // The same bytes in one pass when the text is ASCII: each unit is then one UTF-8 byte.
-bool hexBytesFromASCII(const String* text, std::vector<uint8_t>& bytes)
+bool hexBytesFromASCII(const String* text, ByteVector& bytes)
 {
     bytes.reserve(text->length() / 2);
     char pending = 0;
@@ -140,7 +140,7 @@ size_t initialInflateSize(std::span<const uint8_t> input)
     return std::clamp(announced, guess, std::max(guess, 64 * input.size()));
 }
 
-Ref<Data> adoptBuffer(std::vector<uint8_t>& buffer, size_t used)
+Ref<Data> adoptBuffer(ByteVector& buffer, size_t used)
 {
     buffer.resize(used);
     // Give back a large unused tail; a small one is cheaper to keep than to copy away.
@@ -161,7 +161,7 @@ Ref<Data> Data::dataFromHexStringRepresentation(const String* text)
 {
     if (!text)
         return Data::data();
-    std::vector<uint8_t> bytes;
+    ByteVector bytes;
     if (!hexBytesFromASCII(text, bytes))
         bytes = hexBytesFromUTF8(text);
     return dataWithVector(std::move(bytes));
@@ -193,7 +193,7 @@ Ref<Data> Data::gzipWithZlib() const
 
     // Sized by zlib's bound the whole stream fits at once; the bytes are the same as with any
     // other output size, since deflate's output does not depend on how it is sliced.
-    std::vector<uint8_t> out(std::max<size_t>(16384, deflateBound(&stream, sliceOf(bytes_.size()))));
+    ByteVector out(std::max<size_t>(16384, deflateBound(&stream, sliceOf(bytes_.size()))));
     size_t consumed = 0;
     for (;;) {
         if (stream.total_out >= out.size())
@@ -220,7 +220,7 @@ Ref<Data> Data::gunzipWithZlib() const
         return Ref<Data>(const_cast<Data*>(this));
 
     const size_t half = bytes_.size() / 2;
-    std::vector<uint8_t> out(initialInflateSize(bytes_));
+    ByteVector out(initialInflateSize(bytes_));
     z_stream stream {};
     int rc = inflateInit2(&stream, kInflateBothGZipAndZlibFiles);
     if (rc != Z_OK) {

@@ -89,6 +89,11 @@ TEST(MutableData, GrowsShrinksAndReplaces)
     EXPECT_EQ(bytesOf(data), (std::vector<uint8_t> {0, 'd', 'e', 'f'}));
     data->setLength(2);
     EXPECT_EQ(bytesOf(data), (std::vector<uint8_t> {0, 'd'}));
+    // Growing again zeroes the bytes that were cut off, though the storage still holds them.
+    data->setLength(4);
+    EXPECT_EQ(bytesOf(data), (std::vector<uint8_t> {0, 'd', 0, 0}));
+    data->setLength(2);
+    EXPECT_EQ(MutableData::dataWithLength(3)->span()[2], 0);
     EXPECT_EQ(reasonOf([&] { data->resetBytesInRange({1, 2}); }),
         "NSRangeException: -[NSMutableData resetBytesInRange:]: range {1, 2} exceeds data length 2");
     EXPECT_THROW(data->appendBytes_length(nullptr, 1), Exception);

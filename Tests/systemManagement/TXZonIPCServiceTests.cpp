@@ -314,7 +314,7 @@ TEST_F(TXZonIPCServiceTest, CarriesMessagesFromEmptyToSixteenMegabytes)
     auto service = connectedToPeer(peer);
     for (size_t size : {size_t(0), size_t(1), size_t(1024), size_t(65536), size_t(4) << 20, size_t(16) << 20}) {
         Ref<Error> error;
-        auto reply = service->sendData_error(Data::dataWithVector(std::vector<uint8_t>(size, 0x5a)), &error);
+        auto reply = service->sendData_error(Data::dataWithVector(ByteVector(size, 0x5a)), &error);
         ASSERT_TRUE(reply) << size;
         std::string xml(static_cast<const char*>(reply->bytes()), reply->length());
         EXPECT_THAT(xml, HasSubstr("<integer>" + std::to_string(size) + "</integer>"));

@@ -37,7 +37,7 @@ Ref<Data> readFile(const std::string& path)
     std::ifstream in(path, std::ios::binary | std::ios::ate);
     if (!in)
         fail("cannot read " + path, 2);
-    std::vector<uint8_t> bytes(static_cast<size_t>(in.tellg()));
+    zon::ByteVector bytes(static_cast<size_t>(in.tellg()));
     in.seekg(0);
     if (!in.read(reinterpret_cast<char*>(bytes.data()), static_cast<std::streamsize>(bytes.size())))
         fail("cannot read " + path, 2);

@@ -165,7 +165,7 @@ Ref<Data> readFile(const std::string& path)
     std::ifstream in(path, std::ios::binary);
     if (!in)
         throw CLI::ValidationError("cannot read " + path);
-    std::vector<uint8_t> bytes((std::istreambuf_iterator<char>(in)), std::istreambuf_iterator<char>());
+    zon::ByteVector bytes((std::istreambuf_iterator<char>(in)), std::istreambuf_iterator<char>());
     return Data::dataWithVector(std::move(bytes));
 }
 

@@ -28,7 +28,7 @@ Ref<Data> readFile(const std::string& path)
     std::ifstream in(path, std::ios::binary);
     if (!in)
         fail(path + ": cannot open");
-    std::vector<uint8_t> bytes((std::istreambuf_iterator<char>(in)), std::istreambuf_iterator<char>());
+    zon::ByteVector bytes((std::istreambuf_iterator<char>(in)), std::istreambuf_iterator<char>());
     return Data::dataWithVector(std::move(bytes));
 }
 
@@ -87,7 +87,7 @@ std::string hexOf(const Data* data)
 // Hex digits with any white space between them.
 Ref<Data> dataOfHex(std::string_view text)
 {
-    std::vector<uint8_t> bytes;
+    zon::ByteVector bytes;
     int pending = -1;
     for (char c : text) {
         if (std::isspace(static_cast<unsigned char>(c)))

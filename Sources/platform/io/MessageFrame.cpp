@@ -134,7 +134,7 @@ MessageFrameReader::Status MessageFrameReader::parseStaging()
         std::memcpy(current_.prefix.data(), staging_.data() + begin_, prefixLength);
         current_.prefixLength = static_cast<uint8_t>(prefixLength);
         begin_ += prefixLength;
-        current_.payload.assign(header.length - prefixLength, 0);
+        current_.payload.resize(header.length - prefixLength);
         filled_ = 0;
         inPayload_ = true;
     }

@@ -14,6 +14,7 @@
 // unused flag bits let a reader drop a connection that carries something else at once.
 
 #include "platform/Export.h"
+#include "platform/values/ByteVector.h"
 
 #include <array>
 #include <cstddef>
@@ -54,7 +55,7 @@ struct MessageFrame {
     MessageFrameHeader header;
     std::array<uint8_t, kMessagePrefixMaxLength> prefix {};
     uint8_t prefixLength = 0;
-    std::vector<uint8_t> payload;
+    ByteVector payload;
 };
 
 // Reassembles frames from a byte stream that arrives in pieces of any size.
@@ -107,7 +108,7 @@ private:
     uint32_t maxLength_;
     size_t prefixLength_;
     Status status_ = Status::Ok;
-    std::vector<uint8_t> staging_;
+    ByteVector staging_;
     size_t begin_ = 0; // unparsed bytes are staging_[begin_, end_)
     size_t end_ = 0;
     bool inPayload_ = false; // a header was read and its payload is being filled

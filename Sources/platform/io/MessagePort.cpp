@@ -196,7 +196,7 @@ Ref<Data> MessagePortMessage::joined() const
 {
     if (prefixLength == 0)
         return body;
-    std::vector<uint8_t> bytes(prefix.begin(), prefix.begin() + prefixLength);
+    ByteVector bytes(prefix.begin(), prefix.begin() + prefixLength);
     const auto rest = bodyBytes();
     bytes.insert(bytes.end(), rest.begin(), rest.end());
     return Data::dataWithVector(std::move(bytes));

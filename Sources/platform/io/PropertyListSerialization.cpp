@@ -41,7 +41,7 @@ Ref<Data> PropertyListSerialization::dataWithPropertyList(Object* plist, Propert
                                                       : "Property list format not supported for writing");
         return nullptr;
     }
-    std::vector<uint8_t> bytes;
+    ByteVector bytes;
     std::string message;
     if (!plist::writeXMLPropertyList(plist, bytes, message)) {
         setError(error, NSPropertyListWriteInvalidError, message);

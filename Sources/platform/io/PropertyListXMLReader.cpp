@@ -290,7 +290,7 @@ std::optional<double> parseDate(std::string_view text)
 
 // Base64 with white space anywhere; padding optional, but nothing except padding and white space
 // may follow it.
-bool decodeBase64(std::string_view text, std::vector<uint8_t>& out)
+bool decodeBase64(std::string_view text, ByteVector& out)
 {
     static constexpr int8_t kSpace = -2, kPad = -3;
     static constexpr auto kSextets = [] {
@@ -749,7 +749,7 @@ private:
     std::vector<const KeyCache::value_type*> keyHints_;
     // The hashes of the keys of the open dictionaries, each dictionary's after its parent's.
     std::vector<size_t> keyHashes_;
-    std::vector<uint8_t> bytes_;
+    ByteVector bytes_;
     std::string error_;
 };
 

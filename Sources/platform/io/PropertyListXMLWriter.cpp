@@ -79,7 +79,7 @@ Kind kindOf(const Object* object)
 // size is its allocated room; `used_` counts what is written.
 class Output {
 public:
-    Output(std::vector<uint8_t>& bytes, size_t expectedSize) : bytes_(bytes) { bytes_.resize(expectedSize); }
+    Output(ByteVector& bytes, size_t expectedSize) : bytes_(bytes) { bytes_.resize(expectedSize); }
     void finish() { bytes_.resize(used_); }
 
     char* room(size_t count)
@@ -103,7 +103,7 @@ public:
     }
 
 private:
-    std::vector<uint8_t>& bytes_;
+    ByteVector& bytes_;
     size_t used_ = 0;
 };
 
@@ -330,7 +330,7 @@ size_t estimatedSize(const Object* root)
 // Writes the containers depth first with an explicit stack of open containers.
 class Writer {
 public:
-    Writer(std::vector<uint8_t>& bytes, size_t expectedSize) : out_(bytes, expectedSize) {}
+    Writer(ByteVector& bytes, size_t expectedSize) : out_(bytes, expectedSize) {}
 
     bool write(const Object* root, std::string& error)
     {
@@ -493,7 +493,7 @@ private:
 
 } // namespace
 
-bool writeXMLPropertyList(const Object* plist, std::vector<uint8_t>& out, std::string& error)
+bool writeXMLPropertyList(const Object* plist, ByteVector& out, std::string& error)
 {
     return Writer(out, plist ? estimatedSize(plist) : 0).write(plist, error);
 }

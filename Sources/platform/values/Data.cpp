@@ -26,10 +26,10 @@ Ref<Data> Data::data() { return makeObject<Data>(); }
 Ref<Data> Data::dataWithBytes(const void* bytes, size_t length)
 {
     const auto* first = static_cast<const uint8_t*>(bytes);
-    return makeObject<Data>(length ? std::vector<uint8_t>(first, first + length) : std::vector<uint8_t>());
+    return makeObject<Data>(length ? ByteVector(first, first + length) : ByteVector());
 }
 
-Ref<Data> Data::dataWithVector(std::vector<uint8_t> bytes) { return makeObject<Data>(std::move(bytes)); }
+Ref<Data> Data::dataWithVector(ByteVector bytes) { return makeObject<Data>(std::move(bytes)); }
 
 Ref<Data> Data::dataWithData(const Data* data) { return data ? makeObject<Data>(data->bytes_) : Data::data(); }
 
@@ -104,7 +104,7 @@ Ref<MutableData> MutableData::dataWithCapacity(size_t capacity)
     return data;
 }
 
-Ref<MutableData> MutableData::dataWithLength(size_t length) { return makeObject<MutableData>(std::vector<uint8_t>(length)); }
+Ref<MutableData> MutableData::dataWithLength(size_t length) { return makeObject<MutableData>(ByteVector(length, 0)); }
 
 Ref<MutableData> MutableData::dataWithBytes(const void* bytes, size_t length)
 {
@@ -115,7 +115,7 @@ Ref<MutableData> MutableData::dataWithBytes(const void* bytes, size_t length)
 
 Ref<MutableData> MutableData::dataWithData(const Data* data)
 {
-    return makeObject<MutableData>(data ? std::vector<uint8_t>(data->span().begin(), data->span().end()) : std::vector<uint8_t>());
+    return makeObject<MutableData>(data ? ByteVector(data->span().begin(), data->span().end()) : ByteVector());
 }
 
 void MutableData::appendBytes_length(const void* bytes, size_t length)
@@ -127,7 +127,7 @@ void MutableData::appendBytes_length(const void* bytes, size_t length)
     const auto* first = static_cast<const uint8_t*>(bytes);
     if (first >= bytes_.data() && first < bytes_.data() + bytes_.size()) {
         // Appending part of itself: the storage may move while it grows.
-        std::vector<uint8_t> own(first, first + length);
+        ByteVector own(first, first + length);
         bytes_.insert(bytes_.end(), own.begin(), own.end());
         return;
     }
@@ -144,7 +144,7 @@ void MutableData::appendData(const Data* data)
 void MutableData::setLength(size_t length)
 {
     // Growing by resize at least doubles the capacity, so repeated small growth stays linear.
-    bytes_.resize(length);
+    bytes_.resize(length, 0);
 }
 
 void MutableData::increaseLengthBy(size_t extraLength)
@@ -169,7 +169,7 @@ void MutableData::replaceBytesInRange_withBytes_length(Range range, const void* 
             "*** -[NSMutableData replaceBytesInRange:withBytes:length:]: null pointer");
     // The replacement may point into this data: take a copy before the storage moves.
     const auto* first = static_cast<const uint8_t*>(bytes);
-    std::vector<uint8_t> replacement(first, first + length);
+    ByteVector replacement(first, first + length);
     auto at = bytes_.begin() + static_cast<std::ptrdiff_t>(range.location);
     const size_t common = std::min(range.length, length);
     std::copy_n(replacement.begin(), common, at);

@@ -1,6 +1,7 @@
 #pragma once
 
 #include "platform/runtime/Object.h"
+#include "platform/values/ByteVector.h"
 #include "platform/values/Range.h"
 
 #include <cstddef>
@@ -24,7 +25,7 @@ public:
     static Ref<Data> dataWithBytes(const void* bytes, size_t length);
     static Ref<Data> dataWithBytes(std::span<const uint8_t> bytes) { return dataWithBytes(bytes.data(), bytes.size()); }
     // Takes the vector's storage without copying.
-    static Ref<Data> dataWithVector(std::vector<uint8_t> bytes);
+    static Ref<Data> dataWithVector(ByteVector bytes);
     static Ref<Data> dataWithData(const Data* data);
 
     // NSString bridges: the UTF-8 bytes of a string (nil for a nil string).
@@ -78,12 +79,12 @@ public:
 
 protected:
     Data() = default;
-    explicit Data(std::vector<uint8_t> bytes) : bytes_(std::move(bytes)) {}
+    explicit Data(ByteVector bytes) : bytes_(std::move(bytes)) {}
 
     // Raises NSRangeException when range does not fit, naming the operation as in "-[NSData subdataWithRange:]".
     void checkRange(Range range, const char* operation) const;
 
-    std::vector<uint8_t> bytes_;
+    ByteVector bytes_;
 };
 
 // Bytes that can change; run-time class NSMutableData. Appends grow the storage geometrically.
@@ -139,7 +140,7 @@ public:
 
 private:
     MutableData() = default;
-    explicit MutableData(std::vector<uint8_t> bytes) : Data(std::move(bytes)) {}
+    explicit MutableData(ByteVector bytes) : Data(std::move(bytes)) {}
 };
 
 // The string the UTF-8 bytes of data spell, or nil when they are not valid UTF-8 (or data is nil).

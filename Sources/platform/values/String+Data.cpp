@@ -11,7 +11,7 @@ Ref<Data> Data::dataWithUTF8OfString(const String* string)
 {
     if (!string)
         return nullptr;
-    std::vector<uint8_t> bytes;
+    ByteVector bytes;
     utf::appendUTF16ToUTF8(string->view(), bytes);
     return dataWithVector(std::move(bytes));
 }

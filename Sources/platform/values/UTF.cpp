@@ -239,7 +239,7 @@ void appendUTF16ToUTF8(std::u16string_view utf16, std::string& out)
     convertUTF16ToUTF8(utf16, out.data() + start);
 }
 
-void appendUTF16ToUTF8(std::u16string_view utf16, std::vector<uint8_t>& out)
+void appendUTF16ToUTF8(std::u16string_view utf16, ByteVector& out)
 {
     // A block at a time, so that what a block needs is done while it is in the cache. The
     // capacity is first one byte per unit and ASCII blocks are narrowed without being measured;

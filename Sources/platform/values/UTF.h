@@ -5,6 +5,7 @@
 // and truncated sequences are invalid); UTF-16 output to UTF-8 turns lone surrogates into U+FFFD.
 
 #include "platform/Export.h"
+#include "platform/values/ByteVector.h"
 
 #include <cstddef>
 #include <cstdint>
@@ -33,6 +34,6 @@ ZON_EXPORT std::string utf16ToUTF8(std::u16string_view utf16);
 ZON_EXPORT void appendUTF16ToUTF8(std::u16string_view utf16, std::string& out);
 // The same for byte buffers (data, wire messages): long text is read from memory once and the
 // buffer grows at most twice.
-ZON_EXPORT void appendUTF16ToUTF8(std::u16string_view utf16, std::vector<uint8_t>& out);
+ZON_EXPORT void appendUTF16ToUTF8(std::u16string_view utf16, ByteVector& out);
 
 } // namespace zon::utf

@@ -157,7 +157,7 @@ Ref<TXZonIPCPacket> TXZonIPCPacket::packetWithTypeWord_rest(std::span<const uint
             return makeObject<TXZonIPCPacket>(type, rest ? std::move(rest) : Data::data());
     }
     // Short and unknown frames are read whole; they are small or rare.
-    std::vector<uint8_t> bytes(typeWord.begin(), typeWord.end());
+    ByteVector bytes(typeWord.begin(), typeWord.end());
     if (rest)
         bytes.insert(bytes.end(), rest->span().begin(), rest->span().end());
     return initWithZONIPCPacketData(Data::dataWithVector(std::move(bytes)));
@@ -224,7 +224,7 @@ Ref<Data> TXZonIPCPacket::ZONIPCPacketData() const
     // Built once in the storage the returned data keeps: the payload is copied a single time.
     const auto type = typeWord();
     const auto payload = payloadBytes();
-    std::vector<uint8_t> bytes;
+    ByteVector bytes;
     bytes.reserve(type.size() + payload.size());
     bytes.insert(bytes.end(), type.begin(), type.end());
     bytes.insert(bytes.end(), payload.begin(), payload.end());

@@ -35,7 +35,7 @@ private:
     const char16_t* units_ = nullptr;
 };
 
-void appendUTF8(std::vector<uint8_t>& out, char16_t c)
+void appendUTF8(ByteVector& out, char16_t c)
 {
     if (c < 0x80) {
         out.push_back(static_cast<uint8_t>(c));
@@ -52,19 +52,19 @@ void appendUTF8(std::vector<uint8_t>& out, char16_t c)
 // A surrogate pair's bytes: the UTF-8 of the two units (h << 10) & 0xFFFF and l & 0x3FF, cut to
 // four bytes. When the first of them is itself a surrogate the text has no UTF-8 form and nothing
 // is written.
-void appendPairForm(std::vector<uint8_t>& out, char16_t high, char16_t low)
+void appendPairForm(ByteVector& out, char16_t high, char16_t low)
 {
     const auto first = static_cast<char16_t>((high << 10) & 0xFFFF);
     const auto second = static_cast<char16_t>(low & 0x3FF);
     if (first >= 0xD800 && first <= 0xDFFF)
         return;
-    std::vector<uint8_t> form;
+    ByteVector form;
     appendUTF8(form, first);
     appendUTF8(form, second);
     out.insert(out.end(), form.begin(), form.begin() + std::min<size_t>(form.size(), 4));
 }
 
-void appendTo(MutableData* buffer, const std::vector<uint8_t>& bytes)
+void appendTo(MutableData* buffer, const ByteVector& bytes)
 {
     if (buffer)
         buffer->appendBytes_length(bytes.data(), bytes.size());
@@ -94,7 +94,7 @@ int32_t utf8Length(const Units& units, int32_t start, int32_t end)
     return static_cast<int32_t>(count);
 }
 
-void writeUTF8(const Units& units, int32_t start, int32_t end, std::vector<uint8_t>& out)
+void writeUTF8(const Units& units, int32_t start, int32_t end, ByteVector& out)
 {
     out.insert(out.end(), {0xEF, 0xBB, 0xBF});
     int64_t index = start;
@@ -133,7 +133,7 @@ int32_t TXZonTLEUnicodeServiceUtilities::CodeBOM_start_end_toBuffer_isUTF16(cons
         narrow = units[i] <= 0xFF;
     const bool startsLikeUTF16Mark = count >= 2 && units[start] == 0xFE && units[start + 1] == 0xFF;
 
-    std::vector<uint8_t> bytes;
+    ByteVector bytes;
     if (narrow && !startsLikeUTF16Mark) {
         bytes.reserve(static_cast<size_t>(std::max<int64_t>(count, 0)));
         for (int64_t i = start; i < end; ++i)
@@ -169,7 +169,7 @@ int32_t TXZonTLEUnicodeServiceUtilities::GetUTF8BOMLength_start_end(const String
 void TXZonTLEUnicodeServiceUtilities::WriteUTF8BOM_start_end_toBuffer(const String* string, int32_t start, int32_t end,
     MutableData* buffer)
 {
-    std::vector<uint8_t> bytes;
+    ByteVector bytes;
     writeUTF8(Units(string, start, end), start, end, bytes);
     appendTo(buffer, bytes);
 }

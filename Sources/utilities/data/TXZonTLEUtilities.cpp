@@ -71,12 +71,12 @@ std::unique_ptr<uint8_t[]> readExactly(InputStream* stream, uint32_t length, std
 
 // The bytes of range copied out of data: Data::getBytes_range raises NSRangeException past the
 // end (checked before anything is allocated). Nil data reads as zeros.
-std::vector<uint8_t> copyRange(const Data* data, uint32_t location, uint32_t length, size_t spare = 0)
+ByteVector copyRange(const Data* data, uint32_t location, uint32_t length, size_t spare = 0)
 {
     const Range range {location, length};
     if (data && (size_t {location} > data->length() || length > data->length() - location))
         data->getBytes_range(nullptr, range);
-    std::vector<uint8_t> bytes(size_t {length} + spare);
+    ByteVector bytes(size_t {length} + spare, 0);
     if (data)
         data->getBytes_range(bytes.data(), range);
     return bytes;
@@ -140,7 +140,7 @@ void TXZonTLEUtilities::writeDataFieldToBuffer_ofType_withValue_atIndex_ofLength
         // The units that exist are written before an index past the string raises.
         const size_t available = value && index < value->length() ? value->length() - index : 0;
         const size_t inRange = value ? std::min<size_t>(count, available) : count;
-        std::vector<uint8_t> bytes(inRange);
+        ByteVector bytes(inRange);
         for (size_t i = 0; value && i < inRange; ++i)
             bytes[i] = static_cast<uint8_t>(value->characters()[index + i]);
         appendBytes(buffer, bytes.data(), bytes.size());
@@ -271,7 +271,7 @@ Ref<String> TXZonTLEUtilities::readStringFrom_atLocation_length(const Data* data
 {
     if (!data)
         return nullptr;
-    std::vector<uint8_t> bytes = copyRange(data, location, length, 1);
+    ByteVector bytes = copyRange(data, location, length, 1);
     return stringFromZeroTerminatedUTF8(bytes.data());
 }
 

@@ -277,7 +277,7 @@ TEST_F(MessagePortTest, RequestsGetTheirRepliesAtEverySize)
     auto remote = MessagePort::createRemote(ZSTR("echo"));
     ASSERT_TRUE(remote);
     for (size_t size : {size_t(0), size_t(1), size_t(4096), size_t(200000), size_t(16) << 20}) {
-        std::vector<uint8_t> bytes(size);
+        ByteVector bytes(size);
         for (size_t i = 0; i < size; ++i)
             bytes[i] = static_cast<uint8_t>(i * 131 + size);
         auto request = Data::dataWithVector(bytes);
@@ -546,7 +546,7 @@ TEST_F(MessagePortTest, ASendNestedInALongWriteQueuesBehindIt)
         smallStatus = remote->sendRequest(3, bytesOf("small"), 30, 30, NSDefaultRunLoopMode, &small);
     });
     Ref<Data> big;
-    EXPECT_EQ(remote->sendRequest(2, Data::dataWithVector(std::vector<uint8_t>(16 << 20, 7)), 30, 30,
+    EXPECT_EQ(remote->sendRequest(2, Data::dataWithVector(ByteVector(16 << 20, 7)), 30, 30,
                   NSDefaultRunLoopMode, &big),
         MessagePortStatus::Success);
     EXPECT_EQ(textOf(big), "2:16777216");
@@ -569,7 +569,7 @@ TEST_F(MessagePortTest, OneWayFramesQueuedBehindAFullSocketArriveWholeAndInOrder
     ASSERT_EQ(remote->sendRequest(1, bytesOf("hold"), 5, 0, nullptr, nullptr), MessagePortStatus::Success);
     std::vector<std::thread> senders;
     senders.emplace_back([&] {
-        auto big = Data::dataWithVector(std::vector<uint8_t>(4 << 20, 7));
+        auto big = Data::dataWithVector(ByteVector(4 << 20, 7));
         EXPECT_EQ(remote->sendRequest(2, big, 30, 0, nullptr, nullptr), MessagePortStatus::Success);
     });
     std::this_thread::sleep_for(std::chrono::milliseconds(20)); // lets the large message go first

@@ -66,7 +66,7 @@ private:
             return Date::dateWithTimeIntervalSinceReferenceDate(seconds);
         }
         case 5: {
-            std::vector<uint8_t> bytes(pick(0, 200));
+            ByteVector bytes(pick(0, 200));
             for (uint8_t& byte : bytes)
                 byte = static_cast<uint8_t>(random_());
             return Data::dataWithVector(std::move(bytes));
