@@ -100,11 +100,19 @@ int main(int argc, char** argv)
         return tearDownRun() ? status : 1;
     }
 
+    // --kinds=REGEX runs only the rows whose name starts so ("Service" or "Bare|Port").
+    std::string kinds = ".*";
+    if (argc > 1 && std::strncmp(argv[1], "--kinds=", 8) == 0) {
+        kinds = argv[1] + 8;
+        argv[1] = argv[0];
+        --argc;
+        ++argv;
+    }
     benchmark::Initialize(&argc, argv);
     for (bool pinned : {true, false})
         registerOwn(pinned);
     TimeReporter reporter;
-    runPinnedThenUnpinned(reporter, ".*", startOwn, stopOwn);
+    runPinnedThenUnpinned(reporter, kinds, startOwn, stopOwn);
     printRatios(reporter);
     benchmark::Shutdown();
     return tearDownRun() ? 0 : 1;

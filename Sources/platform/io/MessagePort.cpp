@@ -163,18 +163,27 @@ MessagePortMessage messageOfFrame(MessageFrame&& frame, EmptyPayload empty)
 
 // ---- Messages ------------------------------------------------------------------------------------
 
+// Bytes and the object they lie in, which keeps them alive and unchanged.
+struct MessagePort::HeldBytes {
+    std::span<const uint8_t> bytes;
+    Ref<Object> owner;
+};
+
 // The body of a message being sent: its bytes and what keeps them if the frame has to be queued,
-// the data they lie in (borrowed for the call, or handed over), or else a copy made then.
+// the object they lie in (borrowed for the call, or handed over), or else a copy made then.
 struct MessagePort::OutgoingBody {
     std::span<const uint8_t> bytes;
-    const Data* borrowed = nullptr;
-    Ref<Data> owned;
+    const Object* borrowed = nullptr;
+    Ref<Object> owned;
 
-    Ref<Data> keep()
+    HeldBytes keep()
     {
         if (owned)
-            return std::move(owned);
-        return borrowed ? Ref<Data>(const_cast<Data*>(borrowed)) : Data::dataWithBytes(bytes);
+            return {bytes, std::move(owned)};
+        if (borrowed)
+            return {bytes, Ref<Object>(const_cast<Object*>(borrowed))};
+        Ref<Data> copy = Data::dataWithBytes(bytes);
+        return {copy->span(), std::move(copy)};
     }
 };
 
@@ -509,10 +518,10 @@ struct MessagePort::RemoteLink : std::enable_shared_from_this<RemoteLink> {
     // frames of different threads, or of a send nested in another's wait, never interleave.
     struct OutgoingFrame {
         FrameLead lead;
-        Ref<Data> body;
+        HeldBytes body;
         size_t written = 0;
         bool done = false;
-        size_t length() const { return lead.length + lengthOf(body); }
+        size_t length() const { return lead.length + body.bytes.size(); }
     };
     // This link's socket watched by one thread's loop in one mode, for replies.
     struct Registration {
@@ -566,9 +575,9 @@ void MessagePort::RemoteLink::flushLocked()
             const size_t bodyDone = frame.written - leadDone;
             if (leadDone < frame.lead.length)
                 parts[count++] = {frame.lead.bytes + leadDone, frame.lead.length - leadDone};
-            if (bodyDone < lengthOf(frame.body))
-                parts[count++]
-                    = {const_cast<uint8_t*>(bytesOf(frame.body)) + bodyDone, lengthOf(frame.body) - bodyDone};
+            if (bodyDone < frame.body.bytes.size())
+                parts[count++] = {const_cast<uint8_t*>(frame.body.bytes.data()) + bodyDone,
+                    frame.body.bytes.size() - bodyDone};
         }
         ssize_t n = sendParts(fd.fd, parts, count);
         if (n < 0) {
@@ -915,10 +924,17 @@ MessagePortStatus MessagePort::sendRequest(int32_t messageId, const Data* data, 
 MessagePortStatus MessagePort::sendRequest(int32_t messageId, std::span<const uint8_t> prefix, Ref<Data> data,
     double sendTimeout, double receiveTimeout, String* replyMode, MessagePortMessage* reply)
 {
+    const auto bytes = data ? data->span() : std::span<const uint8_t>();
+    return sendRequest(messageId, prefix, bytes, std::move(data), sendTimeout, receiveTimeout, replyMode, reply);
+}
+
+MessagePortStatus MessagePort::sendRequest(int32_t messageId, std::span<const uint8_t> prefix,
+    std::span<const uint8_t> bytes, Ref<Object> owner, double sendTimeout, double receiveTimeout, String* replyMode,
+    MessagePortMessage* reply)
+{
     OutgoingBody body;
-    if (data)
-        body.bytes = data->span();
-    body.owned = std::move(data);
+    body.bytes = bytes;
+    body.owned = std::move(owner);
     return send(messageId, prefix, std::move(body), sendTimeout, receiveTimeout, replyMode, reply);
 }
 

@@ -108,6 +108,11 @@ public:
     // only reference frees a large message before the reply is read.
     MessagePortStatus sendRequest(int32_t messageId, std::span<const uint8_t> prefix, Ref<Data> data,
         double sendTimeout, double receiveTimeout, String* replyMode, MessagePortMessage* reply);
+    // The same with bytes that lie in owner (any object that keeps them alive and unchanged, such
+    // as the string whose text they are): they are sent without a copy and owner is let go of
+    // once they are written.
+    MessagePortStatus sendRequest(int32_t messageId, std::span<const uint8_t> prefix, std::span<const uint8_t> bytes,
+        Ref<Object> owner, double sendTimeout, double receiveTimeout, String* replyMode, MessagePortMessage* reply);
     // The same with bytes the caller holds only for the call: they are copied if they have to wait
     // for room on the socket, so a short message needs no data object.
     MessagePortStatus sendRequest(int32_t messageId, std::span<const uint8_t> prefix, std::span<const uint8_t> bytes,
@@ -127,6 +132,7 @@ public:
 private:
     MessagePort(Ref<String> name, std::shared_ptr<LocalEndpoint> local, std::shared_ptr<RemoteLink> remote);
 
+    struct HeldBytes;
     struct OutgoingBody;
     MessagePortStatus send(int32_t messageId, std::span<const uint8_t> prefix, OutgoingBody body, double sendTimeout,
         double receiveTimeout, String* replyMode, MessagePortMessage* reply);

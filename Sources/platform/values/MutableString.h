@@ -49,7 +49,7 @@ private:
     std::u16string_view argumentUnits(const String* text, std::u16string& holder) const;
     void didChange()
     {
-        units_ = buffer_.data();
+        units_.store(buffer_.data(), std::memory_order_relaxed);
         length_ = buffer_.size();
     }
 

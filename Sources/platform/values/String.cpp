@@ -16,7 +16,17 @@ namespace zon {
 
 ZON_DEFINE_CLASS(String, "NSString")
 
-String::~String() = default;
+// The flag shares the word of the reference count, so keeping ASCII costs no space.
+static_assert(sizeof(String) == 32);
+
+String::~String()
+{
+    if (asciiForm_ == ASCIIForm::None)
+        return;
+    ::operator delete(const_cast<char16_t*>(units_.load(std::memory_order_relaxed)));
+    if (asciiForm_ == ASCIIForm::InOwner)
+        borrowedASCII()->owner->release();
+}
 
 Ref<String> String::allocate(size_t length, char16_t** units)
 {
@@ -24,6 +34,39 @@ Ref<String> String::allocate(size_t length, char16_t** units)
     auto* storage = reinterpret_cast<char16_t*>(static_cast<char*>(block) + sizeof(String));
     *units = storage;
     return adoptRef(new (block) String(storage, length));
+}
+
+Ref<String> String::allocateASCII(size_t length, char** bytes)
+{
+    void* block = ::operator new(sizeof(String) + length);
+    *bytes = static_cast<char*>(block) + sizeof(String);
+    String* text = new (block) String(nullptr, length);
+    text->asciiForm_ = ASCIIForm::AfterObject;
+    return adoptRef(text);
+}
+
+Ref<String> String::stringBorrowingASCII(std::string_view bytes, const Object* owner)
+{
+    if (!utf::isASCII(bytes))
+        return nullptr;
+    void* block = ::operator new(sizeof(String) + sizeof(BorrowedASCII));
+    String* text = new (block) String(nullptr, bytes.size());
+    text->asciiForm_ = ASCIIForm::InOwner;
+    owner->retain();
+    new (static_cast<char*>(block) + sizeof(String)) BorrowedASCII {bytes.data(), owner};
+    return adoptRef(text);
+}
+
+const char16_t* String::widenASCII() const
+{
+    auto* units = static_cast<char16_t*>(::operator new(length_ * sizeof(char16_t)));
+    utf::widenASCII({asciiCharacters(), length_}, units);
+    // Threads that widen at the same moment race to publish; the losers free their copies.
+    const char16_t* published = nullptr;
+    if (units_.compare_exchange_strong(published, units, std::memory_order_acq_rel, std::memory_order_acquire))
+        return units;
+    ::operator delete(units);
+    return published;
 }
 
 Ref<String> String::string() { return Ref<String>(ZSTR("")); }
@@ -38,6 +81,13 @@ Ref<String> String::stringWithCharacters(const char16_t* units, size_t length)
 
 Ref<String> String::stringWithUTF8String(std::string_view utf8)
 {
+    // Long ASCII text is kept as it came, checked and copied in one pass.
+    if (utf8.size() >= kASCIIFormMinLength) {
+        char* bytes;
+        Ref<String> ascii = allocateASCII(utf8.size(), &bytes);
+        if (utf::copyIfASCII(utf8, bytes))
+            return ascii;
+    }
     // One pass that checks and decodes, then a copy into an exactly sized string when the text
     // did not fill its room: cheaper than counting first, and no slack is kept. Short text
     // decodes on the stack. Long text decodes straight into a string of one unit per byte, the
@@ -53,12 +103,16 @@ Ref<String> String::stringWithUTF8String(std::string_view utf8)
         = StringBuilder::build(utf8.size(), [&](char16_t* storage) { units = utf::convertUTF8ToUTF16(utf8, storage); });
     if (units == utf::kInvalid)
         return nullptr;
-    return units == utf8.size() ? decoded : stringWithCharacters(decoded->units_, units);
+    return units == utf8.size() ? decoded : stringWithCharacters(decoded->characters(), units);
 }
 
 Ref<String> String::stringWithString(const String* text)
 {
-    return text ? stringWithCharacters(text->units_, text->length_) : nullptr;
+    if (!text)
+        return nullptr;
+    if (const char* ascii = text->asciiCharacters())
+        return stringWithUTF8String({ascii, text->length_});
+    return stringWithCharacters(text->characters(), text->length_);
 }
 
 char16_t String::characterAtIndex(size_t index) const
@@ -67,14 +121,30 @@ char16_t String::characterAtIndex(size_t index) const
         raisePlatformException(NSRangeException,
             "-[NSString characterAtIndex:]: Range or index out of bounds");
     }
-    return units_[index];
+    return characters()[index];
 }
 
-std::string String::UTF8String() const { return utf::utf16ToUTF8(view()); }
+std::string String::UTF8String() const
+{
+    if (const char* ascii = asciiCharacters())
+        return std::string(ascii, length_);
+    return utf::utf16ToUTF8(view());
+}
 
 Ref<String> String::description() const { return Ref<String>(const_cast<String*>(this)); }
 
-bool String::isEqualToString(const String* other) const { return other && view() == other->view(); }
+bool String::isEqualToString(const String* other) const
+{
+    if (!other || other->length_ != length_)
+        return false;
+    const char* ascii = asciiCharacters();
+    const char* otherASCII = other->asciiCharacters();
+    if (ascii && otherASCII)
+        return std::memcmp(ascii, otherASCII, length_) == 0;
+    if (ascii || otherASCII) // compared unit by unit, without making the UTF-16 form
+        return utf::equalsASCII(ascii ? other->view() : view(), ascii ? ascii : otherASCII);
+    return view() == other->view();
+}
 
 bool String::isEqual(const Object* other) const
 {
@@ -91,7 +161,7 @@ Ref<Object> String::copy() const
 {
     if (!isKindOfClass(MutableString::staticClass()))
         return Ref<Object>(const_cast<String*>(this));
-    return stringWithCharacters(units_, length_);
+    return stringWithString(this);
 }
 
 Ref<String> String::immutableSelf() const { return staticRefCast<String>(copy()); }
@@ -144,9 +214,9 @@ Ref<String> String::stringByAppendingString(const String* tail) const
 {
     const size_t tailLength = tail ? tail->length_ : 0;
     return StringBuilder::build(length_ + tailLength, [&](char16_t* out) {
-        std::copy_n(units_, length_, out);
+        std::copy_n(characters(), length_, out);
         if (tailLength)
-            std::copy_n(tail->units_, tailLength, out + length_);
+            std::copy_n(tail->characters(), tailLength, out + length_);
     });
 }
 
@@ -155,9 +225,10 @@ Ref<String> String::stringByReplacingCharactersInRange_withString(Range range, c
     text::checkRange(range, length_, "stringByReplacingCharactersInRange:withString:");
     std::u16string_view with = replacement ? replacement->view() : std::u16string_view {};
     return StringBuilder::build(length_ - range.length + with.size(), [&](char16_t* out) {
-        out = std::copy_n(units_, range.location, out);
+        const char16_t* units = characters();
+        out = std::copy_n(units, range.location, out);
         out = std::copy(with.begin(), with.end(), out);
-        std::copy(units_ + range.end(), units_ + length_, out);
+        std::copy(units + range.end(), units + length_, out);
     });
 }
 

@@ -5,6 +5,7 @@
 #include "platform/values/Format.h"
 #include "platform/values/Range.h"
 
+#include <atomic>
 #include <cstddef>
 #include <cstdint>
 #include <iosfwd>
@@ -45,6 +46,13 @@ enum StringEncoding : uint32_t {
 //
 // Text comes in as UTF-8 (strictly checked: invalid bytes answer nil), Latin-1 or UTF-16 in
 // either byte order, and leaves as UTF-8 (lone surrogates become U+FFFD there).
+//
+// Long text made from ASCII bytes keeps those bytes (one per unit) instead of UTF-16 units, so
+// that it takes half the memory and goes back to UTF-8 with a copy. Text made from all the bytes
+// of an immutable data object keeps a reference to it instead of a copy, and gives that same
+// object back as its UTF-8 (stringWithUTF8Data, Data::dataWithUTF8OfString). The UTF-16 units
+// of such strings are made the first time characters() or view() asks for them, and kept until
+// the string is destroyed; that is safe from several threads at once.
 class ZON_EXPORT String : public Object {
     ZON_OBJECT(String, Object)
 public:
@@ -67,8 +75,25 @@ public:
     }
 
     size_t length() const { return length_; }
-    const char16_t* characters() const { return units_; }
-    std::u16string_view view() const { return {units_, length_}; }
+    const char16_t* characters() const
+    {
+        const char16_t* units = units_.load(std::memory_order_acquire);
+        return units ? units : widenASCII();
+    }
+    std::u16string_view view() const { return {characters(), length_}; }
+    // The text as length() ASCII bytes when the string keeps it that way, else null. Lets text
+    // be written out as UTF-8 (or Latin-1, or ASCII) without a conversion.
+    const char* asciiCharacters() const
+    {
+        if (asciiForm_ == ASCIIForm::AfterObject)
+            return reinterpret_cast<const char*>(this) + sizeof(String);
+        return asciiForm_ == ASCIIForm::InOwner ? borrowedASCII()->bytes : nullptr;
+    }
+    // The object whose bytes asciiCharacters() are, when the string borrows them; else null.
+    const Object* asciiOwner() const
+    {
+        return asciiForm_ == ASCIIForm::InOwner ? borrowedASCII()->owner : nullptr;
+    }
     // Raises NSRangeException past the end.
     char16_t characterAtIndex(size_t index) const;
 
@@ -204,13 +229,40 @@ protected:
     String(const char16_t* units, size_t length) noexcept : units_(units), length_(length) {}
     ~String() override;
 
+private:
+    // Where text kept as ASCII lies: in bytes after the object, or in another object (whose
+    // address, and a reference to which, follow the object). units_ is then null until the
+    // UTF-16 units are first asked for, and points to their own allocation from there on.
+    // (Declared first so that it fits in the padding after Object's reference count.)
+    enum class ASCIIForm : uint8_t { None, AfterObject, InOwner };
+    ASCIIForm asciiForm_ = ASCIIForm::None;
+    struct BorrowedASCII {
+        const char* bytes;
+        const Object* owner;
+    };
+    const BorrowedASCII* borrowedASCII() const
+    {
+        return reinterpret_cast<const BorrowedASCII*>(reinterpret_cast<const char*>(this) + sizeof(String));
+    }
+
+protected:
     // Mutable subclasses keep these pointing at their own storage.
-    const char16_t* units_;
+    mutable std::atomic<const char16_t*> units_;
     size_t length_;
 
 private:
     // Makes a string whose length units follow the object in one allocation; the caller fills them.
     static Ref<String> allocate(size_t length, char16_t** units);
+    // Text of this many ASCII bytes or more is kept as bytes: below it the conversions cost
+    // little, and short strings (keys, names) never pay for a second form.
+    static constexpr size_t kASCIIFormMinLength = 1024;
+    // The same with length ASCII bytes after the object.
+    static Ref<String> allocateASCII(size_t length, char** bytes);
+    // Text of ASCII bytes that lie in owner, which keeps them alive and unchanged; nil when a
+    // byte is not ASCII.
+    static Ref<String> stringBorrowingASCII(std::string_view bytes, const Object* owner);
+    // Makes, publishes and answers the UTF-16 units of text kept as ASCII.
+    const char16_t* widenASCII() const;
     // This string when it is immutable, else an immutable copy: results that equal the receiver
     // must not change when a mutable receiver does.
     Ref<String> immutableSelf() const;

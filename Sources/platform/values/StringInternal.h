@@ -24,6 +24,14 @@ public:
     {
         return String::stringWithCharacters(units.data(), units.size());
     }
+    // Long ASCII text that lies in owner (which keeps it alive and unchanged) is not copied:
+    // the string refers to it. Nil when the text is short or not ASCII.
+    static Ref<String> borrowingLongASCII(std::string_view bytes, const Object* owner)
+    {
+        if (bytes.size() < String::kASCIIFormMinLength)
+            return nullptr;
+        return String::stringBorrowingASCII(bytes, owner);
+    }
 };
 
 namespace text {

@@ -79,7 +79,7 @@ Ref<String> String::pathWithComponents(const std::vector<Ref<String>>& component
     return StringBuilder::fromView(normalizedSlashes(joined));
 }
 
-bool String::isAbsolutePath() const { return length_ && (units_[0] == '/' || units_[0] == '~'); }
+bool String::isAbsolutePath() const { return length_ && (characters()[0] == '/' || characters()[0] == '~'); }
 
 Ref<String> String::lastPathComponent() const { return StringBuilder::fromView(lastComponent(view())); }
 

@@ -128,6 +128,77 @@ void convertValidUTF8ToUTF16(std::string_view utf8, char16_t* out) { decodeUTF8<
 
 size_t convertUTF8ToUTF16(std::string_view utf8, char16_t* out) { return decodeUTF8<true>(utf8, out); }
 
+bool copyIfASCII(std::string_view ascii, char* out)
+{
+    auto* p = reinterpret_cast<const Byte*>(ascii.data());
+    auto* const end = p + ascii.size();
+    // 64 bytes a step: one test of the four blocks' top bits together.
+    for (; end - p >= 64; p += 64, out += 64) {
+        const __m128i a = _mm_loadu_si128(reinterpret_cast<const __m128i*>(p));
+        const __m128i b = _mm_loadu_si128(reinterpret_cast<const __m128i*>(p + 16));
+        const __m128i c = _mm_loadu_si128(reinterpret_cast<const __m128i*>(p + 32));
+        const __m128i d = _mm_loadu_si128(reinterpret_cast<const __m128i*>(p + 48));
+        if (_mm_movemask_epi8(_mm_or_si128(_mm_or_si128(a, b), _mm_or_si128(c, d))))
+            return false;
+        _mm_storeu_si128(reinterpret_cast<__m128i*>(out), a);
+        _mm_storeu_si128(reinterpret_cast<__m128i*>(out + 16), b);
+        _mm_storeu_si128(reinterpret_cast<__m128i*>(out + 32), c);
+        _mm_storeu_si128(reinterpret_cast<__m128i*>(out + 48), d);
+    }
+    for (; p < end; ++p, ++out) {
+        if (*p >= 0x80)
+            return false;
+        *out = static_cast<char>(*p);
+    }
+    return true;
+}
+
+bool isASCII(std::string_view bytes)
+{
+    auto* p = reinterpret_cast<const Byte*>(bytes.data());
+    auto* const end = p + bytes.size();
+    for (; end - p >= 64; p += 64) {
+        const __m128i a = _mm_loadu_si128(reinterpret_cast<const __m128i*>(p));
+        const __m128i b = _mm_loadu_si128(reinterpret_cast<const __m128i*>(p + 16));
+        const __m128i c = _mm_loadu_si128(reinterpret_cast<const __m128i*>(p + 32));
+        const __m128i d = _mm_loadu_si128(reinterpret_cast<const __m128i*>(p + 48));
+        if (_mm_movemask_epi8(_mm_or_si128(_mm_or_si128(a, b), _mm_or_si128(c, d))))
+            return false;
+    }
+    for (; p < end; ++p) {
+        if (*p >= 0x80)
+            return false;
+    }
+    return true;
+}
+
+void widenASCII(std::string_view ascii, char16_t* out)
+{
+    auto* p = reinterpret_cast<const Byte*>(ascii.data());
+    auto* const end = p + ascii.size();
+    for (; end - p >= 16; p += 16, out += 16)
+        widen16(p, out);
+    while (p < end)
+        *out++ = *p++;
+}
+
+bool equalsASCII(std::u16string_view units, const char* ascii)
+{
+    auto* p = reinterpret_cast<const Byte*>(ascii);
+    size_t i = 0;
+    for (; i + 16 <= units.size(); i += 16) {
+        char16_t wide[16];
+        widen16(p + i, wide);
+        if (std::memcmp(wide, units.data() + i, sizeof wide) != 0)
+            return false;
+    }
+    for (; i < units.size(); ++i) {
+        if (units[i] != p[i])
+            return false;
+    }
+    return true;
+}
+
 size_t utf8LengthOfUTF16(std::u16string_view utf16)
 {
     const char16_t* p = utf16.data();

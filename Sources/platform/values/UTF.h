@@ -25,6 +25,16 @@ ZON_EXPORT void convertValidUTF8ToUTF16(std::string_view utf8, char16_t* out);
 // number of units written, or kInvalid (out then holds a partial result).
 ZON_EXPORT size_t convertUTF8ToUTF16(std::string_view utf8, char16_t* out);
 
+// Copies ascii to out (room for ascii.size() bytes) and answers true when every byte is ASCII;
+// stops at the first block that is not and answers false.
+ZON_EXPORT bool copyIfASCII(std::string_view ascii, char* out);
+// Whether every byte is ASCII.
+ZON_EXPORT bool isASCII(std::string_view bytes);
+// Writes the units of ASCII text to out (room for ascii.size() units).
+ZON_EXPORT void widenASCII(std::string_view ascii, char16_t* out);
+// Whether the units equal the ASCII bytes at ascii (as many as there are units).
+ZON_EXPORT bool equalsASCII(std::u16string_view units, const char* ascii);
+
 // The number of UTF-8 bytes the UTF-16 text encodes to (a lone surrogate takes 3, as U+FFFD).
 ZON_EXPORT size_t utf8LengthOfUTF16(std::u16string_view utf16);
 // Encodes into out, which has room for utf8LengthOfUTF16 bytes; answers the end of the output.

@@ -274,8 +274,7 @@ Ref<String> TXZonIPCPacket::stringValue() const
 {
     if (!sendData_)
         return String::string();
-    const auto bytes = payloadBytes();
-    return String::stringWithUTF8String(std::string_view(reinterpret_cast<const char*>(bytes.data()), bytes.size()));
+    return stringWithUTF8Data(sendData_.get());
 }
 
 bool TXZonIPCPacket::isCommsPacket() const

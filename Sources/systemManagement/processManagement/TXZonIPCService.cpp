@@ -402,9 +402,9 @@ bool TXZonIPCService::sendOutgoing(
     // Read and bumped without a locked instruction, like the plain counter it stands for.
     const int32_t messageId = messageCounter.load(std::memory_order_relaxed);
     messageCounter.store(static_cast<int32_t>(static_cast<uint32_t>(messageId) + 1), std::memory_order_relaxed);
-    auto status = outgoing.payloadData
-        ? port->sendRequest(messageId, typeWord, std::move(outgoing.payloadData), kSendTimeout, timeout, replyMode,
-              &replyMessage)
+    auto status = outgoing.payloadOwner
+        ? port->sendRequest(messageId, typeWord, outgoing.payload, std::move(outgoing.payloadOwner), kSendTimeout,
+              timeout, replyMode, &replyMessage)
         : port->sendRequest(messageId, typeWord, outgoing.payload, kSendTimeout, timeout, replyMode, &replyMessage);
 
     Ref<TXZonIPCPacket> reply;
@@ -430,12 +430,17 @@ bool TXZonIPCService::sendOutgoing(
     return status == MessagePortStatus::Success;
 }
 
-// The packet packetWithString makes, sent without making it. Short text is encoded on the stack;
-// long text into data that the port lets go of once written, so that its memory is free again
-// before the reply is read (which keeps a large echo's buffers below the allocator's trimming
-// threshold: see docs/IPC.md).
+// The packet packetWithString makes, sent without making it. Text kept as ASCII is its own UTF-8
+// and goes out from the string itself. Short text is encoded on the stack; other long text into
+// data that the port lets go of once written, so that its memory is free again before the reply
+// is read (which keeps a large echo's buffers below the allocator's trimming threshold: see
+// docs/IPC.md).
 bool TXZonIPCService::sendStringPacket(String* string, Ref<TXZonIPCPacket>* response, double timeout, Ref<Error>* error)
 {
+    if (const char* ascii = string ? string->asciiCharacters() : nullptr) {
+        const std::span<const uint8_t> bytes(reinterpret_cast<const uint8_t*>(ascii), string->length());
+        return sendOutgoing({TXZonIPCPacket::kString, bytes, Ref<Object>(string), nullptr}, response, timeout, error);
+    }
     constexpr size_t kStackUnits = 256;
     if (string && string->length() <= kStackUnits) {
         uint8_t utf8[3 * kStackUnits];

@@ -171,7 +171,7 @@ private:
     struct OutgoingPacket {
         int32_t type;
         std::span<const uint8_t> payload;
-        Ref<Data> payloadData;  // the data payload lies in, handed to the port; nil when the bytes are lent
+        Ref<Object> payloadOwner; // the object payload lies in, handed to the port; nil when the bytes are lent
         TXZonIPCPacket* packet; // nil when none was made
     };
     // The primitive send (sendPacket_withResponse_timeout_error) after its nil-packet check.
