@@ -109,7 +109,7 @@ void registerAlternatives(bool pinned)
         for (size_t size : kSizes)
             benchmark::RegisterBenchmark(nameOf(role + "RoundTrip", pinned).c_str(), BM_RoundTrip, rig)
                 ->Arg(static_cast<int64_t>(size));
-        benchmark::RegisterBenchmark(nameOf(role + "OneWay", pinned).c_str(), BM_OneWay, rig);
+        repeatedOneWay(benchmark::RegisterBenchmark(nameOf(role + "OneWay", pinned).c_str(), BM_OneWay, rig));
     }
 }
 
@@ -185,7 +185,7 @@ int main(int argc, char** argv)
     if (argc == 4 && std::strcmp(argv[1], "--serve") == 0)
         return serveRole(argv[2], argv[3]) ? 0 : 2;
     setUpRun();
-    benchmark::Initialize(&argc, argv);
+    initializeWithInterleaving(&argc, argv);
     if (alternatives().empty())
         std::printf("No alternative was found when this program was built; only the own link is measured.\n");
     for (bool pinned : {true, false}) {

@@ -400,6 +400,23 @@ std::string nameOf(const std::string& kind, bool pinned, size_t size)
     return name;
 }
 
+benchmark::internal::Benchmark* repeatedOneWay(benchmark::internal::Benchmark* benchmark)
+{
+    return benchmark->Repetitions(kOneWayRepetitions)->ReportAggregatesOnly(true);
+}
+
+void initializeWithInterleaving(int* argc, char** argv)
+{
+    std::vector<char*> arguments(argv, argv + *argc);
+    static char interleaving[] = "--benchmark_enable_random_interleaving=true";
+    const bool given = std::any_of(arguments.begin(), arguments.end(),
+        [](const char* argument) { return std::strstr(argument, "random_interleaving") != nullptr; });
+    if (!given)
+        arguments.insert(arguments.begin() + 1, interleaving);
+    int count = static_cast<int>(arguments.size());
+    benchmark::Initialize(&count, arguments.data());
+}
+
 void registerOwn(bool pinned)
 {
     for (size_t size : kSizes) {
@@ -412,10 +429,11 @@ void registerOwn(bool pinned)
         benchmark::RegisterBenchmark(nameOf("ServiceDataRoundTrip", pinned).c_str(), BM_ServiceDataRoundTrip, pinned)
             ->Arg(arg);
     }
-    benchmark::RegisterBenchmark(nameOf("BareOneWay", pinned).c_str(), BM_BareOneWay, pinned);
-    benchmark::RegisterBenchmark(nameOf("PortOneWay", pinned).c_str(), BM_PortOneWay, pinned);
-    benchmark::RegisterBenchmark(nameOf("ServiceOneWay", pinned).c_str(), BM_ServiceOneWay, pinned);
-    benchmark::RegisterBenchmark(nameOf("ServiceDataOneWay", pinned).c_str(), BM_ServiceDataOneWay, pinned);
+    repeatedOneWay(benchmark::RegisterBenchmark(nameOf("BareOneWay", pinned).c_str(), BM_BareOneWay, pinned));
+    repeatedOneWay(benchmark::RegisterBenchmark(nameOf("PortOneWay", pinned).c_str(), BM_PortOneWay, pinned));
+    repeatedOneWay(benchmark::RegisterBenchmark(nameOf("ServiceOneWay", pinned).c_str(), BM_ServiceOneWay, pinned));
+    repeatedOneWay(
+        benchmark::RegisterBenchmark(nameOf("ServiceDataOneWay", pinned).c_str(), BM_ServiceDataOneWay, pinned));
 }
 
 // ---- Running and reporting ----

@@ -102,6 +102,15 @@ public:
     double micros(const std::string& name) const { return nanoseconds(name) / 1000; }
 };
 
+// One-way rows run this many times and report their median: a one-way rate follows the host's
+// scheduling more than a round trip does. With interleaving on (see initializeWithInterleaving)
+// their runs are spread at random among the other rows', so a slow moment of the host does not
+// fall on one link alone.
+inline constexpr int kOneWayRepetitions = 5;
+benchmark::internal::Benchmark* repeatedOneWay(benchmark::internal::Benchmark* benchmark);
+// benchmark::Initialize with random interleaving on unless the command line says otherwise.
+void initializeWithInterleaving(int* argc, char** argv);
+
 // Runs the pinned benchmarks whose kind (the name's first part) matches kinds, a regular
 // expression, with start(true) done before and stop(true) after, then the unpinned ones the same way.
 void runPinnedThenUnpinned(TimeReporter& reporter, const std::string& kinds, const std::function<void(bool)>& start,

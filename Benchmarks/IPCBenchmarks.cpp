@@ -108,7 +108,7 @@ int main(int argc, char** argv)
         --argc;
         ++argv;
     }
-    benchmark::Initialize(&argc, argv);
+    initializeWithInterleaving(&argc, argv);
     for (bool pinned : {true, false})
         registerOwn(pinned);
     TimeReporter reporter;

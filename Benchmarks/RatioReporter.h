@@ -30,7 +30,7 @@ public:
         ConsoleReporter::ReportRuns(runs);
         for (const Run& run : runs)
             if (!run.error_occurred)
-                nanoseconds_[run.benchmark_name()] = clock_(run);
+                nanoseconds_[withoutRepeats(run.benchmark_name())] = clock_(run);
     }
 
     // Nanoseconds per iteration of the benchmark named so (its median when it was repeated), or 0.
@@ -59,6 +59,13 @@ public:
     }
 
 private:
+    // A repeated benchmark's runs are named "Name/repeats:5_median"; they are kept as "Name_median".
+    static std::string withoutRepeats(std::string name)
+    {
+        if (const size_t at = name.find("/repeats:"); at != std::string::npos)
+            name.erase(at, name.find_first_not_of("0123456789", at + 9) - at);
+        return name;
+    }
     static double unitsPerSecond(const Run& run) { return benchmark::GetTimeUnitMultiplier(run.time_unit); }
 
     Clock clock_;
