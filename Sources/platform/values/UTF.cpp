@@ -128,49 +128,42 @@ void convertValidUTF8ToUTF16(std::string_view utf8, char16_t* out) { decodeUTF8<
 
 size_t convertUTF8ToUTF16(std::string_view utf8, char16_t* out) { return decodeUTF8<true>(utf8, out); }
 
-bool copyIfASCII(std::string_view ascii, char* out)
-{
-    auto* p = reinterpret_cast<const Byte*>(ascii.data());
-    auto* const end = p + ascii.size();
-    // 64 bytes a step: one test of the four blocks' top bits together.
-    for (; end - p >= 64; p += 64, out += 64) {
-        const __m128i a = _mm_loadu_si128(reinterpret_cast<const __m128i*>(p));
-        const __m128i b = _mm_loadu_si128(reinterpret_cast<const __m128i*>(p + 16));
-        const __m128i c = _mm_loadu_si128(reinterpret_cast<const __m128i*>(p + 32));
-        const __m128i d = _mm_loadu_si128(reinterpret_cast<const __m128i*>(p + 48));
-        if (_mm_movemask_epi8(_mm_or_si128(_mm_or_si128(a, b), _mm_or_si128(c, d))))
-            return false;
-        _mm_storeu_si128(reinterpret_cast<__m128i*>(out), a);
-        _mm_storeu_si128(reinterpret_cast<__m128i*>(out + 16), b);
-        _mm_storeu_si128(reinterpret_cast<__m128i*>(out + 32), c);
-        _mm_storeu_si128(reinterpret_cast<__m128i*>(out + 48), d);
-    }
-    for (; p < end; ++p, ++out) {
-        if (*p >= 0x80)
-            return false;
-        *out = static_cast<char>(*p);
-    }
-    return true;
-}
+namespace {
 
-bool isASCII(std::string_view bytes)
+// Whether every byte is ASCII; when Copy, the bytes are copied to out as they are checked (up to
+// the block where a non-ASCII byte turns up).
+template <bool Copy>
+bool scanASCII(std::string_view bytes, char* out)
 {
     auto* p = reinterpret_cast<const Byte*>(bytes.data());
     auto* const end = p + bytes.size();
+    // 64 bytes a step: one test of the four blocks' top bits together.
     for (; end - p >= 64; p += 64) {
-        const __m128i a = _mm_loadu_si128(reinterpret_cast<const __m128i*>(p));
-        const __m128i b = _mm_loadu_si128(reinterpret_cast<const __m128i*>(p + 16));
-        const __m128i c = _mm_loadu_si128(reinterpret_cast<const __m128i*>(p + 32));
-        const __m128i d = _mm_loadu_si128(reinterpret_cast<const __m128i*>(p + 48));
-        if (_mm_movemask_epi8(_mm_or_si128(_mm_or_si128(a, b), _mm_or_si128(c, d))))
+        __m128i blocks[4];
+        for (int i = 0; i < 4; ++i)
+            blocks[i] = _mm_loadu_si128(reinterpret_cast<const __m128i*>(p + 16 * i));
+        if (_mm_movemask_epi8(_mm_or_si128(_mm_or_si128(blocks[0], blocks[1]), _mm_or_si128(blocks[2], blocks[3]))))
             return false;
+        if constexpr (Copy) {
+            for (int i = 0; i < 4; ++i)
+                _mm_storeu_si128(reinterpret_cast<__m128i*>(out + 16 * i), blocks[i]);
+            out += 64;
+        }
     }
     for (; p < end; ++p) {
         if (*p >= 0x80)
             return false;
+        if constexpr (Copy)
+            *out++ = static_cast<char>(*p);
     }
     return true;
 }
+
+} // namespace
+
+bool copyIfASCII(std::string_view ascii, char* out) { return scanASCII<true>(ascii, out); }
+
+bool isASCII(std::string_view bytes) { return scanASCII<false>(bytes, nullptr); }
 
 void widenASCII(std::string_view ascii, char16_t* out)
 {
