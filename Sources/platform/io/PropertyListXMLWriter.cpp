@@ -15,6 +15,8 @@
 #include <cstring>
 #include <string_view>
 
+#include <tmmintrin.h>
+
 namespace zon::plist {
 
 namespace {
@@ -231,15 +233,49 @@ struct Base64Pairs {
 };
 constexpr Base64Pairs kBase64Pairs;
 
-// Encodes count bytes, a multiple of 3, as base64 at out; answers the end of the output. Six
-// bytes at a time through one 8-byte load while that stays inside the input.
+// Encodes 12 bytes at a time with SSSE3 while a 16-byte load stays inside the input: the bytes
+// are spread so that each 32-bit lane holds one triple, the four 6-bit values of each lane are
+// moved into bytes of their own by two multiplications, and a 16-entry shuffle table adds the
+// offset of each value's range of the alphabet. Answers how many bytes it encoded.
+__attribute__((target("ssse3"))) size_t encodeBase64Blocks(const uint8_t* in, size_t count, char*& out)
+{
+    const __m128i spread = _mm_setr_epi8(1, 0, 2, 1, 4, 3, 5, 4, 7, 6, 8, 7, 10, 9, 11, 10);
+    const __m128i rangeOffsets = _mm_setr_epi8('a' - 26, '0' - 52, '0' - 52, '0' - 52, '0' - 52, '0' - 52,
+        '0' - 52, '0' - 52, '0' - 52, '0' - 52, '0' - 52, '+' - 62, '/' - 63, 'A', 0, 0);
+    size_t i = 0;
+    for (; i + 16 <= count; i += 12, out += 16) {
+        const __m128i bytes = _mm_shuffle_epi8(_mm_loadu_si128(reinterpret_cast<const __m128i*>(in + i)), spread);
+        const __m128i high = _mm_mulhi_epu16(
+            _mm_and_si128(bytes, _mm_set1_epi32(0x0fc0fc00)), _mm_set1_epi32(0x04000040));
+        const __m128i low = _mm_mullo_epi16(
+            _mm_and_si128(bytes, _mm_set1_epi32(0x003f03f0)), _mm_set1_epi32(0x01000010));
+        const __m128i values = _mm_or_si128(high, low);
+        // Range index: 13 for 0-25 (A-Z), 0 for 26-51 (a-z), 1-12 for 52-63 (digits, '+', '/').
+        __m128i range = _mm_subs_epu8(values, _mm_set1_epi8(51));
+        range = _mm_or_si128(range, _mm_and_si128(_mm_cmpgt_epi8(_mm_set1_epi8(26), values), _mm_set1_epi8(13)));
+        const __m128i text = _mm_add_epi8(values, _mm_shuffle_epi8(rangeOffsets, range));
+        _mm_storeu_si128(reinterpret_cast<__m128i*>(out), text);
+    }
+    return i;
+}
+
+bool processorHasSSSE3()
+{
+    __builtin_cpu_init(); // static initialisers may run before the library's own
+    return __builtin_cpu_supports("ssse3");
+}
+const bool kHasSSSE3 = processorHasSSSE3();
+
+// Encodes count bytes, a multiple of 3, as base64 at out; answers the end of the output. Twelve
+// bytes at a time where the processor can, then six at a time through one 8-byte load while that
+// stays inside the input.
 char* encodeBase64Triples(const uint8_t* in, size_t count, char* out)
 {
     const auto put = [&out](uint32_t twelveBits) {
         std::memcpy(out, kBase64Pairs.pairs[twelveBits], 2);
         out += 2;
     };
-    size_t i = 0;
+    size_t i = kHasSSSE3 ? encodeBase64Blocks(in, count, out) : 0;
     for (; i + 8 <= count; i += 6) {
         uint64_t word;
         std::memcpy(&word, in + i, sizeof word);

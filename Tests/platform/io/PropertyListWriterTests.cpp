@@ -149,6 +149,42 @@ TEST(PropertyListWriter, Base64LinesShrinkByEightPerLevelDownToTwelve)
     EXPECT_THAT(xml, HasSubstr("\n" + std::string(10, '\t') + "</data>\n"));
 }
 
+TEST(PropertyListWriter, Base64MatchesAPlainEncoderForEveryLengthAndByte)
+{
+    // The encoder takes twelve bytes at a time where it can and six or three elsewhere, so every
+    // length up to a few lines, every byte value and every nesting level's line length count.
+    const auto plainBase64 = [](const std::vector<uint8_t>& bytes) {
+        static constexpr char kAlphabet[] = "ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz0123456789+/";
+        std::string text;
+        for (size_t i = 0; i < bytes.size(); i += 3) {
+            const size_t n = std::min<size_t>(3, bytes.size() - i);
+            const uint32_t triple = bytes[i] << 16 | (n > 1 ? bytes[i + 1] << 8 : 0) | (n > 2 ? bytes[i + 2] : 0);
+            text += kAlphabet[triple >> 18];
+            text += kAlphabet[(triple >> 12) & 0x3F];
+            text += n > 1 ? kAlphabet[(triple >> 6) & 0x3F] : '=';
+            text += n > 2 ? kAlphabet[triple & 0x3F] : '=';
+        }
+        return text;
+    };
+    const auto base64Of = [](const std::string& xml) {
+        const size_t start = xml.find("<data>") + 6;
+        std::string text;
+        for (char c : xml.substr(start, xml.find("</data>") - start))
+            if (c != '\n' && c != '\t')
+                text += c;
+        return text;
+    };
+    uint32_t seed = 12345;
+    for (size_t length = 0; length < 300; ++length) {
+        std::vector<uint8_t> bytes(length);
+        for (size_t i = 0; i < length; ++i)
+            bytes[i] = static_cast<uint8_t>(length < 256 && i == 0 ? length : (seed = seed * 1103515245 + 12345) >> 24);
+        Ref<Object> value = Data::dataWithBytes(bytes);
+        for (int level = 0; level < 3; ++level, value = Array::arrayWithObject(value))
+            ASSERT_EQ(base64Of(xmlOf(value)), plainBase64(bytes)) << length << " bytes at level " << level;
+    }
+}
+
 TEST(PropertyListWriter, WritesDatesFarFromTheReferenceDate)
 {
     const auto dateText = [](double secondsSince1970) {
