@@ -14,6 +14,7 @@
 #include <cmath>
 #include <cstring>
 #include <string_view>
+#include <type_traits>
 
 #include <tmmintrin.h>
 
@@ -109,16 +110,16 @@ private:
     size_t used_ = 0;
 };
 
-// UTF-8 with &, < and > escaped and everything else (control characters included) as it is; a
-// lone surrogate has no UTF-8 form and becomes U+FFFD.
-void appendEscaped(Output& out, const String* text)
+// UTF-8 of UTF-16 units (or of ASCII bytes) with &, < and > escaped and everything else (control
+// characters included) as it is; a lone surrogate has no UTF-8 form and becomes U+FFFD.
+template <class Unit>
+void appendEscapedUnits(Output& out, const Unit* at, size_t length)
 {
-    const char16_t* at = text->characters();
-    const char16_t* const end = at + text->length();
+    const Unit* const end = at + length;
     // Worst case per unit: "&amp;" (5 bytes); non-ASCII takes at most 3 bytes per unit.
-    char* p = out.room(text->length() * 5);
+    char* p = out.room(length * 5);
     while (at < end) {
-        const char16_t unit = *at++;
+        const char16_t unit = static_cast<std::make_unsigned_t<Unit>>(*at++);
         if (unit < 0x80) {
             switch (unit) {
             case '&':
@@ -158,6 +159,14 @@ void appendEscaped(Output& out, const String* text)
         *p++ = static_cast<char>(0x80 | (code & 0x3F));
     }
     out.advanceTo(p);
+}
+
+void appendEscaped(Output& out, const String* text)
+{
+    if (const char* ascii = text->asciiCharacters())
+        appendEscapedUnits(out, ascii, text->length());
+    else
+        appendEscapedUnits(out, text->characters(), text->length());
 }
 
 void appendReal(Output& out, double value)

@@ -185,6 +185,19 @@ TEST(PropertyListWriter, Base64MatchesAPlainEncoderForEveryLengthAndByte)
     }
 }
 
+TEST(PropertyListWriter, LongASCIITextIsEscapedAsUTF16TextIs)
+{
+    std::string ascii;
+    while (ascii.size() < 3000)
+        ascii += "a<b & c>d\t";
+    Ref<String> kept = String::stringWithUTF8String(ascii);
+    ASSERT_NE(kept->asciiCharacters(), nullptr);
+    const std::u16string units(ascii.begin(), ascii.end());
+    const std::string xml = xmlOf(kept);
+    EXPECT_EQ(xml, xmlOf(String::stringWithCharacters(units)));
+    EXPECT_THAT(xml, HasSubstr("<string>a&lt;b &amp; c&gt;d\ta&lt;"));
+}
+
 TEST(PropertyListWriter, WritesDatesFarFromTheReferenceDate)
 {
     const auto dateText = [](double secondsSince1970) {
