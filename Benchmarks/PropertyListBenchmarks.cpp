@@ -138,7 +138,7 @@ BENCHMARK(BM_PacketEncodeDecodeString);
 // The median rate in MB/s of the benchmark named so over bytes, or 0 when it did not run.
 double megabytesPerSecond(const bench::RatioReporter& reporter, const std::string& name, size_t bytes)
 {
-    const double nanoseconds = reporter.nanoseconds(name + "/repeats:" + std::to_string(kRepetitions));
+    const double nanoseconds = reporter.nanoseconds(name);
     return nanoseconds > 0 ? bytes / nanoseconds * 1e3 : 0;
 }
 

@@ -242,17 +242,19 @@ struct Base64Pairs {
 };
 constexpr Base64Pairs kBase64Pairs;
 
-// Encodes 12 bytes at a time with SSSE3 while a 16-byte load stays inside the input: the bytes
+// Encodes 12 bytes at a time with SSSE3 while a 16-byte load stays inside readable (the bytes
+// that may be read, count and beyond): the bytes
 // are spread so that each 32-bit lane holds one triple, the four 6-bit values of each lane are
 // moved into bytes of their own by two multiplications, and a 16-entry shuffle table adds the
 // offset of each value's range of the alphabet. Answers how many bytes it encoded.
-__attribute__((target("ssse3"))) size_t encodeBase64Blocks(const uint8_t* in, size_t count, char*& out)
+__attribute__((target("ssse3"))) size_t encodeBase64Blocks(
+    const uint8_t* in, size_t count, size_t readable, char*& out)
 {
     const __m128i spread = _mm_setr_epi8(1, 0, 2, 1, 4, 3, 5, 4, 7, 6, 8, 7, 10, 9, 11, 10);
     const __m128i rangeOffsets = _mm_setr_epi8('a' - 26, '0' - 52, '0' - 52, '0' - 52, '0' - 52, '0' - 52,
         '0' - 52, '0' - 52, '0' - 52, '0' - 52, '0' - 52, '+' - 62, '/' - 63, 'A', 0, 0);
     size_t i = 0;
-    for (; i + 16 <= count; i += 12, out += 16) {
+    for (; i + 12 <= count && i + 16 <= readable; i += 12, out += 16) {
         const __m128i bytes = _mm_shuffle_epi8(_mm_loadu_si128(reinterpret_cast<const __m128i*>(in + i)), spread);
         const __m128i high = _mm_mulhi_epu16(
             _mm_and_si128(bytes, _mm_set1_epi32(0x0fc0fc00)), _mm_set1_epi32(0x04000040));
@@ -276,16 +278,17 @@ bool processorHasSSSE3()
 const bool kHasSSSE3 = processorHasSSSE3();
 
 // Encodes count bytes, a multiple of 3, as base64 at out; answers the end of the output. Twelve
-// bytes at a time where the processor can, then six at a time through one 8-byte load while that
-// stays inside the input.
-char* encodeBase64Triples(const uint8_t* in, size_t count, char* out)
+// bytes at a time where the processor can, then six at a time through one 8-byte load, each
+// while its loads stay inside the readable bytes (count of them, or more when the input goes on
+// past the bytes to encode).
+char* encodeBase64Triples(const uint8_t* in, size_t count, size_t readable, char* out)
 {
     const auto put = [&out](uint32_t twelveBits) {
         std::memcpy(out, kBase64Pairs.pairs[twelveBits], 2);
         out += 2;
     };
-    size_t i = kHasSSSE3 ? encodeBase64Blocks(in, count, out) : 0;
-    for (; i + 8 <= count; i += 6) {
+    size_t i = kHasSSSE3 ? encodeBase64Blocks(in, count, readable, out) : 0;
+    for (; i + 6 <= count && i + 8 <= readable; i += 6) {
         uint64_t word;
         std::memcpy(&word, in + i, sizeof word);
         if constexpr (std::endian::native == std::endian::little)
@@ -315,7 +318,7 @@ void appendBase64Lines(Output& out, std::span<const uint8_t> bytes, size_t level
         char* p = out.room(lineLength + 1);
         const uint8_t* in = bytes.data() + start;
         const size_t i = count / 3 * 3;
-        p = encodeBase64Triples(in, i, p);
+        p = encodeBase64Triples(in, i, bytes.size() - start, p);
         if (i < count) {
             const uint32_t triple = (in[i] << 16) | (i + 1 < count ? in[i + 1] << 8 : 0);
             *p++ = kBase64Alphabet[triple >> 18];
