@@ -142,7 +142,7 @@ String* Class::logCategory() const
         if (auto* text = dynamicCast<String>(answer.get())) {
             category = text;
             if (!text->isImmortal())
-                answer.leakRef();
+                static_cast<void>(answer.leakRef());
         }
     }
     logCategory_.store(category, std::memory_order_release);
