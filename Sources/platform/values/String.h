@@ -251,11 +251,11 @@ protected:
     size_t length_;
 
 private:
-    // Makes a string whose length units follow the object in one allocation; the caller fills them.
-    static Ref<String> allocate(size_t length, char16_t** units);
     // Text of this many ASCII bytes or more is kept as bytes: below it the conversions cost
     // little, and short strings (keys, names) never pay for a second form.
     static constexpr size_t kASCIIFormMinLength = 1024;
+    // Makes a string whose length units follow the object in one allocation; the caller fills them.
+    static Ref<String> allocate(size_t length, char16_t** units);
     // The same with length ASCII bytes after the object.
     static Ref<String> allocateASCII(size_t length, char** bytes);
     // Text of ASCII bytes that lie in owner, which keeps them alive and unchanged; nil when a
