@@ -114,8 +114,9 @@ TEST(DataGzip, RoundTripsAtManySizes)
         const Bytes bytes = sampleBytes(size, 11);
         Ref<Data> compressed = dataOf(bytes)->gzipWithZlib();
         ASSERT_TRUE(compressed);
-        if (size)
+        if (size) {
             EXPECT_EQ(bytesOf(compressed->gunzipWithZlib()), bytes) << size << " bytes";
+        }
     }
 }
 

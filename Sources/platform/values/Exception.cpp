@@ -39,6 +39,7 @@ Ref<Exception> Exception::exceptionWithName_reason_userInfo(String* name, String
 void Exception::raise(String* name, String* reason)
 {
     exceptionWithName_reason_userInfo(name, reason, nullptr)->raise();
+    __builtin_unreachable(); // raise() always throws, though the compiler cannot see it through the virtual call
 }
 
 const char* Exception::what() const noexcept
