@@ -15,7 +15,8 @@ Ref<Data> Data::dataWithUTF8OfString(const String* string)
     if (!string)
         return nullptr;
     const char* ascii = string->asciiCharacters();
-    if (auto* owner = dynamicCast<Data>(string->asciiOwner()); owner && owner->length() == string->length())
+    if (auto* owner = dynamicCast<Data>(string->asciiOwner());
+        owner && owner->bytes() == ascii && owner->length() == string->length())
         return Ref<Data>(const_cast<Data*>(owner));
     ByteVector bytes;
     if (ascii)

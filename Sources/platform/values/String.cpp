@@ -81,7 +81,9 @@ Ref<String> String::stringWithCharacters(const char16_t* units, size_t length)
 
 Ref<String> String::stringWithUTF8String(std::string_view utf8)
 {
-    // Long ASCII text is kept as it came, checked and copied in one pass.
+    // Long ASCII text is kept as it came, checked and copied in one pass. Text that turns out not
+    // to be ASCII has cost the copy up to its first non-ASCII byte, at most one more pass at
+    // copying speed before the decoding below.
     if (utf8.size() >= kASCIIFormMinLength) {
         char* bytes;
         Ref<String> ascii = allocateASCII(utf8.size(), &bytes);
