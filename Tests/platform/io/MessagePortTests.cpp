@@ -23,6 +23,7 @@
 #include <algorithm>
 #include <atomic>
 #include <cstring>
+#include <functional>
 #include <future>
 #include <map>
 #include <span>
@@ -326,27 +327,41 @@ TEST_F(MessagePortTest, MessagesInTwoPartsArriveWholeOrSplitAsEachEndAsks)
     EXPECT_EQ(textOf(reply.body), "7:abcd");
 }
 
-TEST_F(MessagePortTest, LentBytesCutShortByASendTimeoutStillArriveWhole)
+TEST_F(MessagePortTest, LentAndHandedOverBytesCutShortByASendTimeoutStillArriveWhole)
 {
     // The receiver is held, so a 4 MiB message fills the socket and its send times out part way.
-    // The stream must carry the rest later, after the sender has reused and freed its buffer.
-    HeldReceiver server(ZSTR("held"), [](int32_t messageId, Data* data) {
-        const auto bytes = data->span();
-        const bool intact = std::all_of(bytes.begin(), bytes.end(), [](uint8_t b) { return b == 7; });
-        return std::to_string(messageId) + ":" + std::to_string(bytes.size()) + (intact ? "" : " changed");
-    });
-    auto remote = MessagePort::createRemote(ZSTR("held"));
-    ASSERT_EQ(remote->sendRequest(1, {}, spanOf("\7"), 5, 0, nullptr, nullptr), MessagePortStatus::Success);
-    {
-        std::vector<uint8_t> lent(4 << 20, 7);
-        EXPECT_EQ(remote->sendRequest(2, {}, std::span<const uint8_t>(lent), 0.05, 0, nullptr, nullptr),
-            MessagePortStatus::SendTimeout);
-        std::fill(lent.begin(), lent.end(), 0);
+    // The stream must carry the rest later: lent bytes after the sender has reused and freed its
+    // buffer, bytes of an object handed to the port (a string's text) after the sender has let go
+    // of the object.
+    const std::function<MessagePortStatus(MessagePort*)> cutShortSends[] = {
+        [](MessagePort* remote) {
+            std::vector<uint8_t> lent(4 << 20, 7);
+            const auto status = remote->sendRequest(2, {}, std::span<const uint8_t>(lent), 0.05, 0, nullptr, nullptr);
+            std::fill(lent.begin(), lent.end(), 0);
+            return status;
+        },
+        [](MessagePort* remote) {
+            Ref<String> text = String::stringWithUTF8String(std::string(4 << 20, '\7'));
+            const std::span<const uint8_t> bytes(
+                reinterpret_cast<const uint8_t*>(text->asciiCharacters()), text->length());
+            return remote->sendRequest(2, {}, bytes, Ref<Object>(std::move(text)), 0.05, 0, nullptr, nullptr);
+        },
+    };
+    for (const auto& sendCutShort : cutShortSends) {
+        HeldReceiver server(ZSTR("held"), [](int32_t messageId, Data* data) {
+            const auto bytes = data->span();
+            const bool intact = std::all_of(bytes.begin(), bytes.end(), [](uint8_t b) { return b == 7; });
+            return std::to_string(messageId) + ":" + std::to_string(bytes.size()) + (intact ? "" : " changed");
+        });
+        auto remote = MessagePort::createRemote(ZSTR("held"));
+        ASSERT_EQ(remote->sendRequest(1, {}, spanOf("\7"), 5, 0, nullptr, nullptr), MessagePortStatus::Success);
+        EXPECT_EQ(sendCutShort(remote.get()), MessagePortStatus::SendTimeout);
+        server.release();
+        Ref<Data> reply;
+        EXPECT_EQ(
+            remote->sendRequest(3, bytesOf("\7"), 30, 30, NSDefaultRunLoopMode, &reply), MessagePortStatus::Success);
+        EXPECT_THAT(server.received(), ElementsAre("1:1", "2:4194304", "3:1"));
     }
-    server.release();
-    Ref<Data> reply;
-    EXPECT_EQ(remote->sendRequest(3, bytesOf("\7"), 30, 30, NSDefaultRunLoopMode, &reply), MessagePortStatus::Success);
-    EXPECT_THAT(server.received(), ElementsAre("1:1", "2:4194304", "3:1"));
 }
 
 TEST_F(MessagePortTest, MessageIdsReachTheCallbackAndNilAnswersNothing)
