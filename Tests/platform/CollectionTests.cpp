@@ -8,6 +8,8 @@
 #include "platform/values/Set.h"
 #include "platform/values/String.h"
 
+#include "support/CountedObject.h"
+
 #include <gtest/gtest.h>
 
 #include <algorithm>
@@ -18,6 +20,7 @@
 #include <vector>
 
 using namespace zon;
+using test::CountedObject;
 
 namespace {
 
@@ -34,16 +37,6 @@ std::string reasonOf(const std::function<void()>& body)
     }
     return "no exception";
 }
-
-// Counts the instances alive, to see that each is destroyed exactly once.
-struct Tracked : Object {
-    ZON_OBJECT(Tracked, Object)
-public:
-    static inline int alive = 0;
-    Tracked() { ++alive; }
-    ~Tracked() override { --alive; }
-};
-ZON_DEFINE_CLASS(Tracked, "Tracked")
 
 std::string joined(const Array* array) { return text(array->componentsJoinedByString(ZSTR(","))); }
 
@@ -348,37 +341,37 @@ TEST(Collections, LargeContainersReleaseEachElementOnceWhateverTheyHold)
     // list that nests: elements here are large containers themselves, deep chains and objects
     // also held from outside.
     constexpr size_t kLarge = 20000;
-    Tracked::alive = 0;
-    Ref<Object> shared = makeObject<Tracked>();
+    CountedObject::alive = 0;
+    Ref<Object> shared = makeObject<CountedObject>();
     {
         std::vector<Ref<Object>> outer;
         for (size_t i = 0; i < kLarge; ++i) {
             if (i % 5000 == 0) {
                 std::vector<Ref<Object>> inner;
                 for (size_t k = 0; k < kLarge; ++k)
-                    inner.push_back(makeObject<Tracked>());
+                    inner.push_back(makeObject<CountedObject>());
                 outer.push_back(Array::arrayWithVector(std::move(inner)));
             } else if (i % 5000 == 1) {
                 auto table = MutableDictionary::dictionaryWithCapacity(kLarge);
                 for (size_t k = 0; k < kLarge; ++k)
-                    table->setObject_forKey(makeObject<Tracked>(), num(static_cast<int>(k)));
+                    table->setObject_forKey(makeObject<CountedObject>(), num(static_cast<int>(k)));
                 outer.push_back(table);
             } else if (i % 5000 == 2) {
-                Ref<Object> chain = makeObject<Tracked>();
+                Ref<Object> chain = makeObject<CountedObject>();
                 for (int depth = 0; depth < 100; ++depth)
-                    chain = Array::arrayWithObjects({chain, makeObject<Tracked>()});
+                    chain = Array::arrayWithObjects({chain, makeObject<CountedObject>()});
                 outer.push_back(chain);
             } else {
-                outer.push_back(i % 2 ? shared : Ref<Object>(makeObject<Tracked>()));
+                outer.push_back(i % 2 ? shared : Ref<Object>(makeObject<CountedObject>()));
             }
         }
         Ref<Array> array = Array::arrayWithVector(std::move(outer));
-        EXPECT_GT(Tracked::alive, static_cast<int>(kLarge));
+        EXPECT_GT(CountedObject::alive, static_cast<int>(kLarge));
     }
-    EXPECT_EQ(Tracked::alive, 1);
+    EXPECT_EQ(CountedObject::alive, 1);
     EXPECT_EQ(shared->retainCount(), 1u);
     shared = nullptr;
-    EXPECT_EQ(Tracked::alive, 0);
+    EXPECT_EQ(CountedObject::alive, 0);
 }
 
 TEST(Collections, ImmutableValuesAreSharedBetweenThreads)

@@ -5,9 +5,12 @@
 #include "platform/values/Exception.h"
 #include "platform/values/String.h"
 
+#include "support/CountedObject.h"
+
 #include <gtest/gtest.h>
 
 using namespace zon;
+using test::CountedObject;
 
 namespace {
 
@@ -39,22 +42,13 @@ public:
 };
 ZON_DEFINE_CLASS(LoudGreeter, "LoudGreeter")
 
-struct Probe : Object {
-    ZON_OBJECT(Probe, Object)
-public:
-    static inline int alive = 0;
-    Probe() { ++alive; }
-    ~Probe() override { --alive; }
-};
-ZON_DEFINE_CLASS(Probe, "Probe")
-
 } // namespace
 
 TEST(Object, RetainReleaseAndAutorelease)
 {
-    Probe::alive = 0;
+    CountedObject::alive = 0;
     {
-        Ref<Probe> probe = makeObject<Probe>();
+        Ref<CountedObject> probe = makeObject<CountedObject>();
         EXPECT_EQ(probe->retainCount(), 1u);
         {
             AutoreleasePool pool;
@@ -63,9 +57,9 @@ TEST(Object, RetainReleaseAndAutorelease)
             EXPECT_EQ(probe->retainCount(), 2u);
         }
         EXPECT_EQ(probe->retainCount(), 1u);
-        EXPECT_EQ(Probe::alive, 1);
+        EXPECT_EQ(CountedObject::alive, 1);
     }
-    EXPECT_EQ(Probe::alive, 0);
+    EXPECT_EQ(CountedObject::alive, 0);
 }
 
 TEST(Object, SelectorsDispatchThroughTheSuperclassChain)
@@ -133,7 +127,7 @@ TEST(Object, InvocationCallsWithArgumentSlots)
 
 TEST(Object, LogCategoryFollowsClassOverrides)
 {
-    EXPECT_EQ(makeObject<Probe>()->objectLogCategory()->UTF8String(), "default");
+    EXPECT_EQ(makeObject<CountedObject>()->objectLogCategory()->UTF8String(), "default");
     EXPECT_EQ(Greeter::greeter()->objectLogCategory()->UTF8String(), "Greeting");
     EXPECT_EQ(LoudGreeter::loudGreeter()->objectLogCategory()->UTF8String(), "Greeting");
     EXPECT_EQ(LoudGreeter::staticClass()->objectLogCategory()->UTF8String(), "Greeting");
