@@ -141,8 +141,6 @@ struct FrameLead {
     uint8_t length = 0;
 };
 
-const uint8_t* bytesOf(const Data* data) { return data ? static_cast<const uint8_t*>(data->bytes()) : nullptr; }
-size_t lengthOf(const Data* data) { return data ? data->length() : 0; }
 
 // What an empty payload becomes: requests always have a body; an empty reply says that the
 // receiver answered nothing.
@@ -159,15 +157,15 @@ MessagePortMessage messageOfFrame(MessageFrame&& frame, EmptyPayload empty)
     return message;
 }
 
-} // namespace
-
-// ---- Messages ------------------------------------------------------------------------------------
-
-// Bytes and the object they lie in, which keeps them alive and unchanged.
-struct MessagePort::HeldBytes {
+// Bytes being written and the object they lie in, which keeps them alive and unchanged.
+struct HeldBytes {
     std::span<const uint8_t> bytes;
     Ref<Object> owner;
 };
+
+} // namespace
+
+// ---- Messages ------------------------------------------------------------------------------------
 
 // The body of a message being sent: its bytes and what keeps them if the frame has to be queued,
 // the object they lie in (borrowed for the call, or handed over), or else a copy made then.
@@ -247,7 +245,7 @@ public:
     struct PendingWrite {
         FrameLead lead;
         size_t leadDone = 0;
-        Ref<Data> body;
+        HeldBytes body;
         size_t bodyDone = 0;
     };
 
@@ -391,7 +389,7 @@ void Connection::queueReply(const MessageFrameHeader& request, MessagePortMessag
     header.flags = MessageFrameIsReply;
     PendingWrite write;
     write.lead = FrameLead(header, reply.prefixBytes());
-    write.body = std::move(reply.body);
+    write.body = {reply.bodyBytes(), std::move(reply.body)};
     const bool wasIdle = pending.empty();
     pending.push_back(std::move(write));
     if (!wasIdle)
@@ -409,9 +407,9 @@ bool Connection::flush()
 {
     while (!pending.empty()) {
         PendingWrite& write = pending.front();
-        const size_t bodyLength = lengthOf(write.body);
+        const size_t bodyLength = write.body.bytes.size();
         ssize_t n = sendSome(fd.fd, write.lead.bytes + write.leadDone, write.lead.length - write.leadDone,
-            bytesOf(write.body) + write.bodyDone, bodyLength - write.bodyDone);
+            write.body.bytes.data() + write.bodyDone, bodyLength - write.bodyDone);
         if (n < 0)
             return false;
         if (n == 0)

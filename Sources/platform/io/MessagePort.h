@@ -132,7 +132,6 @@ public:
 private:
     MessagePort(Ref<String> name, std::shared_ptr<LocalEndpoint> local, std::shared_ptr<RemoteLink> remote);
 
-    struct HeldBytes;
     struct OutgoingBody;
     MessagePortStatus send(int32_t messageId, std::span<const uint8_t> prefix, OutgoingBody body, double sendTimeout,
         double receiveTimeout, String* replyMode, MessagePortMessage* reply);

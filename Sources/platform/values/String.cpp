@@ -112,8 +112,13 @@ Ref<String> String::stringWithString(const String* text)
 {
     if (!text)
         return nullptr;
-    if (const char* ascii = text->asciiCharacters())
-        return stringWithUTF8String({ascii, text->length_});
+    if (const char* ascii = text->asciiCharacters()) {
+        // Known to be ASCII: copied without being checked again.
+        char* bytes;
+        Ref<String> copy = allocateASCII(text->length_, &bytes);
+        std::memcpy(bytes, ascii, text->length_);
+        return copy;
+    }
     return stringWithCharacters(text->characters(), text->length_);
 }
 
