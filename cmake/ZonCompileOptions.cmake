@@ -23,13 +23,16 @@ if(ZON_BUILD_FUZZERS)
   add_link_options(-fsanitize=address,undefined)
 endif()
 
-# Adds the sources of one Sources/ folder to a library and installs its headers
-# under include/ZonCommon/<folder>.
+# Adds the sources of one Sources/ folder to a library and installs its public headers
+# under include/ZonCommon/<folder>. Headers named *Internal.h serve the library's own units only
+# and are not installed.
 function(zon_add_sources target folder)
   set(headers)
   set(sources)
   foreach(f IN LISTS ARGN)
-    if(f MATCHES "\\.h$")
+    if(f MATCHES "Internal\\.h$")
+      list(APPEND sources ${f})
+    elseif(f MATCHES "\\.h$")
       list(APPEND headers ${f})
     else()
       list(APPEND sources ${f})
