@@ -441,8 +441,9 @@ TEST_F(TXZonIPCServiceTest, StrangeBytesOnThePeersSocketDoNotDisturbIt)
 {
     PeerProcess peer({"serve", "peer"});
     auto service = connectedToPeer(peer);
-    MessagePortPaths paths;
-    ASSERT_TRUE(messagePortPaths("peer", paths));
+    auto found = messagePortPaths("peer");
+    ASSERT_TRUE(found);
+    const MessagePortPaths paths = found.value();
     std::vector<int> strangers;
     for (std::string bytes :
         { std::string("garbage that is no frame"), std::string("\xff\xff\xff\xff", 4) + std::string(12, 'x') }) {

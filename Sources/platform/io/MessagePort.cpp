@@ -821,13 +821,14 @@ Ref<MessagePort> MessagePort::createLocal(String* name, size_t prefixLength, Req
     endpoint->name = adoptRef(static_cast<String*>(name->copy().leakRef()));
     endpoint->prefixLength = std::min(prefixLength, kMessagePrefixMaxLength);
     endpoint->handler = std::move(handler);
-    std::string why;
-    if (!messagePortPaths(name->UTF8String(), endpoint->paths, &why)) {
+    auto paths = messagePortPaths(name->UTF8String());
+    if (!paths) {
         endpoint->valid = false;
         zon_log_obj(__FILE__, __LINE__, nullptr, 2, kDefaultLogIdentifier, "Message port %@ cannot be published: %@",
-            name, String::stringWithUTF8String(why).get());
+            name, String::stringWithUTF8String(paths.error().text()).get());
         return nullptr;
     }
+    endpoint->paths = std::move(paths).value();
     endpoint->lockFd = lockPortName(endpoint->paths.lockPath);
     if (endpoint->lockFd < 0) {
         endpoint->valid = false; // the files are someone else's: leave them
@@ -854,9 +855,12 @@ Ref<MessagePort> MessagePort::createRemote(String* name, size_t replyPrefixLengt
 {
     if (!name)
         return nullptr;
-    MessagePortPaths paths;
+    auto found = messagePortPaths(name->UTF8String());
     sockaddr_un address;
-    if (!messagePortPaths(name->UTF8String(), paths) || !fillSocketAddress(paths.socketPath, address))
+    if (!found)
+        return nullptr;
+    MessagePortPaths paths = std::move(found).value();
+    if (!fillSocketAddress(paths.socketPath, address))
         return nullptr;
     int fd = ::socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0);
     if (fd < 0)

@@ -5,11 +5,10 @@
 #define OPENSSL_API_COMPAT 0x10100000L
 #include <openssl/sha.h>
 
+#include "platform/system/FileCallsInternal.h"
+
 #include <cerrno>
 #include <cstdlib>
-#include <cstring>
-#include <fcntl.h>
-#include <sys/stat.h>
 #include <sys/un.h>
 #include <unistd.h>
 
@@ -27,33 +26,20 @@ bool isSafeFileChar(char c)
         || c == '-';
 }
 
-void setWhy(std::string* why, std::string text)
-{
-    if (why)
-        *why = std::move(text);
-}
-
 // Makes dir when missing, then checks without following a symbolic link that it is a directory
 // of ours that nobody else can enter.
-bool ensurePrivateDirectory(const std::string& dir, std::string* why)
+SystemResult<> ensurePrivateDirectory(const std::string& dir)
 {
-    if (::mkdir(dir.c_str(), 0700) != 0 && errno != EEXIST) {
-        setWhy(why, dir + ": " + std::strerror(errno));
-        return false;
-    }
-    int fd = ::open(dir.c_str(), O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC);
-    if (fd < 0) {
-        setWhy(why, dir + ": " + std::strerror(errno));
-        return false;
-    }
-    struct stat st {};
-    bool ok = ::fstat(fd, &st) == 0;
-    ::close(fd);
-    if (!ok || !S_ISDIR(st.st_mode) || st.st_uid != ::geteuid() || (st.st_mode & 077) != 0) {
-        setWhy(why, dir + ": not a private directory of this user");
-        return false;
-    }
-    return true;
+    auto made = makeDirectory(dir, 0700);
+    if (!made)
+        return SystemError {made.code(), dir, {}};
+    auto status = directoryStatus(dir);
+    if (!status)
+        return SystemError {status.code(), dir, {}};
+    const struct stat& st = status.value();
+    if (st.st_uid != ::geteuid() || (st.st_mode & 077) != 0)
+        return SystemError {EPERM, dir, "not a private directory of this user"};
+    return {};
 }
 
 } // namespace
@@ -79,7 +65,7 @@ std::string messagePortFileStem(std::string_view utf8Name)
     return stem;
 }
 
-std::string messagePortDirectory(std::string* why)
+SystemResult<std::string> messagePortDirectory()
 {
     std::string dir;
     const char* runtime = std::getenv("XDG_RUNTIME_DIR");
@@ -87,24 +73,21 @@ std::string messagePortDirectory(std::string* why)
         dir = std::string(runtime) + "/zon-ports";
     else
         dir = "/tmp/zon-ports-" + std::to_string(::geteuid());
-    if (!ensurePrivateDirectory(dir, why))
-        return {};
+    if (auto usable = ensurePrivateDirectory(dir); !usable)
+        return usable.error();
     return dir;
 }
 
-bool messagePortPaths(std::string_view utf8Name, MessagePortPaths& paths, std::string* why)
+SystemResult<MessagePortPaths> messagePortPaths(std::string_view utf8Name)
 {
-    std::string dir = messagePortDirectory(why);
-    if (dir.empty())
-        return false;
-    std::string base = dir + "/" + messagePortFileStem(utf8Name);
-    paths.socketPath = base + kSocketSuffix;
-    paths.lockPath = base + kLockSuffix;
-    if (paths.socketPath.size() >= sizeof(sockaddr_un::sun_path)) {
-        setWhy(why, paths.socketPath + ": path too long for a socket");
-        return false;
-    }
-    return true;
+    auto dir = messagePortDirectory();
+    if (!dir)
+        return dir.error();
+    const std::string base = dir.value() + "/" + messagePortFileStem(utf8Name);
+    MessagePortPaths paths {base + kSocketSuffix, base + kLockSuffix};
+    if (paths.socketPath.size() >= sizeof(sockaddr_un::sun_path))
+        return SystemError {ENAMETOOLONG, paths.socketPath, "path too long for a socket"};
+    return paths;
 }
 
 } // namespace zon

@@ -14,6 +14,7 @@
 // share files only when they are the same name, and the socket path fits a sockaddr_un.
 
 #include "platform/Export.h"
+#include "platform/system/SystemResult.h"
 
 #include <string>
 #include <string_view>
@@ -28,12 +29,11 @@ struct MessagePortPaths {
 // The file name stem of a port name (without directory or suffix).
 ZON_EXPORT std::string messagePortFileStem(std::string_view utf8Name);
 
-// The private directory, made when missing; empty with errno-style text in *why when it cannot be
-// used.
-ZON_EXPORT std::string messagePortDirectory(std::string* why = nullptr);
+// The private directory, made when missing. A failure's text says which folder and why.
+ZON_EXPORT SystemResult<std::string> messagePortDirectory();
 
-// The socket and lock paths of a name; false when the directory cannot be used or the socket path
-// would not fit a sockaddr_un.
-ZON_EXPORT bool messagePortPaths(std::string_view utf8Name, MessagePortPaths& paths, std::string* why = nullptr);
+// The socket and lock paths of a name; fails when the directory cannot be used or the socket path
+// would not fit a socket address.
+ZON_EXPORT SystemResult<MessagePortPaths> messagePortPaths(std::string_view utf8Name);
 
 } // namespace zon

@@ -1,22 +1,17 @@
 #include "platform/threads/RunLoop.h"
 
 #include "platform/runtime/Class.h"
+#include "platform/system/EventCallsInternal.h"
 #include "platform/threads/RunLoopModes.h"
 #include "platform/threads/Thread.h"
 #include "platform/threads/Timer.h"
 #include "platform/values/Exception.h"
 #include "platform/values/String.h"
 
-#include <sys/epoll.h>
-#include <sys/eventfd.h>
-#include <unistd.h>
-
 #include <algorithm>
-#include <cerrno>
 #include <cmath>
 #include <condition_variable>
 #include <mutex>
-#include <cstring>
 #include <deque>
 #include <limits>
 #include <optional>
@@ -100,7 +95,7 @@ struct TimerEntry {
 };
 
 struct ModeState {
-    int epollFd = -1;
+    FileDescriptor epoll;
     std::vector<uint64_t> sources; // ids of the sources registered in this mode
 };
 
@@ -172,7 +167,7 @@ private:
         });
     }
     // The mode's epoll instance, made on first use; -1 when the system refuses one.
-    int epollFor(ModeId mode);
+    SystemResult<int> epollFor(ModeId mode);
     bool registerInMode(ModeId mode, uint64_t id, const SourceEntry& source);
     bool isEmptyLocked(ModeId mode) const;
     bool hasBlocksLocked(ModeId mode, uint64_t before) const;
@@ -199,54 +194,38 @@ private:
     std::vector<RunFrame*> frames_;
     bool stopPending_ = false;
 
-    int wakeFd_ = -1;
+    FileDescriptor wakeCounter_;
     std::atomic<bool> wakePending_ {false};
 };
 
 LoopState::LoopState()
 {
-    wakeFd_ = eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK);
-    if (wakeFd_ < 0)
-        raisePlatformException(NSInternalInconsistencyException, std::string("Cannot make a run loop: ") + std::strerror(errno));
+    auto counter = createEventCounter();
+    if (!counter)
+        raisePlatformException(NSInternalInconsistencyException, "Cannot make a run loop: " + counter.error().text());
+    wakeCounter_ = std::move(counter).value();
 }
 
-LoopState::~LoopState()
-{
-    for (auto& [id, mode] : modes_) {
-        if (mode.epollFd >= 0)
-            ::close(mode.epollFd);
-    }
-    ::close(wakeFd_);
-}
+LoopState::~LoopState() = default;
 
-int LoopState::epollFor(ModeId mode)
+SystemResult<int> LoopState::epollFor(ModeId mode)
 {
     ModeState& state = modes_[mode];
-    if (state.epollFd >= 0)
-        return state.epollFd;
-    int fd = epoll_create1(EPOLL_CLOEXEC);
-    if (fd < 0)
-        return -1;
-    epoll_event event {};
-    event.events = EPOLLIN;
-    event.data.u64 = kWakeId;
-    if (epoll_ctl(fd, EPOLL_CTL_ADD, wakeFd_, &event) != 0) {
-        ::close(fd);
-        return -1;
-    }
-    state.epollFd = fd;
-    return fd;
+    if (state.epoll)
+        return state.epoll.get();
+    auto epoll = createEpoll();
+    if (!epoll)
+        return epoll.error();
+    if (auto added = epollAdd(epoll.value().get(), wakeCounter_.get(), EPOLLIN, kWakeId); !added)
+        return added.error();
+    state.epoll = std::move(epoll).value();
+    return state.epoll.get();
 }
 
 bool LoopState::registerInMode(ModeId mode, uint64_t id, const SourceEntry& source)
 {
-    int epollFd = epollFor(mode);
-    if (epollFd < 0)
-        return false;
-    epoll_event event {};
-    event.events = source.epollEvents;
-    event.data.u64 = id;
-    if (epoll_ctl(epollFd, EPOLL_CTL_ADD, source.fd, &event) != 0)
+    auto epoll = epollFor(mode);
+    if (!epoll || !epollAdd(epoll.value(), source.fd, source.epollEvents, id))
         return false;
     modes_[mode].sources.push_back(id);
     return true;
@@ -282,7 +261,7 @@ std::shared_ptr<SourceRecord> LoopState::addSource(int fd, uint32_t events, RunL
         for (auto& [modeId, state] : modes_) {
             auto& ids = state.sources;
             if (auto it = std::find(ids.begin(), ids.end(), id); it != ids.end()) {
-                epoll_ctl(state.epollFd, EPOLL_CTL_DEL, fd, nullptr);
+                (void)epollRemove(state.epoll.get(), fd);
                 ids.erase(it);
             }
         }
@@ -305,7 +284,7 @@ void LoopState::removeSource(uint64_t id)
     for (auto& [modeId, state] : modes_) {
         auto& ids = state.sources;
         if (auto found = std::find(ids.begin(), ids.end(), id); found != ids.end()) {
-            epoll_ctl(state.epollFd, EPOLL_CTL_DEL, it->second.fd, nullptr);
+            (void)epollRemove(state.epoll.get(), it->second.fd);
             ids.erase(found);
         }
     }
@@ -375,16 +354,13 @@ void LoopState::stop()
 void LoopState::wakeUp()
 {
     // One write until the loop drains it: posts that find the flag set need not write again.
-    if (!wakePending_.exchange(true)) {
-        const uint64_t one = 1;
-        [[maybe_unused]] ssize_t written = ::write(wakeFd_, &one, sizeof one);
-    }
+    if (!wakePending_.exchange(true))
+        signalEventCounter(wakeCounter_.get());
 }
 
 void LoopState::drainWake()
 {
-    uint64_t count;
-    [[maybe_unused]] ssize_t n = ::read(wakeFd_, &count, sizeof count);
+    drainEventCounter(wakeCounter_.get());
     // Cleared after the read: a poster that still saw it set posted before the scan that follows.
     wakePending_.store(false);
 }
@@ -528,31 +504,29 @@ void LoopState::fireDueTimers(ModeId mode)
 bool LoopState::waitAndDispatch(ModeId mode, Clock::time_point deadline)
 {
     int epollFd;
-    int timeoutMs = 0;
+    std::chrono::milliseconds timeout {0};
     {
         std::lock_guard lock(mutex_);
-        epollFd = epollFor(mode);
-        if (epollFd < 0)
-            raisePlatformException(NSInternalInconsistencyException, std::string("Cannot wait in a run loop: ") + std::strerror(errno));
+        auto epoll = epollFor(mode);
+        if (!epoll)
+            raisePlatformException(NSInternalInconsistencyException, "Cannot wait in a run loop: " + epoll.error().text());
+        epollFd = epoll.value();
         if (!hasBlocksLocked(mode, std::numeric_limits<uint64_t>::max())) {
             auto until = deadline;
             if (auto timer = nextTimerLocked(mode); timer && *timer < until)
                 until = *timer;
-            if (until == Clock::time_point::max()) {
-                timeoutMs = -1;
-            } else {
-                const auto left = until - Clock::now();
-                const auto ms = std::chrono::ceil<std::chrono::milliseconds>(left).count();
-                timeoutMs = ms <= 0 ? 0 : static_cast<int>(std::min<long long>(ms, std::numeric_limits<int>::max()));
-            }
+            if (until == Clock::time_point::max())
+                timeout = std::chrono::milliseconds(-1);
+            else
+                timeout = std::max(std::chrono::ceil<std::chrono::milliseconds>(until - Clock::now()), timeout);
         }
     }
     epoll_event events[16];
-    int count = epoll_wait(epollFd, events, 16, timeoutMs);
-    if (count < 0)
-        return false; // EINTR: the caller looks at its limits and waits again
+    auto ready = epollWait(epollFd, events, timeout);
+    if (!ready)
+        return false; // the caller looks at its limits and waits again
     bool handled = false;
-    for (int i = 0; i < count; ++i) {
+    for (size_t i = 0; i < ready.value(); ++i) {
         const uint64_t id = events[i].data.u64;
         if (id == kWakeId) {
             drainWake();

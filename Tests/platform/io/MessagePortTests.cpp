@@ -147,9 +147,7 @@ int connectRaw(const std::string& path)
 
 std::string socketPathOf(String* name)
 {
-    MessagePortPaths paths;
-    messagePortPaths(name->UTF8String(), paths);
-    return paths.socketPath;
+    return messagePortPaths(name->UTF8String()).value().socketPath;
 }
 
 class MessagePortTest : public testing::Test {
@@ -243,8 +241,9 @@ TEST(MessagePortDirectory, NamesOfAnyFormMapToDistinctShortFileNames)
         "\xe2\x98\x83 snow", longName, longName + "x"};
     std::set<std::string> sockets;
     for (auto& name : names) {
-        MessagePortPaths paths;
-        ASSERT_TRUE(messagePortPaths(name, paths)) << name;
+        auto found = messagePortPaths(name);
+        ASSERT_TRUE(found) << name;
+        const MessagePortPaths& paths = found.value();
         EXPECT_LT(paths.socketPath.size(), sizeof(sockaddr_un::sun_path));
         EXPECT_EQ(paths.socketPath.rfind(runtime.path() + "/zon-ports/", 0), 0u) << paths.socketPath;
         EXPECT_EQ(paths.socketPath.find('/', runtime.path().size() + 11), std::string::npos);
@@ -259,15 +258,15 @@ TEST(MessagePortDirectory, RefusesADirectoryOthersCanEnterOrALink)
     test::PrivateRuntimeDirectory runtime;
     std::string dir = runtime.path() + "/zon-ports";
     ASSERT_EQ(::mkdir(dir.c_str(), 0755), 0);
-    std::string why;
-    EXPECT_EQ(messagePortDirectory(&why), "");
-    EXPECT_THAT(why, HasSubstr("not a private directory"));
+    auto refused = messagePortDirectory();
+    ASSERT_FALSE(refused);
+    EXPECT_THAT(refused.error().text(), HasSubstr("not a private directory"));
 
     ASSERT_EQ(::rmdir(dir.c_str()), 0);
     std::string elsewhere = runtime.path() + "/elsewhere";
     ASSERT_EQ(::mkdir(elsewhere.c_str(), 0700), 0);
     ASSERT_EQ(::symlink(elsewhere.c_str(), dir.c_str()), 0);
-    EXPECT_EQ(messagePortDirectory(), "");
+    EXPECT_FALSE(messagePortDirectory());
     EXPECT_EQ(MessagePort::createLocal(ZSTR("x"), echoWithPrefix("")), nullptr);
 }
 

@@ -1,0 +1,30 @@
+#pragma once
+
+// The waiting machinery of run loops: epoll sets and event counters (eventfd).
+
+#include "platform/system/FileDescriptor.h"
+#include "platform/system/SystemResult.h"
+
+#include <chrono>
+#include <cstdint>
+#include <span>
+#include <sys/epoll.h>
+
+namespace zon {
+
+ZON_EXPORT SystemResult<FileDescriptor> createEpoll();
+// Adds fd to an epoll set with the given events; id comes back with each event.
+ZON_EXPORT SystemResult<> epollAdd(int epoll, int fd, uint32_t events, uint64_t id);
+ZON_EXPORT SystemResult<> epollRemove(int epoll, int fd);
+// Waits for events up to timeout (negative: without a limit); an interruption by a signal is
+// no failure and answers no events.
+ZON_EXPORT SystemResult<size_t> epollWait(int epoll, std::span<epoll_event> events, std::chrono::milliseconds timeout);
+
+// A non-blocking counter that reads as readable while it is above zero.
+ZON_EXPORT SystemResult<FileDescriptor> createEventCounter();
+// Adds one (a wake-up); a counter at its maximum stays readable, which is all a wake-up needs.
+ZON_EXPORT void signalEventCounter(int counter);
+// Takes the counter back to zero.
+ZON_EXPORT void drainEventCounter(int counter);
+
+} // namespace zon

@@ -1,0 +1,40 @@
+#pragma once
+
+// Files and folders, as the platform layer uses them. Descriptors made here are closed on exec;
+// reads and writes go on through interruptions by signals.
+
+#include "platform/system/FileDescriptor.h"
+#include "platform/system/SystemResult.h"
+
+#include <cstddef>
+#include <cstdint>
+#include <fcntl.h>
+#include <span>
+#include <string>
+#include <sys/stat.h>
+
+namespace zon {
+
+// open(2) relative to dirfd (AT_FDCWD for the working folder); O_CLOEXEC is always added.
+ZON_EXPORT SystemResult<FileDescriptor> openFile(const std::string& path, int flags, mode_t mode = 0, int dirfd = AT_FDCWD);
+// Makes a folder; one that already exists is no failure.
+ZON_EXPORT SystemResult<> makeDirectory(const std::string& path, mode_t mode);
+// The status of the folder at path, without following a symbolic link there (ELOOP or ENOTDIR
+// when path is a link or not a folder).
+ZON_EXPORT SystemResult<struct stat> directoryStatus(const std::string& path);
+ZON_EXPORT SystemResult<struct stat> fileStatus(int fd);
+ZON_EXPORT SystemResult<struct stat> pathStatus(const std::string& path);
+// Removes a file; one that is already gone is no failure.
+ZON_EXPORT SystemResult<> removeFile(const std::string& path);
+// Opens (creating) the file at path and takes an exclusive lock on it without waiting. The lock
+// is then checked to be on the file that is at path now, since a previous holder may remove the
+// file between our open and our lock. EWOULDBLOCK when a live process holds it.
+ZON_EXPORT SystemResult<FileDescriptor> lockFileExclusively(const std::string& path, mode_t mode);
+// Reads what fits in buffer; 0 at the end. EAGAIN from a non-blocking descriptor with nothing to read.
+ZON_EXPORT SystemResult<size_t> readSome(int fd, std::span<uint8_t> buffer);
+// Reads to the end; EFBIG when there is more than maxBytes.
+ZON_EXPORT SystemResult<std::string> readToEnd(int fd, size_t maxBytes);
+// Writes all of bytes to a blocking descriptor.
+ZON_EXPORT SystemResult<> writeAll(int fd, std::span<const uint8_t> bytes);
+
+} // namespace zon

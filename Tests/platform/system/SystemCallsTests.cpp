@@ -1,0 +1,207 @@
+#include "platform/system/EventCallsInternal.h"
+#include "platform/system/FileCallsInternal.h"
+#include "platform/system/SocketCallsInternal.h"
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <fcntl.h>
+#include <sys/socket.h>
+#include <unistd.h>
+
+#include <cstdlib>
+#include <string>
+
+using namespace zon;
+using testing::HasSubstr;
+
+namespace {
+
+bool isOpen(int fd) { return ::fcntl(fd, F_GETFD) != -1; }
+
+// A scratch folder removed with its files at the end of the test.
+struct ScratchFolder {
+    ScratchFolder()
+    {
+        char name[] = "/tmp/zon-system-XXXXXX";
+        path = ::mkdtemp(name);
+    }
+    ~ScratchFolder() { std::system(("rm -rf '" + path + "'").c_str()); }
+    std::string file(const char* name) const { return path + "/" + name; }
+    std::string path;
+};
+
+void writeFile(const std::string& path, const std::string& text)
+{
+    auto file = openFile(path, O_WRONLY | O_CREAT | O_TRUNC, 0600);
+    ASSERT_TRUE(file) << file.error().text();
+    ASSERT_TRUE(writeAll(file.value().get(), {reinterpret_cast<const uint8_t*>(text.data()), text.size()}));
+    ASSERT_TRUE(file.value().close());
+}
+
+} // namespace
+
+TEST(SystemResult, FailureTextNamesTheCallAndTheReason)
+{
+    errno = EADDRINUSE;
+    EXPECT_EQ(SystemError::last("bind").text(), "bind: Address already in use");
+    EXPECT_EQ((SystemError {EPERM, "/tmp/x", "not a private directory of this user"}).text(),
+        "/tmp/x: not a private directory of this user");
+    SystemResult<int> value(7);
+    ASSERT_TRUE(value);
+    EXPECT_EQ(value.value(), 7);
+    EXPECT_EQ(value.code(), 0);
+    SystemResult<> failed(SystemError {ENOENT, "open", {}});
+    EXPECT_FALSE(failed);
+    EXPECT_EQ(failed.code(), ENOENT);
+}
+
+TEST(FileDescriptor, ClosesOnEveryPathAndMovesOwnership)
+{
+    int raw[2];
+    ASSERT_EQ(::pipe2(raw, O_CLOEXEC), 0);
+    {
+        FileDescriptor reader(raw[0]);
+        FileDescriptor moved = std::move(reader);
+        EXPECT_FALSE(reader.isValid());
+        EXPECT_EQ(moved.get(), raw[0]);
+        FileDescriptor writer(raw[1]);
+        writer = std::move(moved); // the old writer closes here
+        EXPECT_FALSE(isOpen(raw[1]));
+        EXPECT_TRUE(isOpen(raw[0]));
+    }
+    EXPECT_FALSE(isOpen(raw[0]));
+
+    ASSERT_EQ(::pipe2(raw, O_CLOEXEC), 0);
+    FileDescriptor kept(raw[0]);
+    const int released = kept.release();
+    EXPECT_FALSE(kept.isValid());
+    EXPECT_TRUE(isOpen(released));
+    FileDescriptor closing(raw[1]);
+    auto copy = closing.duplicate();
+    ASSERT_TRUE(copy);
+    EXPECT_NE(copy.value().get(), raw[1]);
+    EXPECT_TRUE(closing.close());
+    EXPECT_FALSE(isOpen(raw[1]));
+    EXPECT_TRUE(closing.close()); // closing nothing is no failure
+    ::close(released);
+}
+
+TEST(FileCalls, ReadToEndStopsAtItsCap)
+{
+    ScratchFolder folder;
+    writeFile(folder.file("ten"), "0123456789");
+    for (size_t cap : {size_t(10), size_t(11), size_t(100000)}) {
+        auto file = openFile(folder.file("ten"), O_RDONLY);
+        ASSERT_TRUE(file);
+        auto text = readToEnd(file.value().get(), cap);
+        ASSERT_TRUE(text) << cap;
+        EXPECT_EQ(text.value(), "0123456789");
+    }
+    auto file = openFile(folder.file("ten"), O_RDONLY);
+    auto cut = readToEnd(file.value().get(), 9);
+    ASSERT_FALSE(cut);
+    EXPECT_EQ(cut.code(), EFBIG);
+
+    // A source without end is refused once it passes the cap, not read forever.
+    auto endless = openFile("/dev/zero", O_RDONLY);
+    ASSERT_TRUE(endless);
+    EXPECT_EQ(readToEnd(endless.value().get(), 1 << 20).code(), EFBIG);
+
+    auto missing = openFile(folder.file("missing"), O_RDONLY);
+    ASSERT_FALSE(missing);
+    EXPECT_EQ(missing.error().text(), "open: No such file or directory");
+}
+
+TEST(FileCalls, LockIsHeldByOneOwnerAndFreedWithIt)
+{
+    ScratchFolder folder;
+    const std::string path = folder.file("name.lock");
+    {
+        auto first = lockFileExclusively(path, 0600);
+        ASSERT_TRUE(first) << first.error().text();
+        auto second = lockFileExclusively(path, 0600);
+        ASSERT_FALSE(second);
+        EXPECT_EQ(second.code(), EWOULDBLOCK);
+        EXPECT_THAT(second.error().text(), HasSubstr("flock"));
+    }
+    EXPECT_TRUE(lockFileExclusively(path, 0600));
+    // A link in the lock's place is never followed.
+    ASSERT_TRUE(removeFile(path));
+    ASSERT_EQ(::symlink(folder.file("elsewhere").c_str(), path.c_str()), 0);
+    EXPECT_EQ(lockFileExclusively(path, 0600).code(), ELOOP);
+}
+
+TEST(FileCalls, DirectoryStatusRefusesLinksAndFiles)
+{
+    ScratchFolder folder;
+    ASSERT_TRUE(makeDirectory(folder.file("dir"), 0700));
+    ASSERT_TRUE(makeDirectory(folder.file("dir"), 0700)); // already there
+    ASSERT_TRUE(directoryStatus(folder.file("dir")));
+    ASSERT_EQ(::symlink(folder.file("dir").c_str(), folder.file("link").c_str()), 0);
+    EXPECT_FALSE(directoryStatus(folder.file("link")));
+    writeFile(folder.file("file"), "x");
+    EXPECT_EQ(directoryStatus(folder.file("file")).code(), ENOTDIR);
+}
+
+TEST(SocketCalls, ListenConnectAcceptAndSendThroughAFullSocket)
+{
+    ScratchFolder folder;
+    const std::string path = folder.file("sock");
+    auto listener = listenOnLocalSocket(path, 0600, 4);
+    ASSERT_TRUE(listener) << listener.error().text();
+    EXPECT_EQ(acceptConnection(listener.value().get()).code(), EAGAIN);
+    EXPECT_EQ(listenOnLocalSocket(path, 0600, 4).error().call, "bind");
+    EXPECT_EQ(listenOnLocalSocket(folder.file(std::string(200, 'x').c_str()), 0600, 4).code(), ENAMETOOLONG);
+
+    auto client = connectToLocalSocket(path, std::chrono::seconds(1));
+    ASSERT_TRUE(client) << client.error().text();
+    auto server = acceptConnection(listener.value().get());
+    ASSERT_TRUE(server);
+    auto peer = peerCredentials(server.value().get());
+    ASSERT_TRUE(peer);
+    EXPECT_EQ(peer.value().uid, ::geteuid());
+    EXPECT_EQ(peer.value().pid, ::getpid());
+
+    // Non-blocking sends fill the socket and then answer 0, never block.
+    std::string chunk(64 * 1024, 'z');
+    iovec part {chunk.data(), chunk.size()};
+    size_t sent = 0;
+    for (int i = 0; i < 1000; ++i) {
+        auto n = sendParts(client.value().get(), {&part, 1});
+        ASSERT_TRUE(n);
+        if (n.value() == 0)
+            break;
+        sent += n.value();
+    }
+    EXPECT_GT(sent, 0u);
+    EXPECT_EQ(sendParts(client.value().get(), {&part, 1}).value(), 0u);
+    EXPECT_FALSE(waitUntilWritable(client.value().get(), std::chrono::milliseconds(1)).value());
+
+    // A peer that went away is an error, not a signal.
+    server.value().reset();
+    auto broken = sendParts(client.value().get(), {&part, 1});
+    for (int i = 0; i < 100 && broken && broken.value() > 0; ++i)
+        broken = sendParts(client.value().get(), {&part, 1});
+    ASSERT_FALSE(broken);
+    EXPECT_EQ(broken.code(), EPIPE);
+    EXPECT_EQ(connectToLocalSocket(folder.file("nobody"), std::chrono::seconds(1)).code(), ENOENT);
+}
+
+TEST(EventCalls, CounterWakesAnEpollSetUntilDrained)
+{
+    auto epoll = createEpoll();
+    auto counter = createEventCounter();
+    ASSERT_TRUE(epoll && counter);
+    ASSERT_TRUE(epollAdd(epoll.value().get(), counter.value().get(), EPOLLIN, 42));
+    epoll_event events[4];
+    EXPECT_EQ(epollWait(epoll.value().get(), events, std::chrono::milliseconds(0)).value(), 0u);
+    signalEventCounter(counter.value().get());
+    signalEventCounter(counter.value().get());
+    ASSERT_EQ(epollWait(epoll.value().get(), events, std::chrono::milliseconds(0)).value(), 1u);
+    EXPECT_EQ(events[0].data.u64, 42u);
+    drainEventCounter(counter.value().get());
+    EXPECT_EQ(epollWait(epoll.value().get(), events, std::chrono::milliseconds(0)).value(), 0u);
+    EXPECT_TRUE(epollRemove(epoll.value().get(), counter.value().get()));
+    EXPECT_EQ(epollRemove(epoll.value().get(), counter.value().get()).code(), ENOENT);
+}
