@@ -93,29 +93,33 @@ private:
     }
     Ref<String> didRecvString(TXZonIPCService*, String* string)
     {
-        record("recv " + utf8(string));
+        record("didRecvString " + utf8(string));
         return str("answer:" + utf8(string));
     }
-    void established(TXZonIPCService*, String* name) { record("4 " + utf8(name)); }
+    void established(TXZonIPCService*, String* name) { record("didEstablishConnectionTo " + utf8(name)); }
     void failedToEstablish(TXZonIPCService*, String* name, Error* error)
     {
-        record("5 " + utf8(name) + " " + std::to_string(error->code()));
+        record("didFailToEstablishConnectionTo " + utf8(name) + " error " + std::to_string(error->code()));
     }
-    void disconnectedFrom(TXZonIPCService*, String* name) { record("6 " + utf8(name)); }
+    void disconnectedFrom(TXZonIPCService*, String* name) { record("didDisconnectFrom " + utf8(name)); }
     void failedToSend(TXZonIPCService*, String* sent, String* remote, Error* error)
     {
-        record("9 " + utf8(sent) + " " + utf8(remote) + " " + std::to_string(error->code()));
+        record(
+            "didFailToSendString " + utf8(sent) + " to " + utf8(remote) + " error " + std::to_string(error->code()));
     }
     void gotResponse(TXZonIPCService*, String* response, String* remote, String* sent)
     {
-        record("12 " + utf8(response) + " " + utf8(remote) + " " + utf8(sent));
+        record("didGetStringResponse " + utf8(response) + " from " + utf8(remote) + " to " + utf8(sent));
     }
     void gotDictionary(TXZonIPCService*, Dictionary* response, String*, Dictionary*)
     {
-        record("11 " + utf8(dynamicCast<String>(response->objectForKey(ZSTR("note")))));
+        record("didGetDictionaryResponse " + utf8(dynamicCast<String>(response->objectForKey(ZSTR("note")))));
     }
-    void didEstablish(TXZonIPCService*) { record("13"); }
-    void didDisconnect(TXZonIPCService* service) { record("14 remote " + utf8(service->remoteServiceName())); }
+    void didEstablish(TXZonIPCService*) { record("didEstablishConnection"); }
+    void didDisconnect(TXZonIPCService* service)
+    {
+        record("didDisconnect remote " + utf8(service->remoteServiceName()));
+    }
 
     mutable std::mutex mutex_;
     std::vector<std::string> events_;
@@ -139,7 +143,7 @@ protected:
         Ref<Error> error;
         EXPECT_TRUE(service->connectToRemoteServiceNamed_error(str(peerName), &error))
             << utf8(error ? error->description() : nullptr);
-        EXPECT_TRUE(runLoopUntil([&] { return recorder_->saw("13"); }));
+        EXPECT_TRUE(runLoopUntil([&] { return recorder_->saw("didEstablishConnection"); }));
         recorder_->clear();
         return service;
     }
@@ -171,8 +175,8 @@ TEST_F(TXZonIPCServiceTest, HandshakeStartedByThePeerTellsTheDelegateTwoWaysInOr
     auto service = makeService();
     auto peer = startPeer({"connect", "peer", "local"});
     EXPECT_TRUE(waitForLine(peer, "connected"));
-    EXPECT_TRUE(runLoopUntil([&] { return recorder_->saw("4 peer"); }));
-    EXPECT_THAT(recorder_->events(), ElementsAre("13", "4 peer"));
+    EXPECT_TRUE(runLoopUntil([&] { return recorder_->saw("didEstablishConnectionTo peer"); }));
+    EXPECT_THAT(recorder_->events(), ElementsAre("didEstablishConnection", "didEstablishConnectionTo peer"));
     EXPECT_TRUE(waitForLine(peer, "event established"));
     EXPECT_EQ(utf8(service->remoteServiceName()), "peer");
 }
@@ -237,12 +241,12 @@ TEST_F(TXZonIPCServiceTest, SendsEveryKindInEveryStyle)
 
     service->sendString(ZSTR("later"));
     service->sendDictionary(Dictionary::dictionary());
-    EXPECT_TRUE(runLoopUntil([&] { return recorder_->saw("11 from peer"); }));
-    EXPECT_TRUE(recorder_->saw("12 echo:later peer later"));
+    EXPECT_TRUE(runLoopUntil([&] { return recorder_->saw("didGetDictionaryResponse from peer"); }));
+    EXPECT_TRUE(recorder_->saw("didGetStringResponse echo:later from peer to later"));
 
     service->disconnect();
     service->sendString(ZSTR("lost"));
-    EXPECT_TRUE(runLoopUntil([&] { return recorder_->saw("9 lost (nil) 1"); }));
+    EXPECT_TRUE(runLoopUntil([&] { return recorder_->saw("didFailToSendString lost to (nil) error 1"); }));
     EXPECT_EQ(service->sendString_error(ZSTR("lost"), &error), nullptr);
     EXPECT_EQ(error->code(), 1);
 }
@@ -306,7 +310,7 @@ TEST_F(TXZonIPCServiceTest, ThePeersDisconnectClosesTheLinkBeforeTheCallback)
     auto service = connectedToPeer(peer);
     EXPECT_EQ(utf8(service->sendString_error(ZSTR("disconnect"), nullptr)), "bye");
     EXPECT_TRUE(runLoopUntil([&] { return !recorder_->events().empty(); }));
-    EXPECT_THAT(recorder_->events(), ElementsAre("14 remote (nil)"));
+    EXPECT_THAT(recorder_->events(), ElementsAre("didDisconnect remote (nil)"));
     EXPECT_FALSE(service->remoteServiceStarted());
 }
 
@@ -441,7 +445,7 @@ TEST_F(TXZonIPCServiceTest, AOneWayRequestsAnswerIsStillLoggedAtTheDetailLevel)
     LogCapture capture;
     ASSERT_TRUE(service->startConnectionTo_error(ZSTR("local"), nullptr));
     EXPECT_TRUE(service->sendOnewayString_error(ZSTR("hi"), nullptr));
-    EXPECT_TRUE(runLoopUntil([&] { return recorder_->saw("recv hi"); }));
+    EXPECT_TRUE(runLoopUntil([&] { return recorder_->saw("didRecvString hi"); }));
     EXPECT_THAT(capture.records(), ContainsLine(5, "Responding With Packet: Packet Type: Data (String) Size: 9"));
     service->stopClientService();
 }
@@ -451,7 +455,9 @@ TEST_F(TXZonIPCServiceTest, ConnectionCallbacksReachTheDelegateInTheirForwarding
     auto service = makeService();
     service->ipcService_didEstablishConnectionToRemoteService(service, ZSTR("x"));
     service->ipcService_didDisconnectFromRemoteService(service, ZSTR("y"));
-    EXPECT_THAT(recorder_->events(), ElementsAre("13", "4 x", "14 remote (nil)", "6 y"));
+    EXPECT_THAT(recorder_->events(),
+        ElementsAre("didEstablishConnection", "didEstablishConnectionTo x", "didDisconnect remote (nil)",
+            "didDisconnectFrom y"));
     service->setDelegate(nullptr);
     EXPECT_EQ(service->ipcService_didRecvString(service, ZSTR("z")), nullptr);
 }
