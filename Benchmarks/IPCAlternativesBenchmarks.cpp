@@ -41,7 +41,7 @@ const std::vector<const Alternative*>& alternatives()
 
 // One server and client per alternative and pinning mode.
 struct AlternativeRig {
-    Peer server;
+    test::PeerProcess server;
     std::unique_ptr<AlternativeClient> client;
 };
 std::map<std::string, AlternativeRig> rigs[2]; // by role; unpinned, pinned
@@ -61,7 +61,7 @@ void startAlternatives(bool pinned)
     for (const Alternative* alternative : alternatives()) {
         AlternativeRig& rig = rigs[pinned][alternative->role];
         std::string address = addressOf(*alternative, pinned);
-        rig.server.start({"--serve", alternative->role, address}, pinned);
+        startSelf(rig.server, {"--serve", alternative->role, address}, pinned);
         rig.client = retry([&] { return alternative->connect(address); });
         if (!rig.client)
             std::fprintf(stderr, "%s: no server at %s\n", alternative->title, address.c_str());

@@ -10,11 +10,9 @@
 #include "systemManagement/processManagement/TXZonIPCService.h"
 
 #include <sched.h>
-#include <signal.h>
 #include <sys/socket.h>
 #include <sys/uio.h>
 #include <sys/un.h>
-#include <sys/wait.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -205,28 +203,9 @@ void pinTo(pid_t pid, bool pinned)
     ::sched_setaffinity(pid, sizeof set, &set);
 }
 
-void Peer::start(const std::vector<std::string>& arguments, bool pinned)
+void startSelf(test::PeerProcess& peer, const std::vector<std::string>& arguments, bool pinned)
 {
-    pid_ = ::fork();
-    if (pid_ == 0) {
-        pinTo(0, pinned);
-        std::vector<std::string> copies = arguments;
-        std::vector<char*> argv {self.data()};
-        for (auto& argument : copies)
-            argv.push_back(argument.data());
-        argv.push_back(nullptr);
-        ::execv(self.c_str(), argv.data());
-        ::_exit(127);
-    }
-}
-
-void Peer::stop()
-{
-    if (pid_ > 0) {
-        ::kill(pid_, SIGKILL);
-        ::waitpid(pid_, nullptr, 0);
-    }
-    pid_ = -1;
+    peer.start(self, arguments, {.beforeExec = [pinned] { pinTo(0, pinned); }});
 }
 
 // ---- The own rig: the three servers and a client of each, per pinning mode ----
@@ -234,7 +213,7 @@ void Peer::stop()
 namespace {
 
 struct OwnRig {
-    Peer bare, port, service;
+    test::PeerProcess bare, port, service;
     int bareFd = -1;
     Ref<MessagePort> remotePort;
     Ref<TXZonIPCService> client;
@@ -250,9 +229,9 @@ void startOwn(bool pinned)
     std::string tag = pinned ? "pinned" : "unpinned";
     pinTo(0, pinned);
     std::string barePath = scratch + "/bare-" + tag;
-    rig.bare.start({"--serve", "bare", barePath}, pinned);
-    rig.port.start({"--serve", "port", "bench-port-" + tag}, pinned);
-    rig.service.start({"--serve", "service", "bench-service-" + tag}, pinned);
+    startSelf(rig.bare, {"--serve", "bare", barePath}, pinned);
+    startSelf(rig.port, {"--serve", "port", "bench-port-" + tag}, pinned);
+    startSelf(rig.service, {"--serve", "service", "bench-service-" + tag}, pinned);
     rig.bareFd = retry([&] { return connectUnix(barePath) + 1; }) - 1;
     rig.remotePort
         = retry([&] { return MessagePort::createRemote(String::stringWithUTF8String("bench-port-" + tag)); });

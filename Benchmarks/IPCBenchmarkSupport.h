@@ -1,6 +1,7 @@
 #pragma once
 
 #include "RatioReporter.h"
+#include "support/PeerProcess.h"
 
 // What the IPC benchmark programs share: the bare Unix-socket floor (its framing and echo server),
 // the library's own echo servers (message port and service), peers started as child processes of
@@ -52,15 +53,8 @@ bool tearDownRun();
 // Lets this process run on CPU 0 only, or on every CPU.
 void pinTo(pid_t pid, bool pinned);
 
-// This program started again with the given arguments, pinned or not.
-class Peer {
-public:
-    void start(const std::vector<std::string>& arguments, bool pinned);
-    void stop();
-
-private:
-    pid_t pid_ = -1;
-};
+// Starts peer as this program again with the given arguments, pinned or not; peer.stop() ends it.
+void startSelf(test::PeerProcess& peer, const std::vector<std::string>& arguments, bool pinned);
 
 // Calls attempt every 10 ms until it answers something true, for at most 5 s (a peer starting).
 template <class F>

@@ -4,6 +4,7 @@
 #include "platform/runtime/Class.h"
 #include "platform/values/Exception.h"
 #include "platform/values/String.h"
+#include "support/Raised.h"
 
 #include <gtest/gtest.h>
 
@@ -12,6 +13,7 @@
 #include <vector>
 
 using namespace zon;
+using namespace zon::test;
 
 namespace {
 
@@ -63,18 +65,6 @@ private:
 };
 ZON_DEFINE_CLASS(Incomplete, "TXZonTestIncompleteSingleton")
 
-std::string reasonOf(const std::function<void()>& f)
-{
-    try {
-        f();
-    } catch (const Exception& e) {
-        EXPECT_EQ(e.name(), NSInternalInconsistencyException);
-        return e.reason()->UTF8String();
-    }
-    ADD_FAILURE() << "did not raise";
-    return {};
-}
-
 } // namespace
 
 TEST(TXZonAtomicSingleton, ThreadsRacingGetOneInstanceInitialisedOnce)
@@ -125,15 +115,17 @@ TEST(TXZonAtomicSingleton, AutoreleaseAndCopyFailNamingTheClass)
 {
     Contested* instance = Contested::sharedInstance();
     AutoreleasePool pool;
-    EXPECT_EQ(reasonOf([&] { instance->autorelease(); }), "Calling autorelease from singleton TXZonTestContestedSingleton");
-    EXPECT_EQ(reasonOf([&] { instance->copy(); }), "Calling copyWithZone from singleton TXZonTestContestedSingleton");
+    EXPECT_EQ(inconsistencyReason([&] { instance->autorelease(); }),
+        "Calling autorelease from singleton TXZonTestContestedSingleton");
+    EXPECT_EQ(
+        inconsistencyReason([&] { instance->copy(); }), "Calling copyWithZone from singleton TXZonTestContestedSingleton");
     EXPECT_EQ(AutoreleasePool::pendingCount(), 0u);
 }
 
 TEST(TXZonAtomicSingleton, MissingSlotFailsOnFirstUse)
 {
-    EXPECT_EQ(reasonOf([] { Incomplete::sharedInstance(); }),
+    EXPECT_EQ(inconsistencyReason([] { Incomplete::sharedInstance(); }),
         "Incomplete Singleton -- Missing sharedInstance TXZonTestIncompleteSingleton");
-    EXPECT_EQ(reasonOf([] { TXZonAtomicSingleton::singletonInstance(); }),
+    EXPECT_EQ(inconsistencyReason([] { TXZonAtomicSingleton::singletonInstance(); }),
         "Incomplete Singleton -- Missing sharedInstance TXZonAtomicSingleton");
 }

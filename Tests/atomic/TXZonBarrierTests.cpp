@@ -1,6 +1,6 @@
 #include "atomic/TXZonBarrier.h"
 
-#include "platform/threads/Watchdog.h"
+#include "support/Watchdog.h"
 
 #include <gtest/gtest.h>
 

@@ -11,6 +11,7 @@
 
 using namespace zon;
 using namespace zon::testing;
+using namespace zon::test;
 using ::testing::AllOf;
 using ::testing::Contains;
 using ::testing::EndsWith;
@@ -33,8 +34,8 @@ const size_t kPeerSizes[] = {0, 1, 55, 56, 63, 64, 65, 1000, 65536, 300001};
 
 TEST(DataHex, BytesBecomeUpperCaseDigitPairs)
 {
-    EXPECT_EQ(text(dataOf({0x00, 0xAB, 0x10})->hexStringRepresentation()), "00AB10");
-    EXPECT_EQ(text(Data::data()->hexStringRepresentation()), "");
+    EXPECT_EQ(utf8(dataOf({0x00, 0xAB, 0x10})->hexStringRepresentation()), "00AB10");
+    EXPECT_EQ(utf8(Data::data()->hexStringRepresentation()), "");
 }
 
 TEST(DataHex, AgreesWithXxd)
@@ -49,7 +50,7 @@ TEST(DataHex, AgreesWithXxd)
         file.write(bytes);
         std::string expected = commandOutput("xxd -p " + file.path());
         std::erase(expected, '\n');
-        EXPECT_EQ(text(dataOf(bytes)->hexStringRepresentation()), upper(expected));
+        EXPECT_EQ(utf8(dataOf(bytes)->hexStringRepresentation()), upper(expected));
     }
 }
 
@@ -85,7 +86,7 @@ TEST(DataHex, RoundTrips)
 
 TEST(DataMD5, EmptyDataHasTheWellKnownDigest)
 {
-    EXPECT_EQ(text(Data::data()->md5Hash()), "D41D8CD98F00B204E9800998ECF8427E");
+    EXPECT_EQ(utf8(Data::data()->md5Hash()), "D41D8CD98F00B204E9800998ECF8427E");
 }
 
 TEST(DataMD5, AgreesWithMd5sum)
@@ -97,7 +98,7 @@ TEST(DataMD5, AgreesWithMd5sum)
         TempFile file;
         file.write(bytes);
         const std::string expected = upper(commandOutput("md5sum " + file.path()).substr(0, 32));
-        EXPECT_EQ(text(dataOf(bytes)->md5Hash()), expected) << size << " bytes";
+        EXPECT_EQ(utf8(dataOf(bytes)->md5Hash()), expected) << size << " bytes";
     }
 }
 

@@ -2,25 +2,25 @@
 #include "extensions/NSObject+ZonExtensions.h"
 #include "platform/values/Exception.h"
 #include "platform/values/Number.h"
+#include "support/Values.h"
 
 #include <gtest/gtest.h>
 
 using namespace zon;
+using namespace zon::test;
 
 namespace {
 
-std::string text(const String* string) { return string ? string->UTF8String() : "(nil)"; }
-
 Object* entry(const Error* error, String* key) { return error->userInfo() ? error->userInfo()->objectForKey(key) : nullptr; }
 
-std::string entryText(const Error* error, String* key) { return text(dynamicCast<String>(entry(error, key))); }
+std::string entryText(const Error* error, String* key) { return utf8(dynamicCast<String>(entry(error, key))); }
 
 // Keys of the user info, in order.
 std::vector<std::string> keys(const Error* error)
 {
     std::vector<std::string> result;
     for (auto [key, value] : *error->userInfo())
-        result.push_back(text(dynamicCast<String>(key)));
+        result.push_back(utf8(dynamicCast<String>(key)));
     return result;
 }
 
@@ -31,7 +31,7 @@ void expectInvalidArgument(Body body)
         body();
         ADD_FAILURE() << "nothing was raised";
     } catch (const Exception& exception) {
-        EXPECT_EQ(text(exception.name()), "NSInvalidArgumentException");
+        EXPECT_EQ(utf8(exception.name()), "NSInvalidArgumentException");
     }
 }
 
@@ -41,10 +41,10 @@ using Keys = std::vector<std::string>;
 
 TEST(NSErrorZonExtensions, ConstantsHaveTheirTexts)
 {
-    EXPECT_EQ(text(TXZonErrorDomain), "ZonErrorDomain");
-    EXPECT_EQ(text(TXZonErrorSystemErrorCodeKey), "ZonSystemErrorCode");
-    EXPECT_EQ(text(TXZonErrorAdditionalContextInfoKey), "ZonUserInfoAdditionalContext");
-    EXPECT_EQ(text(kLogNetworkCommIdentifier), "networkcomm");
+    EXPECT_EQ(utf8(TXZonErrorDomain), "ZonErrorDomain");
+    EXPECT_EQ(utf8(TXZonErrorSystemErrorCodeKey), "ZonSystemErrorCode");
+    EXPECT_EQ(utf8(TXZonErrorAdditionalContextInfoKey), "ZonUserInfoAdditionalContext");
+    EXPECT_EQ(utf8(kLogNetworkCommIdentifier), "networkcomm");
     EXPECT_EQ(kZonBufferUnknownError, 47872);
     EXPECT_EQ(kZonBufferPrematureClosureError, 47873);
 }
@@ -52,14 +52,14 @@ TEST(NSErrorZonExtensions, ConstantsHaveTheirTexts)
 TEST(NSErrorZonExtensions, AnyDomainConstructors)
 {
     auto plain = Error::errorWithDomain_code(ZSTR("D"), 3);
-    EXPECT_EQ(text(plain->domain()), "D");
+    EXPECT_EQ(utf8(plain->domain()), "D");
     EXPECT_EQ(plain->code(), 3);
     EXPECT_EQ(plain->userInfo(), nullptr);
     EXPECT_EQ(plain->underlyingError(), nullptr);
 
     auto described = Error::errorWithDomain_code_description(ZSTR("D"), 1, ZSTR("Failed"));
     EXPECT_EQ(keys(described), Keys {"NSLocalizedDescription"});
-    EXPECT_EQ(text(described->localizedDescription()), "Failed");
+    EXPECT_EQ(utf8(described->localizedDescription()), "Failed");
 
     auto wrapped = Error::errorWithDomain_code_underlyingError(ZSTR("D"), 2, plain);
     EXPECT_EQ(wrapped->underlyingError(), plain.get());
@@ -96,13 +96,13 @@ TEST(NSErrorZonExtensions, OrderedListFormsStopAtTheFirstNil)
     EXPECT_EQ(systemOnly->systemErrorCode(), -36);
     auto systemAndText = Error::zonErrorWithCode_systemErrorCode_description(6, -36, ZSTR("Timed out"));
     EXPECT_EQ(keys(systemAndText), (Keys {"ZonSystemErrorCode", "NSLocalizedDescription"}));
-    EXPECT_EQ(text(systemAndText->localizedDescription()), "Timed out");
+    EXPECT_EQ(utf8(systemAndText->localizedDescription()), "Timed out");
 }
 
 TEST(NSErrorTXZonExtensions, SuiteDomainConstructors)
 {
     auto zero = Error::zonErrorWithCode(0);
-    EXPECT_EQ(text(zero->domain()), "ZonErrorDomain");
+    EXPECT_EQ(utf8(zero->domain()), "ZonErrorDomain");
     EXPECT_EQ(zero->code(), 0);
     EXPECT_EQ(zero->userInfo(), nullptr);
     EXPECT_EQ(zero->systemErrorCode(), 0);
@@ -126,7 +126,7 @@ TEST(NSErrorTXZonExtensions, DomainZonCodeConstructorOverridesDescriptionAndSyst
         {NSLocalizedDescriptionKey, ZSTR("old")}, {ZSTR("caller"), ZSTR("kept")}});
     auto error = Error::errorWithDomain_zonCode_systemCode_description_userInfo(ZSTR("TXZonBaseException"), 7, 0,
         ZSTR("new"), info);
-    EXPECT_EQ(text(error->domain()), "TXZonBaseException");
+    EXPECT_EQ(utf8(error->domain()), "TXZonBaseException");
     EXPECT_EQ(error->code(), 7);
     EXPECT_EQ(error->systemErrorCode(), 0);
     EXPECT_EQ(entryText(error, NSLocalizedDescriptionKey), "new");

@@ -3,11 +3,12 @@
 #include "platform/runtime/Object.h"
 #include "platform/threads/RunLoop.h"
 #include "platform/threads/Thread.h"
-#include "platform/threads/Watchdog.h"
 #include "platform/values/Array.h"
 #include "platform/values/Exception.h"
 #include "platform/values/String.h"
 #include "support/LogCapture.h"
+#include "support/Raised.h"
+#include "support/Watchdog.h"
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
@@ -15,6 +16,7 @@
 #include <mutex>
 
 using namespace zon;
+using namespace zon::test;
 using test::HangGuard;
 using test::runLoopUntil;
 using testing::HasSubstr;
@@ -83,17 +85,6 @@ SEL const kTakeTwo = selector("takeFirst:second:");
 
 Ref<Array> objects(std::initializer_list<Object*> list) { return Array::arrayWithObjects(list); }
 
-std::string assertionReason(const std::function<void()>& f)
-{
-    try {
-        f();
-    } catch (const Exception& e) {
-        EXPECT_EQ(e.name(), NSInternalInconsistencyException);
-        return e.reason()->UTF8String();
-    }
-    return "(no exception)";
-}
-
 // A run-loop worker for one test, cancelled and waited for at the end.
 struct Worker {
     AutoreleasePool pool;
@@ -114,7 +105,7 @@ TEST(NSObjectZonThreadExtensions, ImmediateCallNeedsExactlyTheArgumentCount)
     String* b = ZSTR("b");
     EXPECT_EQ(recorder->performSelector_withObjects(selector("join:with:"), objects({a, b})), a);
     EXPECT_EQ(recorder->performSelector_withObjects(kTakeTwo, objects({a, b})), nullptr) << "void gives nil";
-    EXPECT_EQ(assertionReason([&] { recorder->performSelector_withObjects(kTakeTwo, objects({a})); }),
+    EXPECT_EQ(inconsistencyReason([&] { recorder->performSelector_withObjects(kTakeTwo, objects({a})); }),
         "Performing selector with incorrect argument count, expected: 2, recieved: 1");
     EXPECT_EQ(recorder->callCount(), 2u);
 }
@@ -131,7 +122,7 @@ TEST(NSObjectZonThreadExtensions, QueuedCallFillsMissingArgumentsWithNilButRefus
     EXPECT_EQ(recorder->calls()[0].second.get(), nullptr);
     EXPECT_EQ(recorder->calls()[0].thread, worker.thread.get());
 
-    EXPECT_EQ(assertionReason([&] {
+    EXPECT_EQ(inconsistencyReason([&] {
         recorder->performSelector_onThread_withObjects_waitUntilDone(kTakeTwo, worker.thread, objects({a, a, a}), true);
     }),
         "Performing selector with incorrect argument count, expected: 2, recieved: 3");
@@ -205,7 +196,7 @@ TEST(NSObjectZonThreadLockExtensions, ResultComesBackFromTheOtherThread)
                   selector("join:with:"), worker.thread, objects({a, ZSTR("b")})),
         a);
     EXPECT_EQ(recorder->calls().back().thread, worker.thread.get());
-    EXPECT_EQ(assertionReason([&] {
+    EXPECT_EQ(inconsistencyReason([&] {
         recorder->performSelectorWithExpectedReturn_onThread_withObjects(kTakeTwo, worker.thread, objects({a}));
     }),
         "Performing selector with incorrect argument count, expected: 2, recieved: 1");

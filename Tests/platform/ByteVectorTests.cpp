@@ -1,4 +1,5 @@
 #include "platform/values/ByteVector.h"
+#include "support/Values.h"
 
 #include <gtest/gtest.h>
 
@@ -8,12 +9,7 @@
 #include <vector>
 
 using namespace zon;
-
-namespace {
-
-std::string textOf(const ByteVector& bytes) { return {bytes.begin(), bytes.end()}; }
-
-} // namespace
+using namespace zon::test;
 
 TEST(ByteVector, InsertsAndErasesAnywhere)
 {

@@ -9,6 +9,8 @@
 #include "platform/values/String.h"
 
 #include "support/CountedObject.h"
+#include "support/Raised.h"
+#include "support/Values.h"
 
 #include <gtest/gtest.h>
 
@@ -20,31 +22,20 @@
 #include <vector>
 
 using namespace zon;
+using namespace zon::test;
 using test::CountedObject;
 
 namespace {
 
-std::string text(const Ref<String>& string) { return string ? string->UTF8String() : "(nil)"; }
-Ref<String> str(const char* utf8) { return String::stringWithUTF8String(utf8); }
 Ref<Number> num(int value) { return Number::numberWithInt(value); }
 
-std::string reasonOf(const std::function<void()>& body)
-{
-    try {
-        body();
-    } catch (const Exception& e) {
-        return e.name()->UTF8String() + ": " + e.reason()->UTF8String();
-    }
-    return "no exception";
-}
-
-std::string joined(const Array* array) { return text(array->componentsJoinedByString(ZSTR(","))); }
+std::string joined(const Array* array) { return utf8(array->componentsJoinedByString(ZSTR(","))); }
 
 std::vector<std::string> keysOf(const Dictionary* dictionary)
 {
     std::vector<std::string> keys;
     for (auto [key, value] : *dictionary)
-        keys.push_back(text(key->description()));
+        keys.push_back(utf8(key->description()));
     return keys;
 }
 
@@ -52,15 +43,15 @@ std::vector<std::string> keysOf(const Dictionary* dictionary)
 
 TEST(Array, NilElementsRaiseWithThePlatformReasons)
 {
-    EXPECT_EQ(reasonOf([] { Array::arrayWithObjects({num(1), nullptr}); }),
+    EXPECT_EQ(raisedDescription([] { Array::arrayWithObjects({num(1), nullptr}); }),
         "NSInvalidArgumentException: *** -[__NSPlaceholderArray initWithObjects:count:]: attempt to insert nil "
         "object from objects[1]");
-    EXPECT_EQ(reasonOf([] { Array::arrayWithObject(nullptr); }),
+    EXPECT_EQ(raisedDescription([] { Array::arrayWithObject(nullptr); }),
         "NSInvalidArgumentException: *** -[__NSPlaceholderArray initWithObjects:count:]: attempt to insert nil "
         "object from objects[0]");
-    EXPECT_EQ(reasonOf([] { MutableArray::array()->addObject(nullptr); }),
+    EXPECT_EQ(raisedDescription([] { MutableArray::array()->addObject(nullptr); }),
         "NSInvalidArgumentException: *** -[__NSArrayM insertObject:atIndex:]: object cannot be nil");
-    EXPECT_EQ(reasonOf([] { Array::arrayWithVector({num(1), nullptr}); }),
+    EXPECT_EQ(raisedDescription([] { Array::arrayWithVector({num(1), nullptr}); }),
         "NSInvalidArgumentException: *** -[__NSPlaceholderArray initWithObjects:count:]: attempt to insert nil "
         "object from objects[1]");
 }
@@ -68,16 +59,16 @@ TEST(Array, NilElementsRaiseWithThePlatformReasons)
 TEST(Array, IndexesOutsideTheBoundsRaise)
 {
     auto array = Array::arrayWithObjects({num(1), num(2)});
-    EXPECT_EQ(reasonOf([&] { array->objectAtIndex(2); }),
+    EXPECT_EQ(raisedDescription([&] { array->objectAtIndex(2); }),
         "NSRangeException: *** -[NSArray objectAtIndex:]: index 2 beyond bounds [0 .. 1]");
-    EXPECT_EQ(reasonOf([] { Array::array()->objectAtIndex(0); }),
+    EXPECT_EQ(raisedDescription([] { Array::array()->objectAtIndex(0); }),
         "NSRangeException: *** -[NSArray objectAtIndex:]: index 0 beyond bounds for empty NSArray");
-    EXPECT_EQ(reasonOf([&] { array->subarrayWithRange({1, 2}); }),
+    EXPECT_EQ(raisedDescription([&] { array->subarrayWithRange({1, 2}); }),
         "NSRangeException: *** -[NSArray subarrayWithRange:]: range {1, 2} extends beyond bounds [0 .. 1]");
     auto mutableArray = MutableArray::array();
-    EXPECT_EQ(reasonOf([&] { mutableArray->removeLastObject(); }),
+    EXPECT_EQ(raisedDescription([&] { mutableArray->removeLastObject(); }),
         "NSRangeException: *** -[__NSArrayM removeObjectsInRange:]: range {0, 1} extends beyond bounds for empty array");
-    EXPECT_EQ(reasonOf([&] { mutableArray->insertObject_atIndex(num(1), 1); }),
+    EXPECT_EQ(raisedDescription([&] { mutableArray->insertObject_atIndex(num(1), 1); }),
         "NSRangeException: *** -[__NSArrayM insertObject:atIndex:]: index 1 beyond bounds for empty array");
 }
 
@@ -130,7 +121,7 @@ TEST(Array, DescriptionNestsAsThePlatformPrints)
 {
     auto inner = Array::arrayWithObjects({num(2), str("x y")});
     auto array = Array::arrayWithObjects({num(1), inner, Array::array()});
-    EXPECT_EQ(text(array->description()),
+    EXPECT_EQ(utf8(array->description()),
         "(\n"
         "    1,\n"
         "        (\n"
@@ -140,13 +131,13 @@ TEST(Array, DescriptionNestsAsThePlatformPrints)
         "        (\n"
         "    )\n"
         ")");
-    EXPECT_EQ(text(Array::array()->description()), "(\n)");
+    EXPECT_EQ(utf8(Array::array()->description()), "(\n)");
 }
 
 TEST(Array, DescriptionQuotesStringsThatNeedIt)
 {
     auto array = Array::arrayWithObjects({str("plain_Text-1.2/3:$"), str(""), str("a\"b\\c\n"), str("\u00e9\x01")});
-    EXPECT_EQ(text(array->description()),
+    EXPECT_EQ(utf8(array->description()),
         "(\n"
         "    plain_Text-1.2/3:$,\n"
         "    \"\",\n"
@@ -157,18 +148,18 @@ TEST(Array, DescriptionQuotesStringsThatNeedIt)
 
 TEST(Dictionary, NilKeysAndValuesRaiseWithThePlatformReasons)
 {
-    EXPECT_EQ(reasonOf([] { Dictionary::dictionaryWithObject_forKey(nullptr, ZSTR("k")); }),
+    EXPECT_EQ(raisedDescription([] { Dictionary::dictionaryWithObject_forKey(nullptr, ZSTR("k")); }),
         "NSInvalidArgumentException: *** -[__NSPlaceholderDictionary initWithObjects:forKeys:count:]: attempt to "
         "insert nil object from objects[0]");
-    EXPECT_EQ(reasonOf([] { Dictionary::dictionaryWithObjectsAndKeys({{ZSTR("a"), num(1)}, {nullptr, num(2)}}); }),
+    EXPECT_EQ(raisedDescription([] { Dictionary::dictionaryWithObjectsAndKeys({{ZSTR("a"), num(1)}, {nullptr, num(2)}}); }),
         "NSInvalidArgumentException: *** -[__NSPlaceholderDictionary initWithObjects:forKeys:count:]: attempt to "
         "insert nil key from keys[1]");
     auto dictionary = MutableDictionary::dictionary();
-    EXPECT_EQ(reasonOf([&] { dictionary->setObject_forKey(nullptr, ZSTR("name")); }),
+    EXPECT_EQ(raisedDescription([&] { dictionary->setObject_forKey(nullptr, ZSTR("name")); }),
         "NSInvalidArgumentException: *** -[__NSDictionaryM setObject:forKey:]: object cannot be nil (key: name)");
-    EXPECT_EQ(reasonOf([&] { dictionary->setObject_forKey(num(1), nullptr); }),
+    EXPECT_EQ(raisedDescription([&] { dictionary->setObject_forKey(num(1), nullptr); }),
         "NSInvalidArgumentException: *** -[__NSDictionaryM setObject:forKey:]: key cannot be nil");
-    EXPECT_EQ(reasonOf([] { Dictionary::dictionaryWithObjects_forKeys(Array::arrayWithObject(num(1)), Array::array()); }),
+    EXPECT_EQ(raisedDescription([] { Dictionary::dictionaryWithObjects_forKeys(Array::arrayWithObject(num(1)), Array::array()); }),
         "NSInvalidArgumentException: *** -[NSDictionary initWithObjects:forKeys:]: count of objects (1) differs from "
         "count of keys (0)");
     EXPECT_EQ(dictionary->objectForKey(nullptr), nullptr);
@@ -256,7 +247,7 @@ TEST(Dictionary, AdoptingKeysAndValuesMovesThemInAndKeepsTheFirstOfEqualKeys)
     EXPECT_EQ(items[0].get(), nullptr);
     EXPECT_EQ(items[3].get(), nullptr);
     std::vector<Ref<Object>> withNil {str("a"), num(1), str("b"), nullptr};
-    EXPECT_EQ(reasonOf([&] { Dictionary::dictionaryAdoptingKeysAndValues(withNil); }),
+    EXPECT_EQ(raisedDescription([&] { Dictionary::dictionaryAdoptingKeysAndValues(withNil); }),
         "NSInvalidArgumentException: *** -[__NSPlaceholderDictionary initWithObjects:forKeys:count:]: attempt to "
         "insert nil object from objects[1]");
 }
@@ -293,7 +284,7 @@ TEST(Dictionary, DescriptionSortsStringKeysAndNestsValues)
         {ZSTR("alpha beta"), Array::arrayWithObject(num(2))},
         {ZSTR("mid"), Dictionary::dictionaryWithObject_forKey(str("v"), ZSTR("k"))},
     });
-    EXPECT_EQ(text(dictionary->description()),
+    EXPECT_EQ(utf8(dictionary->description()),
         "{\n"
         "    \"alpha beta\" =     (\n"
         "        2\n"
@@ -303,7 +294,7 @@ TEST(Dictionary, DescriptionSortsStringKeysAndNestsValues)
         "    };\n"
         "    zeta = 1;\n"
         "}");
-    EXPECT_EQ(text(Dictionary::dictionary()->description()), "{\n}");
+    EXPECT_EQ(utf8(Dictionary::dictionary()->description()), "{\n}");
 }
 
 TEST(Set, HoldsDistinctObjectsInInsertionOrder)
@@ -316,8 +307,8 @@ TEST(Set, HoldsDistinctObjectsInInsertionOrder)
     set->removeObject(num(3));
     set->addObject(num(3));
     EXPECT_EQ(joined(set->allObjects()), "1,2,3");
-    EXPECT_EQ(text(set->description()), "{(\n    1,\n    2,\n    3\n)}");
-    EXPECT_EQ(reasonOf([&] { set->addObject(nullptr); }),
+    EXPECT_EQ(utf8(set->description()), "{(\n    1,\n    2,\n    3\n)}");
+    EXPECT_EQ(raisedDescription([&] { set->addObject(nullptr); }),
         "NSInvalidArgumentException: *** -[__NSSetM addObject:]: object cannot be nil");
     EXPECT_TRUE(set->isEqual(Set::setWithObjects({num(2), num(3), num(1)})));
     set->intersectSet(Set::setWithObjects({num(2), num(9)}));
@@ -380,7 +371,7 @@ TEST(Collections, ImmutableValuesAreSharedBetweenThreads)
         {ZSTR("list"), Array::arrayWithObjects({num(1), Number::yes(), str("two words")})},
         {ZSTR("set"), Set::setWithObjects({num(1), num(2)})},
     });
-    const std::string expected = text(dictionary->description());
+    const std::string expected = utf8(dictionary->description());
     std::vector<std::thread> threads;
     std::atomic<int> mismatches {0};
     for (int t = 0; t < 4; ++t) {
@@ -388,7 +379,7 @@ TEST(Collections, ImmutableValuesAreSharedBetweenThreads)
             for (int i = 0; i < 500; ++i) {
                 Ref<Dictionary> copy = dynamicCast<Dictionary>(dictionary->copy());
                 Ref<Object> list = copy->objectForKey(ZSTR("list"));
-                if (text(copy->description()) != expected || !list->isEqual(dictionary->objectForKey(ZSTR("list"))))
+                if (utf8(copy->description()) != expected || !list->isEqual(dictionary->objectForKey(ZSTR("list"))))
                     ++mismatches;
             }
         });

@@ -2,6 +2,8 @@
 #include "platform/values/Data.h"
 #include "platform/values/Exception.h"
 #include "platform/values/String.h"
+#include "support/Raised.h"
+#include "support/Values.h"
 
 #include <gtest/gtest.h>
 
@@ -9,24 +11,7 @@
 #include <vector>
 
 using namespace zon;
-
-namespace {
-
-std::string text(const Ref<String>& string) { return string ? string->UTF8String() : "(nil)"; }
-
-std::string reasonOf(const std::function<void()>& body)
-{
-    try {
-        body();
-    } catch (const Exception& e) {
-        return e.name()->UTF8String() + ": " + e.reason()->UTF8String();
-    }
-    return "no exception";
-}
-
-std::vector<uint8_t> bytesOf(const Data* data) { return {data->span().begin(), data->span().end()}; }
-
-} // namespace
+using namespace zon::test;
 
 TEST(Data, HoldsACopyOfItsBytes)
 {
@@ -43,10 +28,10 @@ TEST(Data, HoldsACopyOfItsBytes)
 TEST(Data, DescriptionIsTheClassicHexForm)
 {
     const uint8_t bytes[] = {0x01, 0x02, 0x03, 0xff, 0xa0};
-    EXPECT_EQ(text(Data::dataWithBytes(bytes, 3)->description()), "<010203>");
-    EXPECT_EQ(text(Data::dataWithBytes(bytes, 4)->description()), "<010203ff>");
-    EXPECT_EQ(text(Data::dataWithBytes(bytes, 5)->description()), "<010203ff a0>");
-    EXPECT_EQ(text(Data::data()->description()), "<>");
+    EXPECT_EQ(utf8(Data::dataWithBytes(bytes, 3)->description()), "<010203>");
+    EXPECT_EQ(utf8(Data::dataWithBytes(bytes, 4)->description()), "<010203ff>");
+    EXPECT_EQ(utf8(Data::dataWithBytes(bytes, 5)->description()), "<010203ff a0>");
+    EXPECT_EQ(utf8(Data::data()->description()), "<>");
 }
 
 TEST(Data, SubdataChecksItsRange)
@@ -55,10 +40,10 @@ TEST(Data, SubdataChecksItsRange)
     auto data = Data::dataWithBytes(bytes, 4);
     EXPECT_EQ(bytesOf(data->subdataWithRange({1, 2})), (std::vector<uint8_t> {2, 3}));
     EXPECT_EQ(data->subdataWithRange({4, 0})->length(), 0u);
-    EXPECT_EQ(reasonOf([&] { data->subdataWithRange({3, 2}); }),
+    EXPECT_EQ(raisedDescription([&] { data->subdataWithRange({3, 2}); }),
         "NSRangeException: -[NSData subdataWithRange:]: range {3, 2} exceeds data length 4");
     // A huge length must not wrap around the check.
-    EXPECT_EQ(reasonOf([&] { data->subdataWithRange({1, SIZE_MAX}); }),
+    EXPECT_EQ(raisedDescription([&] { data->subdataWithRange({1, SIZE_MAX}); }),
         "NSRangeException: -[NSData subdataWithRange:]: range {1, 18446744073709551615} exceeds data length 4");
 }
 
@@ -94,7 +79,7 @@ TEST(MutableData, GrowsShrinksAndReplaces)
     EXPECT_EQ(bytesOf(data), (std::vector<uint8_t> {0, 'd', 0, 0}));
     data->setLength(2);
     EXPECT_EQ(MutableData::dataWithLength(3)->span()[2], 0);
-    EXPECT_EQ(reasonOf([&] { data->resetBytesInRange({1, 2}); }),
+    EXPECT_EQ(raisedDescription([&] { data->resetBytesInRange({1, 2}); }),
         "NSRangeException: -[NSMutableData resetBytesInRange:]: range {1, 2} exceeds data length 2");
     EXPECT_THROW(data->appendBytes_length(nullptr, 1), Exception);
 }

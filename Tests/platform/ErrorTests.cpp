@@ -6,40 +6,23 @@
 #include "platform/values/Number.h"
 #include "platform/values/String.h"
 #include "support/LogCapture.h"
+#include "support/Raised.h"
+#include "support/Values.h"
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
 using namespace zon;
+using namespace zon::test;
 using testing::HasSubstr;
 using testing::StartsWith;
-
-namespace {
-
-std::string text(const Ref<String>& string) { return string ? string->UTF8String() : "(nil)"; }
-
-// Runs body and answers the reason of the NSInternalInconsistencyException it raises.
-template <class Body>
-std::string inconsistencyReason(Body body)
-{
-    try {
-        body();
-    } catch (const Exception& exception) {
-        EXPECT_EQ(text(exception.name()), "NSInternalInconsistencyException");
-        return text(exception.reason());
-    }
-    ADD_FAILURE() << "nothing was raised";
-    return {};
-}
-
-} // namespace
 
 TEST(Error, HoldsDomainCodeAndACopyOfTheUserInfo)
 {
     auto info = MutableDictionary::dictionaryWithObject_forKey(ZSTR("v"), ZSTR("k"));
     auto error = Error::errorWithDomain_code_userInfo(ZSTR("D"), -7, info);
     info->setObject_forKey(ZSTR("later"), ZSTR("k2"));
-    EXPECT_EQ(text(error->domain()), "D");
+    EXPECT_EQ(utf8(error->domain()), "D");
     EXPECT_EQ(error->code(), -7);
     EXPECT_EQ(error->userInfo()->count(), 1u);
     EXPECT_FALSE(error->userInfo()->isKindOfClass(MutableDictionary::staticClass()));
@@ -51,22 +34,22 @@ TEST(Error, HoldsDomainCodeAndACopyOfTheUserInfo)
 TEST(Error, LocalizedDescriptionFallsBackToThePlatformText)
 {
     auto plain = Error::errorWithDomain_code_userInfo(ZSTR("ZonErrorDomain"), 4, nullptr);
-    EXPECT_EQ(text(plain->localizedDescription()), "The operation couldn\u2019t be completed. (ZonErrorDomain error 4.)");
+    EXPECT_EQ(utf8(plain->localizedDescription()), "The operation couldn\u2019t be completed. (ZonErrorDomain error 4.)");
     auto described = Error::errorWithDomain_code_userInfo(ZSTR("D"), 1,
         Dictionary::dictionaryWithObject_forKey(ZSTR("Failed to get servicePort"), NSLocalizedDescriptionKey));
-    EXPECT_EQ(text(described->localizedDescription()), "Failed to get servicePort");
-    EXPECT_EQ(text(NSLocalizedDescriptionKey), "NSLocalizedDescription");
-    EXPECT_EQ(text(NSUnderlyingErrorKey), "NSUnderlyingError");
+    EXPECT_EQ(utf8(described->localizedDescription()), "Failed to get servicePort");
+    EXPECT_EQ(utf8(NSLocalizedDescriptionKey), "NSLocalizedDescription");
+    EXPECT_EQ(utf8(NSUnderlyingErrorKey), "NSUnderlyingError");
 }
 
 TEST(Error, DescriptionShowsDomainCodeTextAndUserInfo)
 {
     auto inner = Error::errorWithDomain_code_userInfo(ZSTR("Inner"), 2, nullptr);
-    EXPECT_EQ(text(inner->description()),
+    EXPECT_EQ(utf8(inner->description()),
         "Error Domain=Inner Code=2 \"The operation couldn\u2019t be completed. (Inner error 2.)\"");
     auto outer = Error::errorWithDomain_code_userInfo(ZSTR("Outer"), -36,
         Dictionary::dictionaryWithObjectsAndKeys({{NSLocalizedDescriptionKey, ZSTR("Broken")}, {NSUnderlyingErrorKey, inner}}));
-    EXPECT_EQ(text(outer->description()),
+    EXPECT_EQ(utf8(outer->description()),
         "Error Domain=Outer Code=-36 \"Broken\" UserInfo={NSLocalizedDescription=Broken, "
         "NSUnderlyingError=Error Domain=Inner Code=2 \"The operation couldn\u2019t be completed. (Inner error 2.)\"}");
 }

@@ -3,6 +3,7 @@
 #include "platform/values/Exception.h"
 #include "platform/values/Number.h"
 #include "platform/values/String.h"
+#include "support/Values.h"
 
 #include <gtest/gtest.h>
 
@@ -12,12 +13,7 @@
 #include <limits>
 
 using namespace zon;
-
-namespace {
-
-std::string text(const Ref<String>& string) { return string ? string->UTF8String() : "(nil)"; }
-
-} // namespace
+using namespace zon::test;
 
 TEST(Number, RemembersTheCTypeItWasMadeFrom)
 {
@@ -117,24 +113,24 @@ TEST(Number, AccessorsConvertLikeCButNeverOverflow)
 
 TEST(Number, DescriptionsPrintAsThePlatformDoes)
 {
-    EXPECT_EQ(text(Number::numberWithInt(-42)->description()), "-42");
-    EXPECT_EQ(text(Number::numberWithUnsignedLongLong(UINT64_MAX)->description()), "18446744073709551615");
-    EXPECT_EQ(text(Number::numberWithUnsignedInt(UINT_MAX)->stringValue()), "4294967295");
-    EXPECT_EQ(text(Number::numberWithChar('A')->description()), "65");
-    EXPECT_EQ(text(Number::yes()->description()), "1");
-    EXPECT_EQ(text(Number::no()->description()), "0");
-    EXPECT_EQ(text(Number::numberWithDouble(1.5)->description()), "1.5");
-    EXPECT_EQ(text(Number::numberWithDouble(0.1)->description()), "0.1");
-    EXPECT_EQ(text(Number::numberWithDouble(3)->description()), "3");
-    EXPECT_EQ(text(Number::numberWithFloat(0.1f)->description()), "0.1");
-    EXPECT_EQ(text(Number::numberWithDouble(0.1 + 0.2)->description()), "0.30000000000000004");
-    EXPECT_EQ(text(Number::numberWithDouble(-2.5e-7)->description()), "-2.5e-07");
-    EXPECT_EQ(text(Number::numberWithDouble(1e16)->description()), "10000000000000000");
-    EXPECT_EQ(text(Number::numberWithDouble(1e17)->description()), "1e+17");
-    EXPECT_EQ(text(Number::numberWithDouble(123456.789)->description()), "123456.789");
-    EXPECT_EQ(text(Number::numberWithDouble(0.0001)->description()), "0.0001");
-    EXPECT_EQ(text(Number::numberWithDouble(std::numeric_limits<double>::infinity())->description()), "inf");
-    EXPECT_EQ(text(Number::numberWithDouble(std::nan(""))->description()), "nan");
+    EXPECT_EQ(utf8(Number::numberWithInt(-42)->description()), "-42");
+    EXPECT_EQ(utf8(Number::numberWithUnsignedLongLong(UINT64_MAX)->description()), "18446744073709551615");
+    EXPECT_EQ(utf8(Number::numberWithUnsignedInt(UINT_MAX)->stringValue()), "4294967295");
+    EXPECT_EQ(utf8(Number::numberWithChar('A')->description()), "65");
+    EXPECT_EQ(utf8(Number::yes()->description()), "1");
+    EXPECT_EQ(utf8(Number::no()->description()), "0");
+    EXPECT_EQ(utf8(Number::numberWithDouble(1.5)->description()), "1.5");
+    EXPECT_EQ(utf8(Number::numberWithDouble(0.1)->description()), "0.1");
+    EXPECT_EQ(utf8(Number::numberWithDouble(3)->description()), "3");
+    EXPECT_EQ(utf8(Number::numberWithFloat(0.1f)->description()), "0.1");
+    EXPECT_EQ(utf8(Number::numberWithDouble(0.1 + 0.2)->description()), "0.30000000000000004");
+    EXPECT_EQ(utf8(Number::numberWithDouble(-2.5e-7)->description()), "-2.5e-07");
+    EXPECT_EQ(utf8(Number::numberWithDouble(1e16)->description()), "10000000000000000");
+    EXPECT_EQ(utf8(Number::numberWithDouble(1e17)->description()), "1e+17");
+    EXPECT_EQ(utf8(Number::numberWithDouble(123456.789)->description()), "123456.789");
+    EXPECT_EQ(utf8(Number::numberWithDouble(0.0001)->description()), "0.0001");
+    EXPECT_EQ(utf8(Number::numberWithDouble(std::numeric_limits<double>::infinity())->description()), "inf");
+    EXPECT_EQ(utf8(Number::numberWithDouble(std::nan(""))->description()), "nan");
 }
 
 TEST(Number, ShortestTextReadsBackExactly)

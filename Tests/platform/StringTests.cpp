@@ -4,6 +4,7 @@
 #include "platform/values/MutableString.h"
 #include "platform/values/String.h"
 #include "platform/values/UTF.h"
+#include "support/Values.h"
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
@@ -12,10 +13,9 @@
 #include <cmath>
 
 using namespace zon;
+using namespace zon::test;
 
 namespace {
-
-Ref<String> str(std::string_view utf8) { return String::stringWithUTF8String(utf8); }
 
 std::vector<std::string> utf8Of(const std::vector<Ref<String>>& strings)
 {

@@ -5,19 +5,14 @@
 #include "platform/values/Number.h"
 #include "platform/values/String.h"
 #include "platform/values/Value.h"
+#include "support/Values.h"
 
 #include <gtest/gtest.h>
 
 #include <cmath>
 
 using namespace zon;
-
-namespace {
-
-std::string text(const Ref<String>& string) { return string ? string->UTF8String() : "(nil)"; }
-Ref<String> str(const char* utf8) { return String::stringWithUTF8String(utf8); }
-
-} // namespace
+using namespace zon::test;
 
 TEST(Value, BoxesGeometryWithThePlatformEncodings)
 {
@@ -35,8 +30,8 @@ TEST(Value, BoxesGeometryWithThePlatformEncodings)
     EXPECT_EQ(rect->rectValue(), makeRect(1, 2, 3, 4));
     EXPECT_EQ(point->objectClass()->name(), "NSValue");
     EXPECT_FALSE(point->isKindOfClass(Number::staticClass()));
-    EXPECT_EQ(text(point->description()), "NSPoint: {1.5, 2}");
-    EXPECT_EQ(text(rect->description()), "NSRect: {{1, 2}, {3, 4}}");
+    EXPECT_EQ(utf8(point->description()), "NSPoint: {1.5, 2}");
+    EXPECT_EQ(utf8(rect->description()), "NSRect: {{1, 2}, {3, 4}}");
 }
 
 TEST(Value, EqualityNeedsTheSameEncodingAndBytes)
@@ -73,10 +68,10 @@ TEST(Value, BoxesPointersSelectorsAndClassesWithoutChecks)
 
 TEST(Geometry, PrintsTextForms)
 {
-    EXPECT_EQ(text(NSStringFromPoint({1.5, 2})), "{1.5, 2}");
-    EXPECT_EQ(text(NSStringFromSize({-0.25, 1e20})), "{-0.25, 1e+20}");
-    EXPECT_EQ(text(NSStringFromRect(makeRect(0, 1, 2.5, 3))), "{{0, 1}, {2.5, 3}}");
-    EXPECT_EQ(text(NSStringFromRange({7, 18446744073709551615u})), "{7, 18446744073709551615}");
+    EXPECT_EQ(utf8(NSStringFromPoint({1.5, 2})), "{1.5, 2}");
+    EXPECT_EQ(utf8(NSStringFromSize({-0.25, 1e20})), "{-0.25, 1e+20}");
+    EXPECT_EQ(utf8(NSStringFromRect(makeRect(0, 1, 2.5, 3))), "{{0, 1}, {2.5, 3}}");
+    EXPECT_EQ(utf8(NSStringFromRange({7, 18446744073709551615u})), "{7, 18446744073709551615}");
 }
 
 TEST(Geometry, ParsesTextFormsLeniently)
@@ -105,14 +100,14 @@ TEST(Geometry, TextFormsRoundTrip)
 TEST(Date, MeasuresFromTheReferenceDate)
 {
     auto reference = Date::dateWithTimeIntervalSinceReferenceDate(0);
-    EXPECT_EQ(text(reference->description()), "2001-01-01 00:00:00 +0000");
+    EXPECT_EQ(utf8(reference->description()), "2001-01-01 00:00:00 +0000");
     EXPECT_DOUBLE_EQ(reference->timeIntervalSince1970(), 978307200.0);
     auto epoch = Date::dateWithTimeIntervalSince1970(0);
-    EXPECT_EQ(text(epoch->description()), "1970-01-01 00:00:00 +0000");
+    EXPECT_EQ(utf8(epoch->description()), "1970-01-01 00:00:00 +0000");
     EXPECT_DOUBLE_EQ(reference->timeIntervalSinceDate(epoch), 978307200.0);
-    EXPECT_EQ(text(Date::dateWithTimeIntervalSince1970(951782400.5)->description()), "2000-02-29 00:00:00 +0000");
-    EXPECT_EQ(text(Date::dateWithTimeIntervalSince1970(-0.5)->description()), "1969-12-31 23:59:59 +0000");
-    EXPECT_EQ(text(Date::distantFuture()->description()), "4001-01-01 00:00:00 +0000");
+    EXPECT_EQ(utf8(Date::dateWithTimeIntervalSince1970(951782400.5)->description()), "2000-02-29 00:00:00 +0000");
+    EXPECT_EQ(utf8(Date::dateWithTimeIntervalSince1970(-0.5)->description()), "1969-12-31 23:59:59 +0000");
+    EXPECT_EQ(utf8(Date::distantFuture()->description()), "4001-01-01 00:00:00 +0000");
 }
 
 TEST(Date, ComparesAndPrintsAnyStoredValue)
@@ -128,13 +123,13 @@ TEST(Date, ComparesAndPrintsAnyStoredValue)
     auto now = Date::date();
     EXPECT_LT(std::fabs(now->timeIntervalSinceNow()), 60.0);
     for (double far : {1e300, -1e300, double(NAN), double(INFINITY)})
-        EXPECT_FALSE(text(Date::dateWithTimeIntervalSinceReferenceDate(far)->description()).empty());
+        EXPECT_FALSE(utf8(Date::dateWithTimeIntervalSinceReferenceDate(far)->description()).empty());
 }
 
 TEST(Null, IsOneSharedMarker)
 {
     EXPECT_EQ(Null::null(), Null::null());
-    EXPECT_EQ(text(Null::null()->description()), "<null>");
+    EXPECT_EQ(utf8(Null::null()->description()), "<null>");
     EXPECT_EQ(Null::null()->objectClass()->name(), "NSNull");
     EXPECT_EQ(Null::null()->copy().get(), Null::null());
     EXPECT_TRUE(Null::null()->isImmortal());

@@ -22,6 +22,7 @@
 #include "platform/values/Error.h"
 #include "platform/values/Number.h"
 #include "platform/values/String.h"
+#include "support/Values.h"
 #include "systemManagement/processManagement/TXZonIPCService.h"
 
 #include <cstdio>
@@ -29,6 +30,7 @@
 #include <string>
 
 using namespace zon;
+using namespace zon::test;
 
 namespace {
 
@@ -37,8 +39,6 @@ void say(const std::string& line)
     std::printf("%s\n", line.c_str());
     std::fflush(stdout);
 }
-
-std::string text(String* string) { return string ? string->UTF8String() : "(nil)"; }
 
 class PeerDelegate final : public Object {
     ZON_OBJECT(PeerDelegate, Object)
@@ -60,14 +60,14 @@ public:
 
     Ref<String> didRecvString(TXZonIPCService* service, String* string)
     {
-        std::string request = text(string);
+        std::string request = utf8(string);
         say("string " + request);
         if (request == "ping")
             return String::stringWithUTF8String("pong");
         if (request.rfind("send-back:", 0) == 0) {
             Ref<Error> error;
             auto reply = service->sendString_error(String::stringWithUTF8String(request.substr(10)), &error);
-            return String::stringWithUTF8String("got:" + text(reply));
+            return String::stringWithUTF8String("got:" + utf8(reply));
         }
         if (request.rfind("race:", 0) == 0) {
             int count = std::stoi(request.substr(5));
@@ -105,10 +105,10 @@ public:
     }
 
     void didEstablish(TXZonIPCService*) { say("event established"); }
-    void didEstablishWithName(TXZonIPCService*, String* name) { say("event established with " + text(name)); }
+    void didEstablishWithName(TXZonIPCService*, String* name) { say("event established with " + utf8(name)); }
     void didFail(TXZonIPCService*, String* name, Error* error)
     {
-        say("event failed " + text(name) + " " + std::to_string(error ? error->code() : 0));
+        say("event failed " + utf8(name) + " " + std::to_string(error ? error->code() : 0));
     }
     void didDisconnect(TXZonIPCService*) { say("event disconnected"); }
 

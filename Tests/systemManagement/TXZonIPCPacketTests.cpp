@@ -1,3 +1,4 @@
+#include "support/Values.h"
 #include "systemManagement/processManagement/TXZonIPCPacket.h"
 
 #include "platform/io/PropertyListSerialization.h"
@@ -17,16 +18,10 @@
 #include <span>
 
 using namespace zon;
+using namespace zon::test;
 using testing::HasSubstr;
 
 namespace {
-
-Ref<String> S(std::string_view text) { return String::stringWithUTF8String(text); }
-
-std::string bytesOf(const Data* data)
-{
-    return data ? std::string(static_cast<const char*>(data->bytes()), data->length()) : std::string();
-}
 
 Ref<Data> frame(int32_t type, std::string_view payload)
 {
@@ -66,14 +61,14 @@ TEST(TXZonIPCPacket, CommsPacketsAreTypesZeroToSixTakenAsUnsigned)
 
 TEST(TXZonIPCPacket, ControlPacketsCarryTheServiceNameInUTF8)
 {
-    EXPECT_EQ(bytesOf(TXZonIPCPacket::pingPacket()->ZONIPCPacketData()), std::string("\x01\0\0\0", 4));
-    Ref<TXZonIPCPacket> connect = TXZonIPCPacket::connectPacket_fromService(3, S("médiaserver"));
+    EXPECT_EQ(textOf(TXZonIPCPacket::pingPacket()->ZONIPCPacketData()), std::string("\x01\0\0\0", 4));
+    Ref<TXZonIPCPacket> connect = TXZonIPCPacket::connectPacket_fromService(3, str("médiaserver"));
     EXPECT_EQ(connect->packetType(), 3);
-    EXPECT_EQ(bytesOf(connect->ZONIPCPacketData()), std::string("\x03\0\0\0médiaserver", 16));
-    Ref<TXZonIPCPacket> disconnect = TXZonIPCPacket::disconnectPacketForService(S("app"));
+    EXPECT_EQ(textOf(connect->ZONIPCPacketData()), std::string("\x03\0\0\0médiaserver", 16));
+    Ref<TXZonIPCPacket> disconnect = TXZonIPCPacket::disconnectPacketForService(str("app"));
     EXPECT_EQ(disconnect->type(), 5);
-    EXPECT_EQ(bytesOf(disconnect->dataValue()), "app");
-    EXPECT_EQ(TXZonIPCPacket::packetWithString(S("héllo"))->description()->UTF8String(),
+    EXPECT_EQ(textOf(disconnect->dataValue()), "app");
+    EXPECT_EQ(TXZonIPCPacket::packetWithString(str("héllo"))->description()->UTF8String(),
         "Packet Type: Data (String) Size: 6");
     Ref<Data> payload = Data::dataWithBytes("\xFF\x00", 2);
     EXPECT_EQ(TXZonIPCPacket::packetWithData(payload)->sendData(), payload.get()); // not a copy
@@ -83,7 +78,7 @@ TEST(TXZonIPCPacket, ParsesShortKnownAndUnknownFramesAsTheWireRulesSay)
 {
     Ref<TXZonIPCPacket> shortFrame = parse("abc");
     EXPECT_EQ(shortFrame->type(), 0);
-    EXPECT_EQ(bytesOf(shortFrame->dataValue()), "abc");
+    EXPECT_EQ(textOf(shortFrame->dataValue()), "abc");
     EXPECT_EQ(shortFrame->description()->UTF8String(), "Packet Type: Unknown Size: 3");
     EXPECT_EQ(parse("")->type(), 0);
     EXPECT_EQ(TXZonIPCPacket::packetWithZONIPCPacketData(nullptr)->type(), 0);
@@ -96,21 +91,21 @@ TEST(TXZonIPCPacket, ParsesShortKnownAndUnknownFramesAsTheWireRulesSay)
         Ref<Data> wire = frame(type, "payload");
         Ref<TXZonIPCPacket> unknown = TXZonIPCPacket::packetWithZONIPCPacketData(wire);
         EXPECT_EQ(unknown->type(), type);
-        EXPECT_EQ(bytesOf(unknown->dataValue()), bytesOf(wire)) << "the whole frame, header included";
+        EXPECT_EQ(textOf(unknown->dataValue()), textOf(wire)) << "the whole frame, header included";
     }
     for (int32_t type : {1, 2, 3, 4, 5, 7, 8, 9}) {
         Ref<TXZonIPCPacket> packet = TXZonIPCPacket::initWithData_ofType(Data::dataWithBytes("xyz", 3), type);
         Ref<TXZonIPCPacket> back = TXZonIPCPacket::initWithZONIPCPacketData(packet->ZONIPCPacketData());
         EXPECT_EQ(back->type(), type);
-        EXPECT_EQ(bytesOf(back->dataValue()), "xyz");
+        EXPECT_EQ(textOf(back->dataValue()), "xyz");
     }
 }
 
 TEST(TXZonIPCPacket, WireBytesInTwoPartsParseLikeTheJoinedBytes)
 {
     // The service's ports deliver the type word apart from the rest.
-    const std::string wires[] = {"", "ab", bytesOf(frame(9, "")), bytesOf(frame(9, "héllo")), bytesOf(frame(6, "x")),
-        bytesOf(frame(-2, "payload")), bytesOf(frame(0, "z"))};
+    const std::string wires[] = {"", "ab", textOf(frame(9, "")), textOf(frame(9, "héllo")), textOf(frame(6, "x")),
+        textOf(frame(-2, "payload")), textOf(frame(0, "z"))};
     for (const std::string& wire : wires) {
         const size_t split = std::min<size_t>(4, wire.size());
         Ref<Data> rest = Data::dataWithBytes(wire.data() + split, wire.size() - split);
@@ -118,7 +113,7 @@ TEST(TXZonIPCPacket, WireBytesInTwoPartsParseLikeTheJoinedBytes)
             {reinterpret_cast<const uint8_t*>(wire.data()), split}, rest);
         Ref<TXZonIPCPacket> whole = parse(wire);
         EXPECT_EQ(twoParts->type(), whole->type()) << wire.size();
-        EXPECT_EQ(bytesOf(twoParts->dataValue()), bytesOf(whole->dataValue())) << wire.size();
+        EXPECT_EQ(textOf(twoParts->dataValue()), textOf(whole->dataValue())) << wire.size();
     }
     const int32_t type = 7;
     const std::span<const uint8_t> word(reinterpret_cast<const uint8_t*>(&type), 4);
@@ -137,23 +132,23 @@ TEST(TXZonIPCPacket, ParsedAndStringPacketsReadAndChangeLikeAnyOther)
     source->resetBytesInRange({0, source->length()}); // the sender's buffer is reused
     EXPECT_EQ(parsed->type(), 9);
     EXPECT_EQ(parsed->stringValue()->UTF8String(), "héllo");
-    EXPECT_EQ(bytesOf(parsed->ZONIPCPacketData()), bytesOf(frame(9, "héllo")));
+    EXPECT_EQ(textOf(parsed->ZONIPCPacketData()), textOf(frame(9, "héllo")));
     EXPECT_EQ(parsed->description()->UTF8String(), "Packet Type: Data (String) Size: 6");
     Data* payload = parsed->dataValue();
-    EXPECT_EQ(bytesOf(payload), "héllo");
+    EXPECT_EQ(textOf(payload), "héllo");
     EXPECT_EQ(parsed->sendData(), payload);
 
     parsed->setPacketType(7);
-    EXPECT_EQ(bytesOf(parsed->ZONIPCPacketData()), bytesOf(frame(7, "héllo")));
+    EXPECT_EQ(textOf(parsed->ZONIPCPacketData()), textOf(frame(7, "héllo")));
     parsed->setSendData(Data::dataWithBytes("xy", 2));
-    EXPECT_EQ(bytesOf(parsed->ZONIPCPacketData()), bytesOf(frame(7, "xy")));
+    EXPECT_EQ(textOf(parsed->ZONIPCPacketData()), textOf(frame(7, "xy")));
 
-    Ref<TXZonIPCPacket> string = TXZonIPCPacket::packetWithString(S("日本"));
-    EXPECT_EQ(bytesOf(string->ZONIPCPacketData()), bytesOf(frame(9, "日本")));
-    EXPECT_EQ(bytesOf(string->dataValue()), "日本");
+    Ref<TXZonIPCPacket> string = TXZonIPCPacket::packetWithString(str("日本"));
+    EXPECT_EQ(textOf(string->ZONIPCPacketData()), textOf(frame(9, "日本")));
+    EXPECT_EQ(textOf(string->dataValue()), "日本");
     string->setSendData(nullptr);
     EXPECT_EQ(string->dataValue(), nullptr);
-    EXPECT_EQ(bytesOf(string->ZONIPCPacketData()), bytesOf(frame(9, "")));
+    EXPECT_EQ(textOf(string->ZONIPCPacketData()), textOf(frame(9, "")));
 
     Ref<TXZonIPCPacket> nothing = TXZonIPCPacket::packetWithString(nullptr);
     EXPECT_EQ(nothing->dataValue(), nullptr);
@@ -162,16 +157,16 @@ TEST(TXZonIPCPacket, ParsedAndStringPacketsReadAndChangeLikeAnyOther)
 
 TEST(TXZonIPCPacket, StringValueIsNilForInvalidUTF8)
 {
-    EXPECT_EQ(TXZonIPCPacket::packetWithString(S("日本 😀"))->stringValue()->UTF8String(), "日本 😀");
+    EXPECT_EQ(TXZonIPCPacket::packetWithString(str("日本 😀"))->stringValue()->UTF8String(), "日本 😀");
     EXPECT_FALSE(TXZonIPCPacket::packetWithData(Data::dataWithBytes("\xC3\x28", 2))->stringValue());
 }
 
 TEST(TXZonIPCPacket, DictionaryPayloadAlwaysCarriesTheEncodingKey)
 {
-    Ref<TXZonIPCPacket> packet = TXZonIPCPacket::packetWithDictionary(Dictionary::dictionaryWithObject_forKey(S("b"), S("a")));
+    Ref<TXZonIPCPacket> packet = TXZonIPCPacket::packetWithDictionary(Dictionary::dictionaryWithObject_forKey(str("b"), str("a")));
     ASSERT_TRUE(packet);
     EXPECT_EQ(packet->type(), 8);
-    const std::string xml = bytesOf(packet->dataValue());
+    const std::string xml = textOf(packet->dataValue());
     EXPECT_THAT(xml, HasSubstr("<dict>\n"
                                "\t<key>a</key>\n"
                                "\t<string>b</string>\n"
@@ -179,21 +174,21 @@ TEST(TXZonIPCPacket, DictionaryPayloadAlwaysCarriesTheEncodingKey)
                                "\t<dict/>\n"
                                "</dict>\n"));
     Ref<Dictionary> back = packet->dictionaryValue();
-    EXPECT_TRUE(back->isEqual(Dictionary::dictionaryWithObject_forKey(S("b"), S("a"))));
+    EXPECT_TRUE(back->isEqual(Dictionary::dictionaryWithObject_forKey(str("b"), str("a"))));
 }
 
 TEST(TXZonIPCPacket, GeometricValuesTravelAsTextAndComeBackBoxed)
 {
     Ref<Dictionary> original = Dictionary::dictionaryWithObjectsAndKeys({
-        {S("p"), Value::valueWithPoint({1.5, 2})},
-        {S("r"), Value::valueWithRange({3, 4})},
-        {S("s"), Value::valueWithSize({5, 6.25})},
-        {S("q"), Value::valueWithRect({{1, 2}, {3, 4}})},
-        {S("n"), Number::numberWithInt(7)},
+        {str("p"), Value::valueWithPoint({1.5, 2})},
+        {str("r"), Value::valueWithRange({3, 4})},
+        {str("s"), Value::valueWithSize({5, 6.25})},
+        {str("q"), Value::valueWithRect({{1, 2}, {3, 4}})},
+        {str("n"), Number::numberWithInt(7)},
     });
     Ref<TXZonIPCPacket> packet = TXZonIPCPacket::packetWithDictionary(original);
     ASSERT_TRUE(packet);
-    const std::string xml = bytesOf(packet->dataValue());
+    const std::string xml = textOf(packet->dataValue());
     EXPECT_THAT(xml, HasSubstr("<key>p</key>\n\t<string>{1.5, 2}</string>"));
     EXPECT_THAT(xml, HasSubstr("<key>r</key>\n\t<string>{3, 4}</string>"));
     EXPECT_THAT(xml, HasSubstr("<key>q</key>\n\t<string>{{1, 2}, {3, 4}}</string>"));
@@ -202,8 +197,8 @@ TEST(TXZonIPCPacket, GeometricValuesTravelAsTextAndComeBackBoxed)
 
     Ref<Dictionary> back = packet->dictionaryValue();
     EXPECT_TRUE(back->isEqual(original)) << back->description();
-    EXPECT_FALSE(back->objectForKey(S("__TXZonIPCPacketInternalNSValueEncoding__")));
-    EXPECT_EQ(back->objectForKey<Value>(S("p"))->pointValue(), makePoint(1.5, 2));
+    EXPECT_FALSE(back->objectForKey(str("__TXZonIPCPacketInternalNSValueEncoding__")));
+    EXPECT_EQ(back->objectForKey<Value>(str("p"))->pointValue(), makePoint(1.5, 2));
 }
 
 TEST(TXZonIPCPacket, UnserialisableDictionaryGivesNilAndLogs)
@@ -211,14 +206,14 @@ TEST(TXZonIPCPacket, UnserialisableDictionaryGivesNilAndLogs)
     LogCapture capture;
     // A pointer value is boxed but not geometric; nested geometric values are not converted.
     EXPECT_FALSE(TXZonIPCPacket::packetWithDictionary(
-        Dictionary::dictionaryWithObject_forKey(Value::valueWithPointer(nullptr), S("ptr"))));
+        Dictionary::dictionaryWithObject_forKey(Value::valueWithPointer(nullptr), str("ptr"))));
     EXPECT_THAT(capture.records(), ContainsLine(2, "Unsupported objc type in dictionary, cannot save you"));
     EXPECT_THAT(capture.records(), ContainsLine(1, HasSubstr("Dictionary cannot be converted to data type due to ")));
     EXPECT_THAT(capture.records(), ContainsLine(1, HasSubstr("'NSValue'")));
 
     capture.clear();
     EXPECT_FALSE(TXZonIPCPacket::packetWithDictionary(Dictionary::dictionaryWithObject_forKey(
-        Array::arrayWithObject(Value::valueWithPoint({1, 2})), S("nested"))));
+        Array::arrayWithObject(Value::valueWithPoint({1, 2})), str("nested"))));
     EXPECT_THAT(capture.records(), ContainsLine(1, HasSubstr("Dictionary cannot be converted to data type due to ")));
     EXPECT_THAT(capture.records(), testing::Not(ContainsLine(2, testing::_)));
 }
@@ -235,16 +230,16 @@ TEST(TXZonIPCPacket, DictionaryValueLeavesUnknownEncodingsAsText)
 {
     LogCapture capture;
     Ref<Dictionary> payload = Dictionary::dictionaryWithObjectsAndKeys({
-        {S("v"), S("{1, 2}")},
-        {S("w"), S("{3, 4}")},
-        {S("__TXZonIPCPacketInternalNSValueEncoding__"),
-            Dictionary::dictionaryWithObjectsAndKeys({{S("v"), S("{CGPoint=dd}")}, {S("w"), S("{_NSSize=ff}")},
-                {S("missing"), S("{_NSPoint=ff}")}})},
+        {str("v"), str("{1, 2}")},
+        {str("w"), str("{3, 4}")},
+        {str("__TXZonIPCPacketInternalNSValueEncoding__"),
+            Dictionary::dictionaryWithObjectsAndKeys({{str("v"), str("{CGPoint=dd}")}, {str("w"), str("{_NSSize=ff}")},
+                {str("missing"), str("{_NSPoint=ff}")}})},
     });
     Ref<Data> xml = PropertyListSerialization::dataWithPropertyList(payload, NSPropertyListXMLFormat_v1_0, nullptr);
     Ref<Dictionary> back = TXZonIPCPacket::initWithData_ofType(xml, 8)->dictionaryValue();
     EXPECT_EQ(back->count(), 2u);
-    EXPECT_TRUE(back->objectForKey(S("v"))->isEqual(S("{1, 2}")));
-    EXPECT_EQ(back->objectForKey<Value>(S("w"))->sizeValue(), makeSize(3, 4));
+    EXPECT_TRUE(back->objectForKey(str("v"))->isEqual(str("{1, 2}")));
+    EXPECT_EQ(back->objectForKey<Value>(str("w"))->sizeValue(), makeSize(3, 4));
     EXPECT_THAT(capture.records(), ContainsLine(2, "Unsupported objc type in dictionary, cannot save you"));
 }

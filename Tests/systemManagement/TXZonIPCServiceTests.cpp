@@ -4,23 +4,22 @@
 #include "platform/runtime/Class.h"
 #include "platform/threads/RunLoop.h"
 #include "platform/threads/Thread.h"
-#include "platform/threads/Watchdog.h"
 #include "platform/values/Data.h"
 #include "platform/values/Dictionary.h"
 #include "platform/values/Error.h"
 #include "platform/values/String.h"
 #include "support/LogCapture.h"
+#include "support/PeerProcess.h"
 #include "support/PrivateRuntimeDirectory.h"
+#include "support/Values.h"
+#include "support/Watchdog.h"
 #include "systemManagement/processManagement/TXZonIPCService.h"
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
-#include <fcntl.h>
-#include <signal.h>
 #include <sys/socket.h>
 #include <sys/un.h>
-#include <sys/wait.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -29,86 +28,26 @@
 #include <thread>
 
 using namespace zon;
-using test::runLoopUntil;
+using namespace zon::test;
 using testing::ElementsAre;
 using testing::HasSubstr;
 
 namespace {
 
-std::string text(String* string) { return string ? string->UTF8String() : "(nil)"; }
-Ref<String> str(const std::string& text) { return String::stringWithUTF8String(text); }
+// The peer program with arguments; its standard output comes back through a pipe.
+PeerProcess startPeer(const std::vector<std::string>& arguments)
+{
+    return PeerProcess(ZON_IPC_PEER_PATH, arguments, {.captureOutput = true});
+}
 
-// The peer program, started with fork and exec; its stdout comes back through a pipe.
-class PeerProcess {
-public:
-    explicit PeerProcess(std::vector<std::string> arguments)
-    {
-        int fds[2];
-        if (::pipe2(fds, O_CLOEXEC) != 0)
-            return;
-        pid_ = ::fork();
-        if (pid_ == 0) {
-            ::dup2(fds[1], STDOUT_FILENO);
-            std::vector<char*> argv {const_cast<char*>(ZON_IPC_PEER_PATH)};
-            for (auto& argument : arguments)
-                argv.push_back(argument.data());
-            argv.push_back(nullptr);
-            ::execv(ZON_IPC_PEER_PATH, argv.data());
-            ::_exit(127);
-        }
-        ::close(fds[1]);
-        out_ = fds[0];
-        ::fcntl(out_, F_SETFL, O_NONBLOCK);
-    }
-    ~PeerProcess()
-    {
-        kill();
-        if (out_ >= 0)
-            ::close(out_);
-    }
-
-    // Runs this thread's loop (so our service keeps answering) until the peer printed line.
-    bool waitForLine(const std::string& line)
-    {
-        bool found = runLoopUntil([&] {
-            readAvailable();
-            return std::find(lines_.begin(), lines_.end(), line) != lines_.end();
-        });
-        if (!found)
-            ADD_FAILURE() << "peer never printed \"" << line << "\"; it printed:\n" << testing::PrintToString(lines_);
-        return found;
-    }
-    bool printed(const std::string& line)
-    {
-        readAvailable();
-        return std::find(lines_.begin(), lines_.end(), line) != lines_.end();
-    }
-    void kill()
-    {
-        if (pid_ > 0) {
-            ::kill(pid_, SIGKILL);
-            ::waitpid(pid_, nullptr, 0);
-            pid_ = -1;
-        }
-    }
-
-private:
-    void readAvailable()
-    {
-        char buffer[4096];
-        ssize_t n;
-        while ((n = ::read(out_, buffer, sizeof buffer)) > 0) {
-            partial_.append(buffer, static_cast<size_t>(n));
-            for (size_t end; (end = partial_.find('\n')) != std::string::npos; partial_.erase(0, end + 1))
-                lines_.push_back(partial_.substr(0, end));
-        }
-    }
-
-    pid_t pid_ = -1;
-    int out_ = -1;
-    std::string partial_;
-    std::vector<std::string> lines_;
-};
+// Runs this thread's loop (so our service keeps answering) until the peer printed line.
+bool waitForLine(PeerProcess& peer, const std::string& line)
+{
+    bool found = runLoopUntil([&] { return peer.printed(line); });
+    if (!found)
+        ADD_FAILURE() << "peer never printed \"" << line << "\"; it printed:\n" << testing::PrintToString(peer.lines());
+    return found;
+}
 
 // A delegate that records every callback and answers strings with "answer:TEXT".
 class Recorder final : public Object {
@@ -154,29 +93,33 @@ private:
     }
     Ref<String> didRecvString(TXZonIPCService*, String* string)
     {
-        record("recv " + text(string));
-        return str("answer:" + text(string));
+        record("didRecvString " + utf8(string));
+        return str("answer:" + utf8(string));
     }
-    void established(TXZonIPCService*, String* name) { record("4 " + text(name)); }
+    void established(TXZonIPCService*, String* name) { record("didEstablishConnectionTo " + utf8(name)); }
     void failedToEstablish(TXZonIPCService*, String* name, Error* error)
     {
-        record("5 " + text(name) + " " + std::to_string(error->code()));
+        record("didFailToEstablishConnectionTo " + utf8(name) + " error " + std::to_string(error->code()));
     }
-    void disconnectedFrom(TXZonIPCService*, String* name) { record("6 " + text(name)); }
+    void disconnectedFrom(TXZonIPCService*, String* name) { record("didDisconnectFrom " + utf8(name)); }
     void failedToSend(TXZonIPCService*, String* sent, String* remote, Error* error)
     {
-        record("9 " + text(sent) + " " + text(remote) + " " + std::to_string(error->code()));
+        record(
+            "didFailToSendString " + utf8(sent) + " to " + utf8(remote) + " error " + std::to_string(error->code()));
     }
     void gotResponse(TXZonIPCService*, String* response, String* remote, String* sent)
     {
-        record("12 " + text(response) + " " + text(remote) + " " + text(sent));
+        record("didGetStringResponse " + utf8(response) + " from " + utf8(remote) + " to " + utf8(sent));
     }
     void gotDictionary(TXZonIPCService*, Dictionary* response, String*, Dictionary*)
     {
-        record("11 " + text(dynamicCast<String>(response->objectForKey(ZSTR("note")))));
+        record("didGetDictionaryResponse " + utf8(dynamicCast<String>(response->objectForKey(ZSTR("note")))));
     }
-    void didEstablish(TXZonIPCService*) { record("13"); }
-    void didDisconnect(TXZonIPCService* service) { record("14 remote " + text(service->remoteServiceName())); }
+    void didEstablish(TXZonIPCService*) { record("didEstablishConnection"); }
+    void didDisconnect(TXZonIPCService* service)
+    {
+        record("didDisconnect remote " + utf8(service->remoteServiceName()));
+    }
 
     mutable std::mutex mutex_;
     std::vector<std::string> events_;
@@ -195,12 +138,12 @@ protected:
     }
     Ref<TXZonIPCService> connectedToPeer(PeerProcess& peer, const char* peerName = "peer")
     {
-        EXPECT_TRUE(peer.waitForLine("ready"));
+        EXPECT_TRUE(waitForLine(peer, "ready"));
         auto service = makeService();
         Ref<Error> error;
         EXPECT_TRUE(service->connectToRemoteServiceNamed_error(str(peerName), &error))
-            << text(error ? error->description() : nullptr);
-        EXPECT_TRUE(runLoopUntil([&] { return recorder_->saw("13"); }));
+            << utf8(error ? error->description() : nullptr);
+        EXPECT_TRUE(runLoopUntil([&] { return recorder_->saw("didEstablishConnection"); }));
         recorder_->clear();
         return service;
     }
@@ -214,15 +157,15 @@ protected:
 
 TEST_F(TXZonIPCServiceTest, HandshakeStartedHereConnectsBothWays)
 {
-    PeerProcess peer({"serve", "peer"});
+    auto peer = startPeer({"serve", "peer"});
     auto service = connectedToPeer(peer);
-    EXPECT_TRUE(peer.waitForLine("event established"));
-    EXPECT_TRUE(peer.waitForLine("event established with local"));
-    EXPECT_EQ(text(service->remoteServiceName()), "peer");
+    EXPECT_TRUE(waitForLine(peer, "event established"));
+    EXPECT_TRUE(waitForLine(peer, "event established with local"));
+    EXPECT_EQ(utf8(service->remoteServiceName()), "peer");
     EXPECT_TRUE(service->remoteServiceStarted());
     EXPECT_TRUE(service->connected());
     EXPECT_TRUE(service->disconnect());
-    EXPECT_TRUE(peer.waitForLine("event disconnected"));
+    EXPECT_TRUE(waitForLine(peer, "event disconnected"));
     EXPECT_EQ(service->remoteServiceName(), nullptr);
     EXPECT_FALSE(service->remoteServiceStarted());
 }
@@ -230,28 +173,28 @@ TEST_F(TXZonIPCServiceTest, HandshakeStartedHereConnectsBothWays)
 TEST_F(TXZonIPCServiceTest, HandshakeStartedByThePeerTellsTheDelegateTwoWaysInOrder)
 {
     auto service = makeService();
-    PeerProcess peer({"connect", "peer", "local"});
-    EXPECT_TRUE(peer.waitForLine("connected"));
-    EXPECT_TRUE(runLoopUntil([&] { return recorder_->saw("4 peer"); }));
-    EXPECT_THAT(recorder_->events(), ElementsAre("13", "4 peer"));
-    EXPECT_TRUE(peer.waitForLine("event established"));
-    EXPECT_EQ(text(service->remoteServiceName()), "peer");
+    auto peer = startPeer({"connect", "peer", "local"});
+    EXPECT_TRUE(waitForLine(peer, "connected"));
+    EXPECT_TRUE(runLoopUntil([&] { return recorder_->saw("didEstablishConnectionTo peer"); }));
+    EXPECT_THAT(recorder_->events(), ElementsAre("didEstablishConnection", "didEstablishConnectionTo peer"));
+    EXPECT_TRUE(waitForLine(peer, "event established"));
+    EXPECT_EQ(utf8(service->remoteServiceName()), "peer");
 }
 
 TEST_F(TXZonIPCServiceTest, RefusesConnectionsWhileConnectedAndAfterAFailedOpen)
 {
     LogCapture capture;
-    PeerProcess first({"serve", "peer"});
+    auto first = startPeer({"serve", "peer"});
     auto service = connectedToPeer(first);
-    PeerProcess second({"connect", "second", "local"});
-    EXPECT_TRUE(second.waitForLine("connect failed 2"));
-    EXPECT_EQ(text(service->remoteServiceName()), "peer");
+    auto second = startPeer({"connect", "second", "local"});
+    EXPECT_TRUE(waitForLine(second, "connect failed 2"));
+    EXPECT_EQ(utf8(service->remoteServiceName()), "peer");
 
     Ref<Error> error;
     EXPECT_FALSE(service->startConnectionTo_error(ZSTR("second"), &error));
     ASSERT_TRUE(error);
     EXPECT_EQ(error->code(), 0);
-    EXPECT_EQ(text(error->localizedDescription()),
+    EXPECT_EQ(utf8(error->localizedDescription()),
         "Already connected to a client, must disconnect from client to establish new connection");
     EXPECT_THAT(capture.records(),
         ContainsLine(1, "Failed to establish connection to 'second' as currently connected to 'peer'"));
@@ -259,28 +202,28 @@ TEST_F(TXZonIPCServiceTest, RefusesConnectionsWhileConnectedAndAfterAFailedOpen)
     auto lonely = makeService("lonely");
     EXPECT_FALSE(lonely->connectToRemoteServiceNamed_error(ZSTR("nobody"), &error));
     EXPECT_EQ(error->code(), 4);
-    EXPECT_EQ(text(error->localizedDescription()), "Failed to get client servicePort");
+    EXPECT_EQ(utf8(error->localizedDescription()), "Failed to get client servicePort");
     EXPECT_TRUE(lonely->remoteServiceStarted());
-    PeerProcess third({"connect", "third", "lonely"});
-    EXPECT_TRUE(third.waitForLine("connect failed 2"));
+    auto third = startPeer({"connect", "third", "lonely"});
+    EXPECT_TRUE(waitForLine(third, "connect failed 2"));
 }
 
 TEST_F(TXZonIPCServiceTest, SendsEveryKindInEveryStyle)
 {
     LogCapture capture;
-    PeerProcess peer({"serve", "peer"});
+    auto peer = startPeer({"serve", "peer"});
     auto service = connectedToPeer(peer);
     Ref<Error> error;
 
-    EXPECT_EQ(text(service->sendString_error(ZSTR("ping"), &error)), "pong");
+    EXPECT_EQ(utf8(service->sendString_error(ZSTR("ping"), &error)), "pong");
 
     auto dictionary = service->sendDictionary_withResponseTimeout_error(
         Dictionary::dictionaryWithObject_forKey(ZSTR("v"), ZSTR("k")), 30, &error);
     ASSERT_TRUE(dictionary);
-    EXPECT_EQ(text(dictionary->objectForKey<String>(ZSTR("note"))), "from peer");
+    EXPECT_EQ(utf8(dictionary->objectForKey<String>(ZSTR("note"))), "from peer");
     auto echoed = dictionary->objectForKey<Dictionary>(ZSTR("echo"));
     ASSERT_TRUE(echoed);
-    EXPECT_EQ(text(echoed->objectForKey<String>(ZSTR("k"))), "v");
+    EXPECT_EQ(utf8(echoed->objectForKey<String>(ZSTR("k"))), "v");
 
     // A data request gets the property-list bytes of the dictionary the peer answered.
     auto data = service->sendData_error(Data::dataWithBytes("abc", 3), &error);
@@ -290,7 +233,7 @@ TEST_F(TXZonIPCServiceTest, SendsEveryKindInEveryStyle)
     EXPECT_THAT(xml, HasSubstr("<integer>3</integer>"));
 
     EXPECT_TRUE(service->sendOnewayString_error(ZSTR("one way"), &error));
-    EXPECT_TRUE(peer.waitForLine("string one way"));
+    EXPECT_TRUE(waitForLine(peer, "string one way"));
     EXPECT_TRUE(service->sendOnewayString_withResponseTimeout_error(ZSTR("two"), 5.0, &error));
     EXPECT_THAT(capture.records(),
         ContainsLine(
@@ -298,19 +241,19 @@ TEST_F(TXZonIPCServiceTest, SendsEveryKindInEveryStyle)
 
     service->sendString(ZSTR("later"));
     service->sendDictionary(Dictionary::dictionary());
-    EXPECT_TRUE(runLoopUntil([&] { return recorder_->saw("11 from peer"); }));
-    EXPECT_TRUE(recorder_->saw("12 echo:later peer later"));
+    EXPECT_TRUE(runLoopUntil([&] { return recorder_->saw("didGetDictionaryResponse from peer"); }));
+    EXPECT_TRUE(recorder_->saw("didGetStringResponse echo:later from peer to later"));
 
     service->disconnect();
     service->sendString(ZSTR("lost"));
-    EXPECT_TRUE(runLoopUntil([&] { return recorder_->saw("9 lost (nil) 1"); }));
+    EXPECT_TRUE(runLoopUntil([&] { return recorder_->saw("didFailToSendString lost to (nil) error 1"); }));
     EXPECT_EQ(service->sendString_error(ZSTR("lost"), &error), nullptr);
     EXPECT_EQ(error->code(), 1);
 }
 
 TEST_F(TXZonIPCServiceTest, CarriesMessagesFromEmptyToSixteenMegabytes)
 {
-    PeerProcess peer({"serve", "peer"});
+    auto peer = startPeer({"serve", "peer"});
     auto service = connectedToPeer(peer);
     for (size_t size : {size_t(0), size_t(1), size_t(1024), size_t(65536), size_t(4) << 20, size_t(16) << 20}) {
         Ref<Error> error;
@@ -323,7 +266,7 @@ TEST_F(TXZonIPCServiceTest, CarriesMessagesFromEmptyToSixteenMegabytes)
 
 TEST_F(TXZonIPCServiceTest, StringsOfEveryLengthAndScriptArriveIntact)
 {
-    PeerProcess peer({"serve", "peer"});
+    auto peer = startPeer({"serve", "peer"});
     auto service = connectedToPeer(peer);
     // Short text is encoded on the stack and long text into data: both sides of the limit, with
     // characters of every UTF-8 length. (The peer prints each request to a pipe we read only
@@ -333,15 +276,15 @@ TEST_F(TXZonIPCServiceTest, StringsOfEveryLengthAndScriptArriveIntact)
     for (int i = 0; i < 256; ++i)
         texts[5] += "日";
     for (const std::string& sent : texts)
-        EXPECT_EQ(text(service->sendString_error(str(sent), nullptr)), "echo:" + sent) << sent.size();
+        EXPECT_EQ(utf8(service->sendString_error(str(sent), nullptr)), "echo:" + sent) << sent.size();
     const char16_t lone[] = {u'a', 0xD800, u'z'};
-    EXPECT_EQ(text(service->sendString_error(String::stringWithCharacters(lone, 3), nullptr)), "echo:a\uFFFDz")
+    EXPECT_EQ(utf8(service->sendString_error(String::stringWithCharacters(lone, 3), nullptr)), "echo:a\uFFFDz")
         << "a lone surrogate travels as U+FFFD";
 }
 
 TEST_F(TXZonIPCServiceTest, ADelegateWithoutAnswersAndUnknownTypesGiveNoReplyAndNoError)
 {
-    PeerProcess peer({"serve", "peer", "silent"});
+    auto peer = startPeer({"serve", "peer", "silent"});
     auto service = connectedToPeer(peer);
     LogCapture capture;
     Ref<Error> error;
@@ -363,52 +306,52 @@ TEST_F(TXZonIPCServiceTest, ADelegateWithoutAnswersAndUnknownTypesGiveNoReplyAnd
 
 TEST_F(TXZonIPCServiceTest, ThePeersDisconnectClosesTheLinkBeforeTheCallback)
 {
-    PeerProcess peer({"serve", "peer"});
+    auto peer = startPeer({"serve", "peer"});
     auto service = connectedToPeer(peer);
-    EXPECT_EQ(text(service->sendString_error(ZSTR("disconnect"), nullptr)), "bye");
+    EXPECT_EQ(utf8(service->sendString_error(ZSTR("disconnect"), nullptr)), "bye");
     EXPECT_TRUE(runLoopUntil([&] { return !recorder_->events().empty(); }));
-    EXPECT_THAT(recorder_->events(), ElementsAre("14 remote (nil)"));
+    EXPECT_THAT(recorder_->events(), ElementsAre("didDisconnect remote (nil)"));
     EXPECT_FALSE(service->remoteServiceStarted());
 }
 
 TEST_F(TXZonIPCServiceTest, AKilledPeerIsNoticedByThePingAndALaterOneCanConnect)
 {
     LogCapture capture;
-    auto peer = std::make_unique<PeerProcess>(std::vector<std::string> {"serve", "peer"});
-    auto service = connectedToPeer(*peer);
-    peer->kill();
+    auto peer = startPeer({"serve", "peer"});
+    auto service = connectedToPeer(peer);
+    peer.stop();
     EXPECT_TRUE(runLoopUntil([&] { return service->remoteServiceName() == nullptr; }, NSDefaultRunLoopMode,
         std::chrono::seconds(15)));
     EXPECT_THAT(capture.records(), ContainsLine(2, "Was connected to 'peer', but can no longer communicate"));
     EXPECT_TRUE(recorder_->events().empty()) << "the delegate is not told";
 
-    peer = std::make_unique<PeerProcess>(std::vector<std::string> {"serve", "peer"});
-    EXPECT_TRUE(peer->waitForLine("ready"));
+    peer = startPeer({"serve", "peer"});
+    EXPECT_TRUE(waitForLine(peer, "ready"));
     Ref<Error> error;
     EXPECT_TRUE(service->connectToRemoteServiceNamed_error(ZSTR("peer"), &error));
-    EXPECT_EQ(text(service->sendString_error(ZSTR("ping"), &error)), "pong");
+    EXPECT_EQ(utf8(service->sendString_error(ZSTR("ping"), &error)), "pong");
 }
 
 TEST_F(TXZonIPCServiceTest, NestedAndSimultaneousSendsBetweenServiceThreadsComplete)
 {
-    PeerProcess peer({"serve", "peer"});
+    auto peer = startPeer({"serve", "peer"});
     auto service = connectedToPeer(peer);
     // The peer's handler sends to us while we wait for its reply.
-    EXPECT_EQ(text(service->sendString_error(ZSTR("send-back:hello"), nullptr)), "got:answer:hello");
+    EXPECT_EQ(utf8(service->sendString_error(ZSTR("send-back:hello"), nullptr)), "got:answer:hello");
 
     // Both service threads send synchronously to each other at once.
-    EXPECT_EQ(text(service->sendString_error(ZSTR("race:50"), nullptr)), "ok");
+    EXPECT_EQ(utf8(service->sendString_error(ZSTR("race:50"), nullptr)), "ok");
     int answered = 0;
     for (int i = 0; i < 50; ++i)
-        answered += text(service->sendString_error(str("mine " + std::to_string(i)), nullptr))
+        answered += utf8(service->sendString_error(str("mine " + std::to_string(i)), nullptr))
             == "echo:mine " + std::to_string(i);
     EXPECT_EQ(answered, 50);
-    EXPECT_TRUE(peer.waitForLine("race done 50"));
+    EXPECT_TRUE(waitForLine(peer, "race done 50"));
 }
 
 TEST_F(TXZonIPCServiceTest, ConcurrentSendsFromSeveralThreadsEachGetTheirOwnReply)
 {
-    PeerProcess peer({"serve", "peer"});
+    auto peer = startPeer({"serve", "peer"});
     auto service = connectedToPeer(peer);
     std::atomic<int> wrong {0};
     std::vector<std::thread> senders;
@@ -416,7 +359,7 @@ TEST_F(TXZonIPCServiceTest, ConcurrentSendsFromSeveralThreadsEachGetTheirOwnRepl
         senders.emplace_back([&, t] {
             for (int i = 0; i < 50; ++i) {
                 std::string body = std::to_string(t) + "." + std::to_string(i);
-                if (text(service->sendString_error(str(body), nullptr)) != "echo:" + body)
+                if (utf8(service->sendString_error(str(body), nullptr)) != "echo:" + body)
                     ++wrong;
             }
         });
@@ -428,18 +371,18 @@ TEST_F(TXZonIPCServiceTest, ConcurrentSendsFromSeveralThreadsEachGetTheirOwnRepl
 TEST_F(TXZonIPCServiceTest, ANameHeldByALiveProcessIsRefusedAndOneOfADeadProcessIsNot)
 {
     LogCapture capture;
-    PeerProcess owner({"serve", "taken"});
-    ASSERT_TRUE(owner.waitForLine("ready"));
+    auto owner = startPeer({"serve", "taken"});
+    ASSERT_TRUE(waitForLine(owner, "ready"));
     EXPECT_EQ(TXZonIPCService::initWithLocalServiceName(ZSTR("taken")), nullptr);
     EXPECT_THAT(capture.records(), ContainsLine(1, HasSubstr("Cannot create service taken due to")));
     EXPECT_THAT(capture.records(), ContainsLine(1, HasSubstr("Failed to get servicePort")));
-    owner.kill();
+    owner.stop();
     EXPECT_NE(TXZonIPCService::initWithLocalServiceName(ZSTR("taken")), nullptr);
 }
 
 TEST_F(TXZonIPCServiceTest, StrangeBytesOnThePeersSocketDoNotDisturbIt)
 {
-    PeerProcess peer({"serve", "peer"});
+    auto peer = startPeer({"serve", "peer"});
     auto service = connectedToPeer(peer);
     auto found = messagePortPaths("peer");
     ASSERT_TRUE(found);
@@ -455,7 +398,7 @@ TEST_F(TXZonIPCServiceTest, StrangeBytesOnThePeersSocketDoNotDisturbIt)
         ASSERT_EQ(::send(fd, bytes.data(), bytes.size(), MSG_NOSIGNAL), ssize_t(bytes.size()));
         strangers.push_back(fd);
     }
-    EXPECT_EQ(text(service->sendString_error(ZSTR("ping"), nullptr)), "pong");
+    EXPECT_EQ(utf8(service->sendString_error(ZSTR("ping"), nullptr)), "pong");
     for (int fd : strangers)
         ::close(fd);
 }
@@ -503,7 +446,7 @@ TEST_F(TXZonIPCServiceTest, AOneWayRequestsAnswerIsStillLoggedAtTheDetailLevel)
     LogCapture capture;
     ASSERT_TRUE(service->startConnectionTo_error(ZSTR("local"), nullptr));
     EXPECT_TRUE(service->sendOnewayString_error(ZSTR("hi"), nullptr));
-    EXPECT_TRUE(runLoopUntil([&] { return recorder_->saw("recv hi"); }));
+    EXPECT_TRUE(runLoopUntil([&] { return recorder_->saw("didRecvString hi"); }));
     EXPECT_THAT(capture.records(), ContainsLine(5, "Responding With Packet: Packet Type: Data (String) Size: 9"));
     service->stopClientService();
 }
@@ -513,7 +456,9 @@ TEST_F(TXZonIPCServiceTest, ConnectionCallbacksReachTheDelegateInTheirForwarding
     auto service = makeService();
     service->ipcService_didEstablishConnectionToRemoteService(service, ZSTR("x"));
     service->ipcService_didDisconnectFromRemoteService(service, ZSTR("y"));
-    EXPECT_THAT(recorder_->events(), ElementsAre("13", "4 x", "14 remote (nil)", "6 y"));
+    EXPECT_THAT(recorder_->events(),
+        ElementsAre("didEstablishConnection", "didEstablishConnectionTo x", "didDisconnect remote (nil)",
+            "didDisconnectFrom y"));
     service->setDelegate(nullptr);
     EXPECT_EQ(service->ipcService_didRecvString(service, ZSTR("z")), nullptr);
 }

@@ -4,8 +4,10 @@
 // commands run through the shell.
 
 #include "platform/values/Data.h"
-#include "platform/values/Exception.h"
 #include "platform/values/String.h"
+#include "support/Raised.h"
+#include "support/Values.h"
+#include "support/Values.h"
 
 #include <gtest/gtest.h>
 
@@ -21,12 +23,7 @@
 
 namespace zon::testing {
 
-using Bytes = std::vector<uint8_t>;
-
-inline Bytes bytesOf(const Data* data) { return data ? Bytes(data->span().begin(), data->span().end()) : Bytes {}; }
-inline Ref<Data> dataOf(const Bytes& bytes) { return Data::dataWithBytes(bytes.data(), bytes.size()); }
-inline std::string text(const String* string) { return string ? string->UTF8String() : "(nil)"; }
-inline Ref<String> str(std::u16string_view units) { return String::stringWithCharacters(units); }
+using test::Bytes;
 
 // Deterministic bytes that compress a little, like real payloads: words from a small vocabulary
 // with noise.
@@ -45,21 +42,6 @@ inline Bytes sampleBytes(size_t length, uint32_t seed = 1)
             bytes.push_back(static_cast<uint8_t>(*c));
     }
     return bytes;
-}
-
-// The reason of the exception body raises, checking its name; "" (and a failure) when it raises
-// none.
-template <class Body>
-std::string raisedReason(String* expectedName, Body&& body)
-{
-    try {
-        body();
-    } catch (const Exception& exception) {
-        EXPECT_TRUE(exception.name()->isEqualToString(expectedName)) << text(exception.name());
-        return text(exception.reason());
-    }
-    ADD_FAILURE() << "nothing was raised";
-    return "";
 }
 
 // A file in the temporary folder, removed at the end of the scope.

@@ -14,6 +14,7 @@
 
 using namespace zon;
 using namespace zon::testing;
+using namespace zon::test;
 
 namespace {
 

@@ -12,6 +12,7 @@
 
 using namespace zon;
 using namespace zon::testing;
+using namespace zon::test;
 
 namespace {
 
@@ -31,9 +32,9 @@ Parsed parse(std::u16string_view json)
 std::string parsedString(std::u16string_view json)
 {
     Parsed parsed = parse(json);
-    EXPECT_TRUE(parsed.success) << text(str(json));
+    EXPECT_TRUE(parsed.success) << utf8(str(json));
     const String* string = dynamicCast<String>(parsed.value.get());
-    return string ? text(string) : "(not a string)";
+    return string ? utf8(string) : "(not a string)";
 }
 
 std::u16string parsedUnits(std::u16string_view json)
@@ -46,8 +47,8 @@ std::u16string parsedUnits(std::u16string_view json)
 void expectFailure(std::u16string_view json)
 {
     Parsed parsed = parse(json);
-    EXPECT_FALSE(parsed.success) << text(str(json));
-    EXPECT_EQ(parsed.value.get(), nullptr) << text(str(json));
+    EXPECT_FALSE(parsed.success) << utf8(str(json));
+    EXPECT_EQ(parsed.value.get(), nullptr) << utf8(str(json));
 }
 
 std::vector<std::string> strings(const Object* array)
@@ -55,7 +56,7 @@ std::vector<std::string> strings(const Object* array)
     std::vector<std::string> result;
     const Array* items = dynamicCast<Array>(array);
     for (size_t i = 0; items && i < items->count(); ++i)
-        result.push_back(text(dynamicCast<String>(items->objectAtIndex(i))));
+        result.push_back(utf8(dynamicCast<String>(items->objectAtIndex(i))));
     return result;
 }
 
@@ -69,7 +70,7 @@ TEST(TXJSONParser, NumbersComeBackAsTheirText)
     ASSERT_TRUE(object);
     const auto* one = dynamicCast<String>(object->objectForKey(str(u"a")));
     ASSERT_TRUE(one);
-    EXPECT_EQ(text(one), "1");
+    EXPECT_EQ(utf8(one), "1");
     EXPECT_EQ(parsedString(u"-0.5e-3"), "-0.5e-3");
     // Any run of number characters is taken verbatim.
     EXPECT_EQ(parsedString(u"1-2"), "1-2");
@@ -102,7 +103,7 @@ TEST(TXJSONParser, CommasAreOptionalAndMayRepeat)
     EXPECT_EQ(dynamicCast<Dictionary>(object.value.get())->count(), 2u);
     // A later member replaces an earlier one of the same key.
     Parsed repeated = parse(u"{\"a\":\"1\",\"a\":\"2\"}");
-    EXPECT_EQ(text(dynamicCast<String>(dynamicCast<Dictionary>(repeated.value.get())->objectForKey(str(u"a")))), "2");
+    EXPECT_EQ(utf8(dynamicCast<String>(dynamicCast<Dictionary>(repeated.value.get())->objectForKey(str(u"a")))), "2");
 }
 
 TEST(TXJSONParser, EscapesFollowTheirOwnRules)
@@ -138,7 +139,7 @@ TEST(TXJSONParser, AKeyIsReadBySkippingOneCharacterUnchecked)
 {
     Parsed parsed = parse(u"{1b\":2}");
     ASSERT_TRUE(parsed.success);
-    EXPECT_EQ(text(dynamicCast<String>(dynamicCast<Dictionary>(parsed.value.get())->objectForKey(str(u"b")))), "2");
+    EXPECT_EQ(utf8(dynamicCast<String>(dynamicCast<Dictionary>(parsed.value.get())->objectForKey(str(u"b")))), "2");
     // A letter there is no token at all.
     expectFailure(u"{ab\":2}");
 }
@@ -181,11 +182,11 @@ TEST(TXJSONParser, StepOperationsMoveTheIndex)
     EXPECT_EQ(TXJSONParser::NextToken_withRefInt(json, index), TXJSONParser::kTokenSquaredOpen);
     EXPECT_EQ(index, 3);
     bool success = true;
-    EXPECT_EQ(text(TXJSONParser::ParseString_withRefIndex_withRefSuccess(json, index, success)), "k");
+    EXPECT_EQ(utf8(TXJSONParser::ParseString_withRefIndex_withRefSuccess(json, index, success)), "k");
     EXPECT_EQ(index, 7);
     EXPECT_EQ(TXJSONParser::NextToken_withRefInt(json, index), TXJSONParser::kTokenComma);
     EXPECT_EQ(TXJSONParser::GetLastIndexOfNumber_withIndex(json, 10), 13);
-    EXPECT_EQ(text(TXJSONParser::ParseNumber_withRefIndex_withRefSuccess(json, index, success)), "12e3");
+    EXPECT_EQ(utf8(TXJSONParser::ParseNumber_withRefIndex_withRefSuccess(json, index, success)), "12e3");
     EXPECT_EQ(index, 14);
     EXPECT_EQ(TXJSONParser::NextToken_withRefInt(json, index), TXJSONParser::kTokenSquaredClose);
     EXPECT_EQ(TXJSONParser::NextToken_withRefInt(json, index), TXJSONParser::kTokenNone);

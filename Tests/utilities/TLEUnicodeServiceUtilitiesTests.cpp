@@ -6,6 +6,7 @@
 
 using namespace zon;
 using namespace zon::testing;
+using namespace zon::test;
 
 namespace {
 

@@ -12,6 +12,7 @@
 
 using namespace zon;
 using namespace zon::testing;
+using namespace zon::test;
 
 namespace {
 
@@ -45,8 +46,6 @@ Bytes written(const std::function<void(MutableData*)>& write)
     write(buffer);
     return bytesOf(buffer);
 }
-
-std::string internalReason(const std::function<void()>& body) { return raisedReason(NSInternalInconsistencyException, body); }
 
 } // namespace
 
@@ -191,32 +190,32 @@ TEST(TXZonTLEUtilities, StreamReadersReadBigEndianValues)
     EXPECT_EQ(bytesOf(TLE::readBytesFrom_length(stream, 3)), (Bytes {0x0A, 0x0B, 0x0C}));
     EXPECT_EQ(TLE::readUInt64From_length(stream, 3), 0x0D0E0Fu);
     // The string ends at its first zero byte.
-    EXPECT_EQ(text(TLE::readStringFrom_length(stream, 4)), "hi");
-    EXPECT_EQ(text(TLE::readStringFrom_length(stream, 2)), "\u00E9");
+    EXPECT_EQ(utf8(TLE::readStringFrom_length(stream, 4)), "hi");
+    EXPECT_EQ(utf8(TLE::readStringFrom_length(stream, 2)), "\u00E9");
     EXPECT_EQ(TLE::readUInt64From(streamOf({0, 0, 0, 0, 0, 0, 0x01, 0x02})), 0x0102u);
 }
 
 TEST(TXZonTLEUtilities, AShortReadRaisesWithTheReadersName)
 {
-    EXPECT_EQ(internalReason([] { TLE::readUInt64From(streamOf({1, 2, 3})); }),
+    EXPECT_EQ(inconsistencyReason([] { TLE::readUInt64From(streamOf({1, 2, 3})); }),
         "TXZonTLEUtilities::readUInt64From couldn't read from provided stream.");
-    EXPECT_EQ(internalReason([] { TLE::readUInt32From(streamOf({1, 2, 3})); }),
+    EXPECT_EQ(inconsistencyReason([] { TLE::readUInt32From(streamOf({1, 2, 3})); }),
         "TXZonTLEUtilities::readUInt32From couldn't read from provided stream.");
-    EXPECT_EQ(internalReason([] { TLE::readBytesFrom_length(streamOf({}), 1); }),
+    EXPECT_EQ(inconsistencyReason([] { TLE::readBytesFrom_length(streamOf({}), 1); }),
         "TXZonTLEUtilities::readBytesFrom couldn't read from provided stream.");
-    EXPECT_EQ(internalReason([] { TLE::readStringFrom_length(nullptr, 1); }),
+    EXPECT_EQ(inconsistencyReason([] { TLE::readStringFrom_length(nullptr, 1); }),
         "TXZonTLEUtilities::readStringFrom couldn't read from provided stream.");
     // One read only: a stream that trickles is not read again.
-    EXPECT_EQ(internalReason([] { TLE::readUInt32From(makeObject<TricklingStream>(Bytes {1, 2, 3, 4})); }),
+    EXPECT_EQ(inconsistencyReason([] { TLE::readUInt32From(makeObject<TricklingStream>(Bytes {1, 2, 3, 4})); }),
         "TXZonTLEUtilities::readUInt32From couldn't read from provided stream.");
 }
 
 TEST(TXZonTLEUtilities, StreamReadersPassTheirLengthToTheByteHelpersAfterReading)
 {
     Ref<InputStream> stream = streamOf(sampleBytes(9));
-    EXPECT_EQ(internalReason([&] { TLE::readUInt64From_length(stream, 9); }),
+    EXPECT_EQ(inconsistencyReason([&] { TLE::readUInt64From_length(stream, 9); }),
         "TXZonTLEUtilities::bytesToInt64 received an invalid length: 9");
-    EXPECT_EQ(internalReason([&] { TLE::readUInt32From_length(stream, 0); }),
+    EXPECT_EQ(inconsistencyReason([&] { TLE::readUInt32From_length(stream, 0); }),
         "TXZonTLEUtilities::bytesToInt received an invalid length: 0");
 }
 
@@ -232,7 +231,7 @@ TEST(TXZonTLEUtilities, LocationReaders)
     EXPECT_EQ(TLE::readUInt64From_atLocation(data, 1), 0x0102030405060708u);
     EXPECT_EQ(TLE::readUInt32From_atLocation(data, 5), 0x05060708u);
     EXPECT_EQ(bytesOf(TLE::readBytesFrom_atLocation_length(data, 0, 2)), (Bytes {0xFF, 0x01}));
-    EXPECT_EQ(text(TLE::readStringFrom_atLocation_length(data, 9, 4)), "ok");
+    EXPECT_EQ(utf8(TLE::readStringFrom_atLocation_length(data, 9, 4)), "ok");
     // The data's ranged copy raises past the end.
     for (auto read : std::vector<std::function<void()>> {
              [&] { TLE::readUInt64From_atLocation(data, 6); },
@@ -253,7 +252,7 @@ TEST(TXZonTLEUtilities, TheCompressedIntReaderNeverAdvances)
     EXPECT_EQ(value->int32Value(), 127);
     // 81 00 is a valid 128, but the reader sees 81 again and again.
     for (uint8_t first : {0x81, 0x80, 0x8F, 0xFF})
-        EXPECT_EQ(internalReason([&] { TLE::readCompressedIntFrom_atLocation_into(dataOf({first, 0x00}), 0, &value); }),
+        EXPECT_EQ(inconsistencyReason([&] { TLE::readCompressedIntFrom_atLocation_into(dataOf({first, 0x00}), 0, &value); }),
             "The input yields a number greater than 4 bytes.");
     raisedReason(NSRangeException, [&] { TLE::readCompressedIntFrom_atLocation_into(dataOf({}), 0, &value); });
 }
@@ -264,9 +263,9 @@ TEST(TXZonTLEUtilities, ByteHelpers)
     EXPECT_EQ(TLE::bytesToInt_length(bytes, 2), 0x0102u);
     EXPECT_EQ(TLE::bytesToInt_length(bytes, 4), 0x01020304u);
     EXPECT_EQ(TLE::bytesToInt64_length(bytes, 8), 0x0102030405060708u);
-    EXPECT_EQ(internalReason([&] { TLE::bytesToInt_length(bytes, 5); }),
+    EXPECT_EQ(inconsistencyReason([&] { TLE::bytesToInt_length(bytes, 5); }),
         "TXZonTLEUtilities::bytesToInt received an invalid length: 5");
-    EXPECT_EQ(internalReason([&] { TLE::bytesToInt64_length(bytes, 0); }),
+    EXPECT_EQ(inconsistencyReason([&] { TLE::bytesToInt64_length(bytes, 0); }),
         "TXZonTLEUtilities::bytesToInt64 received an invalid length: 0");
 
     const uint8_t other[] = {0x01, 0x02, 0x0F};
@@ -287,5 +286,5 @@ TEST(TXZonTLEUtilities, FieldsReadBackThroughTheLocationReaders)
     EXPECT_EQ(length->int32Value(), 4);
     EXPECT_EQ(TLE::readUInt32From_atLocation(buffer, 2), 0xCAFEF00Du);
     EXPECT_EQ(TLE::readUInt64From_atLocation(buffer, 8), 0x0123456789ABCDEFu);
-    EXPECT_EQ(text(TLE::readStringFrom_atLocation_length(buffer, 18, 7)), "device");
+    EXPECT_EQ(utf8(TLE::readStringFrom_atLocation_length(buffer, 18, 7)), "device");
 }

@@ -4,11 +4,13 @@
 #include "platform/threads/RunLoop.h"
 #include "platform/threads/Thread.h"
 #include "platform/threads/Timer.h"
-#include "platform/threads/Watchdog.h"
 #include "platform/values/Data.h"
 #include "platform/values/String.h"
 #include "support/LogCapture.h"
+#include "support/PeerProcess.h"
 #include "support/PrivateRuntimeDirectory.h"
+#include "support/Values.h"
+#include "support/Watchdog.h"
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
@@ -30,22 +32,11 @@
 #include <thread>
 
 using namespace zon;
-using test::HangGuard;
+using namespace zon::test;
 using testing::ElementsAre;
 using testing::HasSubstr;
 
 namespace {
-
-Ref<Data> bytesOf(std::string_view text) { return Data::dataWithBytes(text.data(), text.size()); }
-std::span<const uint8_t> spanOf(std::string_view text)
-{
-    return {reinterpret_cast<const uint8_t*>(text.data()), text.size()};
-}
-std::string textOf(const Data* data)
-{
-    return data ? std::string(static_cast<const char*>(data->bytes()), data->length()) : "(nil)";
-}
-std::string textOf(std::span<const uint8_t> bytes) { return std::string(bytes.begin(), bytes.end()); }
 
 // A local port served by its own thread's run loop.
 class PortServer {
@@ -128,7 +119,7 @@ private:
 MessagePort::Callback echoWithPrefix(std::string prefix)
 {
     return [prefix](MessagePort*, int32_t messageId, Data* data) {
-        return bytesOf(prefix + std::to_string(messageId) + ":" + textOf(data));
+        return dataOf(prefix + std::to_string(messageId) + ":" + textOf(data));
     };
 }
 
@@ -298,20 +289,20 @@ TEST_F(MessagePortTest, MessagesInTwoPartsArriveWholeOrSplitAsEachEndAsks)
         std::lock_guard lock(mutex);
         seen.push_back(textOf(request.prefixBytes()) + "|" + textOf(request.body) + "|"
             + (replyWanted ? "wanted" : "dropped"));
-        return MessagePortMessage(spanOf("R:"), bytesOf("echo"));
+        return MessagePortMessage(spanOf("R:"), dataOf("echo"));
     });
     ASSERT_TRUE(server.started());
     auto remote = MessagePort::createRemote(ZSTR("split"), 2);
     MessagePortMessage reply;
-    ASSERT_EQ(remote->sendRequest(1, spanOf("ab"), bytesOf("cdef"), 5, 5, NSDefaultRunLoopMode, &reply),
+    ASSERT_EQ(remote->sendRequest(1, spanOf("ab"), dataOf("cdef"), 5, 5, NSDefaultRunLoopMode, &reply),
         MessagePortStatus::Success);
     EXPECT_EQ(textOf(reply.prefixBytes()), "R:");
     EXPECT_EQ(textOf(reply.body), "echo");
     EXPECT_EQ(remote->sendRequest(2, spanOf("x"), spanOf("yz"), 5, 0, nullptr, nullptr), MessagePortStatus::Success);
-    EXPECT_EQ(remote->sendRequest(3, {}, bytesOf("q"), 5, 5, NSDefaultRunLoopMode, &reply), MessagePortStatus::Success);
+    EXPECT_EQ(remote->sendRequest(3, {}, dataOf("q"), 5, 5, NSDefaultRunLoopMode, &reply), MessagePortStatus::Success);
     Ref<Data> joined;
     EXPECT_EQ(
-        remote->sendRequest(4, bytesOf("plain"), 5, 5, NSDefaultRunLoopMode, &joined), MessagePortStatus::Success);
+        remote->sendRequest(4, dataOf("plain"), 5, 5, NSDefaultRunLoopMode, &joined), MessagePortStatus::Success);
     EXPECT_EQ(textOf(joined), "R:echo");
     {
         std::lock_guard lock(mutex);
@@ -358,7 +349,7 @@ TEST_F(MessagePortTest, LentAndHandedOverBytesCutShortByASendTimeoutStillArriveW
         server.release();
         Ref<Data> reply;
         EXPECT_EQ(
-            remote->sendRequest(3, bytesOf("\7"), 30, 30, NSDefaultRunLoopMode, &reply), MessagePortStatus::Success);
+            remote->sendRequest(3, dataOf("\7"), 30, 30, NSDefaultRunLoopMode, &reply), MessagePortStatus::Success);
         EXPECT_THAT(server.received(), ElementsAre("1:1", "2:4194304", "3:1"));
     }
 }
@@ -371,8 +362,8 @@ TEST_F(MessagePortTest, MessageIdsReachTheCallbackAndNilAnswersNothing)
         return Ref<Data>();
     });
     auto remote = MessagePort::createRemote(ZSTR("quiet"));
-    Ref<Data> reply = bytesOf("stale");
-    EXPECT_EQ(remote->sendRequest(-42, bytesOf("x"), 5, 5, NSDefaultRunLoopMode, &reply), MessagePortStatus::Success);
+    Ref<Data> reply = dataOf("stale");
+    EXPECT_EQ(remote->sendRequest(-42, dataOf("x"), 5, 5, NSDefaultRunLoopMode, &reply), MessagePortStatus::Success);
     EXPECT_EQ(reply, nullptr);
     EXPECT_EQ(seen, -42);
 }
@@ -384,17 +375,17 @@ TEST_F(MessagePortTest, OneWayMessagesArriveInOrderEvenWhenTheSenderLeavesAtOnce
     PortServer server(ZSTR("sink"), [&](MessagePort*, int32_t, Data* data) {
         std::lock_guard lock(mutex);
         received.push_back(textOf(data));
-        return bytesOf("ignored");
+        return dataOf("ignored");
     });
     {
         auto remote = MessagePort::createRemote(ZSTR("sink"));
         for (int i = 0; i < 100; ++i)
-            ASSERT_EQ(remote->sendRequest(0, bytesOf(std::to_string(i)), 5, 0, nullptr, nullptr),
+            ASSERT_EQ(remote->sendRequest(0, dataOf(std::to_string(i)), 5, 0, nullptr, nullptr),
                 MessagePortStatus::Success);
     }
     auto remote = MessagePort::createRemote(ZSTR("sink"));
     Ref<Data> reply;
-    EXPECT_EQ(remote->sendRequest(0, bytesOf("last"), 5, 5, NSDefaultRunLoopMode, &reply), MessagePortStatus::Success);
+    EXPECT_EQ(remote->sendRequest(0, dataOf("last"), 5, 5, NSDefaultRunLoopMode, &reply), MessagePortStatus::Success);
     std::lock_guard lock(mutex);
     ASSERT_EQ(received.size(), 101u);
     for (int i = 0; i < 100; ++i)
@@ -425,7 +416,7 @@ TEST_F(MessagePortTest, ANameIsHeldByOneLivePortAndReclaimedFromADeadOne)
     ASSERT_TRUE(server.started());
     Ref<Data> reply;
     EXPECT_EQ(
-        MessagePort::createRemote(ZSTR("stale"))->sendRequest(3, bytesOf("hi"), 5, 5, NSDefaultRunLoopMode, &reply),
+        MessagePort::createRemote(ZSTR("stale"))->sendRequest(3, dataOf("hi"), 5, 5, NSDefaultRunLoopMode, &reply),
         MessagePortStatus::Success);
     EXPECT_EQ(textOf(reply), "new:3:hi");
 }
@@ -436,14 +427,14 @@ TEST_F(MessagePortTest, AVanishedPeerIsInvalidAtOnceNotATimeout)
 
     PortServer server(ZSTR("leaving"), [](MessagePort* port, int32_t, Data*) {
         port->invalidate();
-        return bytesOf("never sent");
+        return dataOf("never sent");
     });
     auto remote = MessagePort::createRemote(ZSTR("leaving"));
     Ref<Data> reply;
-    EXPECT_EQ(remote->sendRequest(0, bytesOf("bye"), 200, 200, NSDefaultRunLoopMode, &reply),
+    EXPECT_EQ(remote->sendRequest(0, dataOf("bye"), 200, 200, NSDefaultRunLoopMode, &reply),
         MessagePortStatus::IsInvalid);
     EXPECT_FALSE(remote->isValid());
-    EXPECT_EQ(remote->sendRequest(0, bytesOf("again"), 200, 0, nullptr, nullptr), MessagePortStatus::IsInvalid);
+    EXPECT_EQ(remote->sendRequest(0, dataOf("again"), 200, 0, nullptr, nullptr), MessagePortStatus::IsInvalid);
 }
 
 TEST_F(MessagePortTest, ASlowReceiverGivesAReceiveTimeoutAndTheLinkStaysUsable)
@@ -453,15 +444,15 @@ TEST_F(MessagePortTest, ASlowReceiverGivesAReceiveTimeoutAndTheLinkStaysUsable)
     PortServer server(ZSTR("slow"), [released](MessagePort*, int32_t messageId, Data*) {
         if (messageId == 1)
             released.wait();
-        return bytesOf(std::to_string(messageId));
+        return dataOf(std::to_string(messageId));
     });
     auto remote = MessagePort::createRemote(ZSTR("slow"));
     Ref<Data> reply;
-    EXPECT_EQ(remote->sendRequest(1, bytesOf(""), 5, 0.05, NSDefaultRunLoopMode, &reply),
+    EXPECT_EQ(remote->sendRequest(1, dataOf(""), 5, 0.05, NSDefaultRunLoopMode, &reply),
         MessagePortStatus::ReceiveTimeout);
     release.set_value();
     // The late reply to request 1 is dropped; request 2 gets its own.
-    EXPECT_EQ(remote->sendRequest(2, bytesOf(""), 5, 10, NSDefaultRunLoopMode, &reply), MessagePortStatus::Success);
+    EXPECT_EQ(remote->sendRequest(2, dataOf(""), 5, 10, NSDefaultRunLoopMode, &reply), MessagePortStatus::Success);
     EXPECT_EQ(textOf(reply), "2");
 }
 
@@ -476,7 +467,7 @@ TEST_F(MessagePortTest, ConcurrentSendsOnOneLinkEachGetTheirOwnReply)
             for (int i = 0; i < 200; ++i) {
                 std::string body = std::to_string(t) + "/" + std::to_string(i);
                 Ref<Data> reply;
-                if (remote->sendRequest(t, bytesOf(body), 10, 10, NSDefaultRunLoopMode, &reply)
+                if (remote->sendRequest(t, dataOf(body), 10, 10, NSDefaultRunLoopMode, &reply)
                         != MessagePortStatus::Success
                     || textOf(reply) != "re:" + std::to_string(t) + ":" + body)
                     ++mismatches;
@@ -497,14 +488,14 @@ TEST_F(MessagePortTest, ARequestArrivingDuringAWaitIsHandledInsideIt)
     PortServer b(ZSTR("b"), [&toA](MessagePort*, int32_t, Data* data) {
         Ref<Data> inner;
         toA->sendRequest(7, data, 5, 10, NSDefaultRunLoopMode, &inner);
-        return bytesOf("b saw [" + textOf(inner) + "]");
+        return dataOf("b saw [" + textOf(inner) + "]");
     });
     toA = MessagePort::createRemote(ZSTR("a"));
     std::promise<std::string> answer;
     a.loop()->performBlock({NSDefaultRunLoopMode}, [&] {
         auto toB = MessagePort::createRemote(ZSTR("b"));
         Ref<Data> reply;
-        auto status = toB->sendRequest(1, bytesOf("ping"), 5, 10, NSDefaultRunLoopMode, &reply);
+        auto status = toB->sendRequest(1, dataOf("ping"), 5, 10, NSDefaultRunLoopMode, &reply);
         answer.set_value(status == MessagePortStatus::Success ? textOf(reply) : "failed");
     });
     EXPECT_EQ(answer.get_future().get(), "b saw [from a 7:ping]");
@@ -521,21 +512,21 @@ TEST_F(MessagePortTest, AReplyReadByASendNestedInATimerEndsTheEnclosingWait)
         bReceivedFuture.wait();
         // Runs after this callback has written the reply.
         RunLoop::currentRunLoop()->performBlock({NSDefaultRunLoopMode}, [&] { aReplied.set_value(); });
-        return bytesOf("from a");
+        return dataOf("from a");
     });
     PortServer b(ZSTR("b"), [&](MessagePort*, int32_t, Data*) {
         bReceived.set_value();
         aRepliedFuture.wait();
-        return bytesOf("from b");
+        return dataOf("from b");
     });
     auto toA = MessagePort::createRemote(ZSTR("a"));
     auto toB = MessagePort::createRemote(ZSTR("b"));
     Ref<Data> inner;
     auto timer = Timer::scheduledTimer(std::chrono::milliseconds(1), [&] {
-        toB->sendRequest(0, bytesOf("b?"), 5, 200, NSDefaultRunLoopMode, &inner);
+        toB->sendRequest(0, dataOf("b?"), 5, 200, NSDefaultRunLoopMode, &inner);
     });
     Ref<Data> outer;
-    EXPECT_EQ(toA->sendRequest(0, bytesOf("a?"), 5, 200, NSDefaultRunLoopMode, &outer), MessagePortStatus::Success);
+    EXPECT_EQ(toA->sendRequest(0, dataOf("a?"), 5, 200, NSDefaultRunLoopMode, &outer), MessagePortStatus::Success);
     EXPECT_EQ(textOf(outer), "from a");
     EXPECT_EQ(textOf(inner), "from b");
 }
@@ -549,15 +540,15 @@ TEST_F(MessagePortTest, ASendNestedInALongWriteQueuesBehindIt)
     PortServer server(ZSTR("slow reader"), [released](MessagePort*, int32_t messageId, Data* data) {
         if (messageId == 1)
             released.wait();
-        return bytesOf(std::to_string(messageId) + ":" + std::to_string(data->length()));
+        return dataOf(std::to_string(messageId) + ":" + std::to_string(data->length()));
     });
     auto remote = MessagePort::createRemote(ZSTR("slow reader"));
-    ASSERT_EQ(remote->sendRequest(1, bytesOf("hold"), 5, 0, nullptr, nullptr), MessagePortStatus::Success);
+    ASSERT_EQ(remote->sendRequest(1, dataOf("hold"), 5, 0, nullptr, nullptr), MessagePortStatus::Success);
     Ref<Data> small;
     MessagePortStatus smallStatus = MessagePortStatus::TransportError;
     auto timer = Timer::scheduledTimer(std::chrono::milliseconds(1), [&] {
         release.set_value();
-        smallStatus = remote->sendRequest(3, bytesOf("small"), 30, 30, NSDefaultRunLoopMode, &small);
+        smallStatus = remote->sendRequest(3, dataOf("small"), 30, 30, NSDefaultRunLoopMode, &small);
     });
     Ref<Data> big;
     EXPECT_EQ(remote->sendRequest(2, Data::dataWithVector(ByteVector(16 << 20, 7)), 30, 30,
@@ -578,9 +569,9 @@ TEST_F(MessagePortTest, OneWayFramesQueuedBehindAFullSocketArriveWholeAndInOrder
             return std::to_string(messageId) + ":" + std::to_string(data->length()) + ":"
                 + (data->length() < 64 ? textOf(data) : "");
         },
-        bytesOf("ignored"));
+        dataOf("ignored"));
     auto remote = MessagePort::createRemote(ZSTR("held"));
-    ASSERT_EQ(remote->sendRequest(1, bytesOf("hold"), 5, 0, nullptr, nullptr), MessagePortStatus::Success);
+    ASSERT_EQ(remote->sendRequest(1, dataOf("hold"), 5, 0, nullptr, nullptr), MessagePortStatus::Success);
     std::vector<std::thread> senders;
     senders.emplace_back([&] {
         auto big = Data::dataWithVector(ByteVector(4 << 20, 7));
@@ -590,7 +581,7 @@ TEST_F(MessagePortTest, OneWayFramesQueuedBehindAFullSocketArriveWholeAndInOrder
     for (int t = 3; t < 6; ++t)
         senders.emplace_back([&, t] {
             for (int i = 0; i < 100; ++i)
-                EXPECT_EQ(remote->sendRequest(t, bytesOf(std::to_string(i)), 30, 0, nullptr, nullptr),
+                EXPECT_EQ(remote->sendRequest(t, dataOf(std::to_string(i)), 30, 0, nullptr, nullptr),
                     MessagePortStatus::Success);
         });
     std::this_thread::sleep_for(std::chrono::milliseconds(20));
@@ -599,7 +590,7 @@ TEST_F(MessagePortTest, OneWayFramesQueuedBehindAFullSocketArriveWholeAndInOrder
         sender.join();
     Ref<Data> reply;
     EXPECT_EQ(
-        remote->sendRequest(9, bytesOf("last"), 30, 30, NSDefaultRunLoopMode, &reply), MessagePortStatus::Success);
+        remote->sendRequest(9, dataOf("last"), 30, 30, NSDefaultRunLoopMode, &reply), MessagePortStatus::Success);
     const std::vector<std::string> received = server.received();
     ASSERT_EQ(received.size(), 303u);
     std::map<std::string, int> next;
@@ -621,7 +612,7 @@ TEST_F(MessagePortTest, GarbageOversizedAndHalfFramesCloseOnlyTheirConnection)
     auto remote = MessagePort::createRemote(ZSTR("robust"));
     auto roundTrip = [&] {
         Ref<Data> reply;
-        return remote->sendRequest(1, bytesOf("ok"), 5, 10, NSDefaultRunLoopMode, &reply) == MessagePortStatus::Success
+        return remote->sendRequest(1, dataOf("ok"), 5, 10, NSDefaultRunLoopMode, &reply) == MessagePortStatus::Success
             && textOf(reply) == "1:ok";
     };
 
@@ -662,22 +653,21 @@ TEST_F(MessagePortTest, AnotherUserIsRefusedAndLogged)
     ::chmod(runtime_.path().c_str(), 0755);
     ::chmod((runtime_.path() + "/zon-ports").c_str(), 0711);
     ::chmod(path.c_str(), 0777);
-    pid_t child = ::fork();
-    if (child == 0) {
+    PeerProcess child;
+    ASSERT_TRUE(child.runInChild([&] {
         if (::setuid(nobody->pw_uid) != 0)
-            ::_exit(2);
+            return 2;
         int fd = connectRaw(path);
         if (fd < 0)
-            ::_exit(3);
+            return 3;
         uint8_t header[kMessageFrameHeaderSize];
         encodeMessageFrameHeader({2, 1, 0, MessageFrameReplyWanted}, header);
         (void)!::send(fd, header, sizeof header, MSG_NOSIGNAL);
         (void)!::send(fd, "hi", 2, MSG_NOSIGNAL);
         char byte;
-        ::_exit(::read(fd, &byte, 1) <= 0 ? 0 : 4); // closed without an answer
-    }
-    int status = 0;
-    ::waitpid(child, &status, 0);
+        return ::read(fd, &byte, 1) <= 0 ? 0 : 4; // closed without an answer
+    }));
+    int status = child.wait();
     EXPECT_TRUE(WIFEXITED(status));
     EXPECT_EQ(WEXITSTATUS(status), 0);
     EXPECT_THAT(capture.records(),

@@ -6,6 +6,7 @@
 #include "platform/values/Error.h"
 #include "platform/values/Number.h"
 #include "platform/values/String.h"
+#include "support/Values.h"
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
@@ -14,19 +15,16 @@
 #include <cstring>
 
 using namespace zon;
+using namespace zon::test;
 using testing::HasSubstr;
 
 namespace {
-
-Ref<String> S(std::string_view text) { return String::stringWithUTF8String(text); }
-
-Ref<Data> bytesOf(std::string_view text) { return Data::dataWithBytes(text.data(), text.size()); }
 
 Ref<Object> read(std::string_view bytes, PropertyListFormat* format = nullptr,
     PropertyListMutabilityOptions options = NSPropertyListImmutable)
 {
     Ref<Error> error;
-    Ref<Object> plist = PropertyListSerialization::propertyListWithData(bytesOf(bytes), &error, format, options);
+    Ref<Object> plist = PropertyListSerialization::propertyListWithData(dataOf(bytes), &error, format, options);
     EXPECT_TRUE(plist) << (error ? error->localizedDescription() : nullptr);
     EXPECT_FALSE(error);
     return plist;
@@ -43,7 +41,7 @@ std::string readFailure(std::string_view bytes)
 {
     Ref<Error> error;
     PropertyListFormat format = NSPropertyListOpenStepFormat;
-    EXPECT_FALSE(PropertyListSerialization::propertyListWithData(bytesOf(bytes), &error, &format));
+    EXPECT_FALSE(PropertyListSerialization::propertyListWithData(dataOf(bytes), &error, &format));
     if (!error)
         return "(no error)";
     EXPECT_EQ(error->domain()->UTF8String(), "NSCocoaErrorDomain");
@@ -129,30 +127,30 @@ std::string binaryOf(std::vector<uint8_t> object)
 TEST(PropertyListReader, ReadsBackWhatTheWriterWrites)
 {
     Ref<Dictionary> plist = Dictionary::dictionaryWithObjectsAndKeys({
-        {S("string"), S("text \r\n\r\x01\x1f é 😀 &<>")},
-        {S("max"), Number::numberWithUnsignedLongLong(UINT64_MAX)},
-        {S("min"), Number::numberWithLongLong(INT64_MIN)},
-        {S("negative zero"), Number::numberWithDouble(-0.0)},
-        {S("nan"), Number::numberWithDouble(NAN)},
-        {S("denormal"), Number::numberWithDouble(5e-324)},
-        {S("yes"), Number::yes()},
-        {S("date"), Date::dateWithTimeIntervalSinceReferenceDate(-1e10)},
-        {S("data"), Data::dataWithBytes("\0\1\2\3\4", 5)},
-        {S("array"), Array::arrayWithObjects({Dictionary::dictionary(), Array::array(), S("")})},
+        {str("string"), str("text \r\n\r\x01\x1f é 😀 &<>")},
+        {str("max"), Number::numberWithUnsignedLongLong(UINT64_MAX)},
+        {str("min"), Number::numberWithLongLong(INT64_MIN)},
+        {str("negative zero"), Number::numberWithDouble(-0.0)},
+        {str("nan"), Number::numberWithDouble(NAN)},
+        {str("denormal"), Number::numberWithDouble(5e-324)},
+        {str("yes"), Number::yes()},
+        {str("date"), Date::dateWithTimeIntervalSinceReferenceDate(-1e10)},
+        {str("data"), Data::dataWithBytes("\0\1\2\3\4", 5)},
+        {str("array"), Array::arrayWithObjects({Dictionary::dictionary(), Array::array(), str("")})},
     });
     Ref<Dictionary> dictionary = dynamicCast<Dictionary>(roundTrip(plist));
     ASSERT_TRUE(dictionary);
-    EXPECT_STREQ(dictionary->objectForKey<Number>(S("max"))->objCType(), "Q");
-    EXPECT_EQ(dictionary->objectForKey<Number>(S("max"))->unsignedLongLongValue(), UINT64_MAX);
-    EXPECT_STREQ(dictionary->objectForKey<Number>(S("min"))->objCType(), "q");
-    EXPECT_TRUE(std::signbit(dictionary->objectForKey<Number>(S("negative zero"))->doubleValue()));
-    EXPECT_TRUE(std::isnan(dictionary->objectForKey<Number>(S("nan"))->doubleValue()));
-    EXPECT_TRUE(dictionary->objectForKey<Number>(S("yes"))->isBoolean());
+    EXPECT_STREQ(dictionary->objectForKey<Number>(str("max"))->objCType(), "Q");
+    EXPECT_EQ(dictionary->objectForKey<Number>(str("max"))->unsignedLongLongValue(), UINT64_MAX);
+    EXPECT_STREQ(dictionary->objectForKey<Number>(str("min"))->objCType(), "q");
+    EXPECT_TRUE(std::signbit(dictionary->objectForKey<Number>(str("negative zero"))->doubleValue()));
+    EXPECT_TRUE(std::isnan(dictionary->objectForKey<Number>(str("nan"))->doubleValue()));
+    EXPECT_TRUE(dictionary->objectForKey<Number>(str("yes"))->isBoolean());
     // Everything but NaN (which equals nothing) compares equal.
     Ref<MutableDictionary> expected = MutableDictionary::dictionaryWithDictionary(plist);
     Ref<MutableDictionary> actual = MutableDictionary::dictionaryWithDictionary(dictionary);
-    expected->removeObjectForKey(S("nan"));
-    actual->removeObjectForKey(S("nan"));
+    expected->removeObjectForKey(str("nan"));
+    actual->removeObjectForKey(str("nan"));
     EXPECT_TRUE(actual->isEqual(expected));
 }
 
@@ -194,7 +192,7 @@ TEST(PropertyListReader, AcceptsTheLenientFormsOtherWritersUse)
     EXPECT_EQ(static_cast<Number*>(array->objectAtIndex(4))->doubleValue(), -INFINITY);
     EXPECT_EQ(static_cast<Number*>(array->objectAtIndex(5))->doubleValue(), INFINITY);
     EXPECT_EQ(static_cast<Number*>(array->objectAtIndex(6))->doubleValue(), 0.5);
-    EXPECT_EQ(static_cast<Dictionary*>(array->objectAtIndex(7))->objectForKey(S("k"))->description()->UTF8String(),
+    EXPECT_EQ(static_cast<Dictionary*>(array->objectAtIndex(7))->objectForKey(str("k"))->description()->UTF8String(),
         "second");
 }
 
@@ -233,7 +231,7 @@ TEST(PropertyListReader, ReportsTheFormatAndMakesMutableContainersOnRequest)
     EXPECT_EQ(format, NSPropertyListXMLFormat_v1_0);
     Ref<MutableDictionary> dictionary = dynamicCast<MutableDictionary>(plist);
     ASSERT_TRUE(dictionary);
-    EXPECT_TRUE(dynamicCast<MutableArray>(dictionary->objectForKey(S("a"))));
+    EXPECT_TRUE(dynamicCast<MutableArray>(dictionary->objectForKey(str("a"))));
     EXPECT_FALSE(readAs<MutableDictionary>(inPlist("<dict/>")));
 
     read(binaryOf({0x09}), &format);

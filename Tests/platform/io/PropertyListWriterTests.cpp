@@ -8,6 +8,7 @@
 #include "platform/values/Number.h"
 #include "platform/values/String.h"
 #include "platform/values/Value.h"
+#include "support/Values.h"
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
@@ -17,6 +18,7 @@
 #include <sstream>
 
 using namespace zon;
+using namespace zon::test;
 using testing::HasSubstr;
 
 namespace {
@@ -24,8 +26,6 @@ namespace {
 const std::string kHeader = "<?xml version=\"1.0\" encoding=\"UTF-8\"?>\n"
                             "<!DOCTYPE plist PUBLIC \"-//ZonCommon//DTD PLIST 1.0//EN\" \"PropertyList-1.0.dtd\">\n"
                             "<plist version=\"1.0\">\n";
-
-Ref<String> S(std::string_view text) { return String::stringWithUTF8String(text); }
 
 std::string xmlOf(Object* plist)
 {
@@ -55,27 +55,27 @@ Ref<Array> nestedArrays(size_t depth)
 TEST(PropertyListWriter, WritesEveryScalarKindInThePlatformLayout)
 {
     Ref<MutableDictionary> plist = MutableDictionary::dictionary();
-    plist->setObject_forKey(S("a & b < c > d \"q\" 'a'\t\r\n\x01 é 😀"), S("string"));
-    plist->setObject_forKey(S(""), S("empty"));
-    plist->setObject_forKey(Number::numberWithLongLong(INT64_MIN), S("min"));
-    plist->setObject_forKey(Number::numberWithUnsignedLongLong(UINT64_MAX), S("max"));
-    plist->setObject_forKey(Number::numberWithInt(-1), S("minus one"));
-    plist->setObject_forKey(Number::numberWithDouble(0.1), S("tenth"));
-    plist->setObject_forKey(Number::numberWithDouble(3), S("three"));
-    plist->setObject_forKey(Number::numberWithDouble(1e20), S("large"));
-    plist->setObject_forKey(Number::numberWithFloat(0.1f), S("float"));
-    plist->setObject_forKey(Number::numberWithDouble(0.0), S("zero"));
-    plist->setObject_forKey(Number::numberWithDouble(-0.0), S("negative zero"));
-    plist->setObject_forKey(Number::numberWithDouble(INFINITY), S("inf"));
-    plist->setObject_forKey(Number::numberWithDouble(-INFINITY), S("-inf"));
-    plist->setObject_forKey(Number::numberWithDouble(NAN), S("nan"));
-    plist->setObject_forKey(Number::yes(), S("yes"));
-    plist->setObject_forKey(Number::no(), S("no"));
-    plist->setObject_forKey(Date::dateWithTimeIntervalSinceReferenceDate(0.999), S("reference"));
-    plist->setObject_forKey(Date::dateWithTimeIntervalSinceReferenceDate(-0.5), S("before"));
-    plist->setObject_forKey(Date::dateWithTimeIntervalSince1970(951782400), S("leap day"));
-    plist->setObject_forKey(Data::data(), S("no bytes"));
-    plist->setObject_forKey(Data::dataWithBytes("hello", 5), S("hello"));
+    plist->setObject_forKey(str("a & b < c > d \"q\" 'a'\t\r\n\x01 é 😀"), str("string"));
+    plist->setObject_forKey(str(""), str("empty"));
+    plist->setObject_forKey(Number::numberWithLongLong(INT64_MIN), str("min"));
+    plist->setObject_forKey(Number::numberWithUnsignedLongLong(UINT64_MAX), str("max"));
+    plist->setObject_forKey(Number::numberWithInt(-1), str("minus one"));
+    plist->setObject_forKey(Number::numberWithDouble(0.1), str("tenth"));
+    plist->setObject_forKey(Number::numberWithDouble(3), str("three"));
+    plist->setObject_forKey(Number::numberWithDouble(1e20), str("large"));
+    plist->setObject_forKey(Number::numberWithFloat(0.1f), str("float"));
+    plist->setObject_forKey(Number::numberWithDouble(0.0), str("zero"));
+    plist->setObject_forKey(Number::numberWithDouble(-0.0), str("negative zero"));
+    plist->setObject_forKey(Number::numberWithDouble(INFINITY), str("inf"));
+    plist->setObject_forKey(Number::numberWithDouble(-INFINITY), str("-inf"));
+    plist->setObject_forKey(Number::numberWithDouble(NAN), str("nan"));
+    plist->setObject_forKey(Number::yes(), str("yes"));
+    plist->setObject_forKey(Number::no(), str("no"));
+    plist->setObject_forKey(Date::dateWithTimeIntervalSinceReferenceDate(0.999), str("reference"));
+    plist->setObject_forKey(Date::dateWithTimeIntervalSinceReferenceDate(-0.5), str("before"));
+    plist->setObject_forKey(Date::dateWithTimeIntervalSince1970(951782400), str("leap day"));
+    plist->setObject_forKey(Data::data(), str("no bytes"));
+    plist->setObject_forKey(Data::dataWithBytes("hello", 5), str("hello"));
 
     EXPECT_EQ(xmlOf(plist), kHeader + "<dict>\n"
         "\t<key>string</key>\n\t<string>a &amp; b &lt; c &gt; d \"q\" 'a'\t\r\n\x01 é 😀</string>\n"
@@ -105,7 +105,7 @@ TEST(PropertyListWriter, WritesEveryScalarKindInThePlatformLayout)
 TEST(PropertyListWriter, NestsWithOneTabPerLevelAndShortFormsForEmptyContainers)
 {
     Ref<Array> plist = Array::arrayWithObjects({Dictionary::dictionary(), Array::array(),
-        Dictionary::dictionaryWithObject_forKey(Array::arrayWithObject(S("deep")), S("k"))});
+        Dictionary::dictionaryWithObject_forKey(Array::arrayWithObject(str("deep")), str("k"))});
     EXPECT_EQ(xmlOf(plist), kHeader + "<array>\n"
         "\t<dict/>\n"
         "\t<array/>\n"
@@ -116,7 +116,7 @@ TEST(PropertyListWriter, NestsWithOneTabPerLevelAndShortFormsForEmptyContainers)
         "\t\t</array>\n"
         "\t</dict>\n"
         "</array>\n</plist>\n");
-    EXPECT_EQ(xmlOf(S("top")), kHeader + "<string>top</string>\n</plist>\n");
+    EXPECT_EQ(xmlOf(str("top")), kHeader + "<string>top</string>\n</plist>\n");
 }
 
 TEST(PropertyListWriter, Base64LinesShrinkByEightPerLevelDownToTwelve)
@@ -216,16 +216,16 @@ TEST(PropertyListWriter, RefusesWhatHasNoPropertyListForm)
 {
     for (Ref<Error> error : {writeError(nullptr), writeError(Null::null()),
              writeError(Array::arrayWithObject(Value::valueWithPoint({1, 2}))),
-             writeError(Dictionary::dictionaryWithObject_forKey(S("v"), Number::numberWithInt(1))),
+             writeError(Dictionary::dictionaryWithObject_forKey(str("v"), Number::numberWithInt(1))),
              writeError(Date::dateWithTimeIntervalSinceReferenceDate(NAN)),
-             writeError(S("x"), NSPropertyListBinaryFormat_v1_0), writeError(S("x"), NSPropertyListOpenStepFormat)}) {
+             writeError(str("x"), NSPropertyListBinaryFormat_v1_0), writeError(str("x"), NSPropertyListOpenStepFormat)}) {
         ASSERT_TRUE(error);
         EXPECT_EQ(error->domain()->UTF8String(), "NSCocoaErrorDomain");
         EXPECT_EQ(error->code(), 3851);
     }
     EXPECT_THAT(writeError(Array::arrayWithObject(Value::valueWithPoint({1, 2})))->localizedDescription()->UTF8String(),
         HasSubstr("'NSValue'"));
-    EXPECT_THAT(writeError(Dictionary::dictionaryWithObject_forKey(S("v"), Number::numberWithInt(1)))
+    EXPECT_THAT(writeError(Dictionary::dictionaryWithObject_forKey(str("v"), Number::numberWithInt(1)))
                     ->localizedDescription()->UTF8String(),
         HasSubstr("keys which are strings"));
 }

@@ -1,8 +1,8 @@
 #include "platform/threads/Condition.h"
 #include "platform/threads/Lock.h"
 #include "platform/threads/RecursiveLock.h"
-#include "platform/threads/Watchdog.h"
 #include "platform/values/Date.h"
+#include "support/Watchdog.h"
 
 #include <gtest/gtest.h>
 

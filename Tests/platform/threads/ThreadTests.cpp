@@ -1,9 +1,9 @@
 #include "platform/threads/MainQueue.h"
 #include "platform/threads/RunLoop.h"
 #include "platform/threads/Thread.h"
-#include "platform/threads/Watchdog.h"
 #include "platform/values/Exception.h"
 #include "platform/values/String.h"
+#include "support/Watchdog.h"
 
 #include <gtest/gtest.h>
 
