@@ -16,10 +16,13 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <chrono>
 #include <cstdlib>
 #include <cstring>
 
 namespace zon::bench::ipc {
+
+using namespace std::chrono_literals;
 
 // ---- Framing ----
 
@@ -112,8 +115,8 @@ namespace {
 
 [[noreturn]] void servePort(const std::string& name)
 {
-    auto port = MessagePort::createLocal(String::stringWithUTF8String(name),
-        [](MessagePort*, int32_t, Data* data) { return Ref<Data>(data); });
+    auto port = MessagePort::createLocal(String::stringWithUTF8String(name), 0,
+        [](MessagePort*, int32_t, MessagePortMessage request) { return request; });
     if (!port || !port->scheduleInRunLoop(RunLoop::currentRunLoop(), NSDefaultRunLoopMode))
         std::exit(1);
     RunLoop::currentRunLoop()->run();
@@ -273,13 +276,18 @@ void BM_BareRoundTrip(benchmark::State& state, bool pinned)
     state.SetBytesProcessed(state.iterations() * state.range(0) * 2);
 }
 
+MessagePortRequest portRequest(Data* payload, MessagePortReplyWait reply)
+{
+    return {.messageId = 0, .message = HeldBytes(Ref<Data>(payload)), .sendTimeout = 200s, .reply = reply};
+}
+
 void BM_PortRoundTrip(benchmark::State& state, bool pinned)
 {
     auto payload = Data::dataWithVector(zon::ByteVector(state.range(0), 'x'));
     MessagePort* port = rigs[pinned].remotePort;
     for (auto _ : state) {
-        Ref<Data> reply;
-        if (port->sendRequest(0, payload, 200, 200, NSDefaultRunLoopMode, &reply) != MessagePortStatus::Success)
+        if (port->send(portRequest(payload, MessagePortReplyWait::inMode(NSDefaultRunLoopMode, 200s))).status
+            != MessagePortStatus::Success)
             state.SkipWithError("port peer failed");
     }
     state.SetBytesProcessed(state.iterations() * state.range(0) * 2);
@@ -334,9 +342,8 @@ void BM_PortOneWay(benchmark::State& state, bool pinned)
     auto payload = Data::dataWithBytes("xxxx", 4);
     MessagePort* port = rigs[pinned].remotePort;
     for (auto _ : state)
-        port->sendRequest(0, payload, 200, 0, nullptr, nullptr);
-    Ref<Data> reply;
-    port->sendRequest(0, payload, 200, 200, NSDefaultRunLoopMode, &reply);
+        port->send(portRequest(payload, MessagePortReplyWait::none()));
+    port->send(portRequest(payload, MessagePortReplyWait::inMode(NSDefaultRunLoopMode, 200s)));
     state.SetItemsProcessed(state.iterations());
 }
 

@@ -1,9 +1,9 @@
 // Feeds bytes from a peer to the message-port frame reader in pieces of varying size, splitting a
-// prefix of varying length off each message, then hands every frame it yields to the IPC service:
-// split at the type word, as the service's port delivers it, and joined, through the receive
-// callback. Both readings of a frame must make the same packet.
+// prefix of varying length off each message, then hands every frame it yields to the IPC service's
+// receive callback, split at the type word as the service's port delivers it. A frame split there
+// and the same bytes joined must make the same packet.
 
-#include "platform/io/MessageFrame.h"
+#include "platform/io/MessageFrameInternal.h"
 #include "platform/runtime/AutoreleasePool.h"
 #include "platform/threads/RunLoop.h"
 #include "platform/values/Data.h"
@@ -61,12 +61,12 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* bytes, size_t size)
             auto whole = Data::dataWithVector(std::move(joined));
             // The port splits the service's messages after the type word.
             const size_t split = std::min<size_t>(4, whole->length());
-            auto twoParts = TXZonIPCPacket::packetWithTypeWord_rest(
-                whole->span().first(split), Data::dataWithBytes(whole->span().subspan(split)));
+            MessagePortMessage message(whole->span().first(split), Data::dataWithBytes(whole->span().subspan(split)));
+            auto twoParts = TXZonIPCPacket::packetWithTypeWord_rest(message.prefixBytes(), message.body);
             auto parsed = TXZonIPCPacket::packetWithZONIPCPacketData(whole);
             if (twoParts->type() != parsed->type() || !twoParts->dataValue()->isEqualToData(parsed->dataValue()))
                 std::abort();
-            TXIPCServerRecvCallback(nullptr, frame.header.messageId, whole, service());
+            TXIPCServerRecvCallback(nullptr, frame.header.messageId, std::move(message), service());
         }
     }
     // Whatever the packets queued on the service thread (connect-backs, callbacks) runs now.

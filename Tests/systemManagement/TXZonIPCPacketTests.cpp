@@ -119,7 +119,7 @@ TEST(TXZonIPCPacket, WireBytesInTwoPartsParseLikeTheJoinedBytes)
     const std::span<const uint8_t> word(reinterpret_cast<const uint8_t*>(&type), 4);
     Ref<Data> rest = Data::dataWithBytes("data", 4);
     EXPECT_EQ(TXZonIPCPacket::packetWithTypeWord_rest(word, rest)->dataValue(), rest.get()) << "not a copy";
-    Ref<TXZonIPCPacket> empty = TXZonIPCPacket::packetWithTypeWord_rest(word, nullptr);
+    Ref<TXZonIPCPacket> empty = TXZonIPCPacket::packetWithTypeWord_rest(word, {});
     ASSERT_TRUE(empty->dataValue());
     EXPECT_EQ(empty->dataValue()->length(), 0u);
 }

@@ -1,5 +1,5 @@
 #include "extensions/NSError+ZonExtensions.h"
-#include "platform/io/MessageFrame.h"
+#include "platform/io/MessageFrameInternal.h"
 #include "platform/io/MessagePortDirectory.h"
 #include "platform/runtime/Class.h"
 #include "platform/threads/RunLoop.h"

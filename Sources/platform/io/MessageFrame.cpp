@@ -1,9 +1,10 @@
-#include "platform/io/MessageFrame.h"
+#include "platform/io/MessageFrameInternal.h"
+
+#include "platform/system/FileCallsInternal.h"
 
 #include <algorithm>
 #include <cerrno>
 #include <cstring>
-#include <unistd.h>
 
 namespace zon {
 
@@ -15,6 +16,25 @@ void encodeMessageFrameHeader(const MessageFrameHeader& header, uint8_t out[kMes
     std::memcpy(out + 8, &header.messageId, 4);
     std::memcpy(out + 12, &header.flags, 2);
     std::memcpy(out + 14, &magic, 2);
+}
+
+MessageFrameLead::MessageFrameLead(const MessageFrameHeader& header, std::span<const uint8_t> prefix)
+    : length(static_cast<uint8_t>(kMessageFrameHeaderSize + prefix.size()))
+{
+    encodeMessageFrameHeader(header, bytes);
+    std::copy(prefix.begin(), prefix.end(), bytes + kMessageFrameHeaderSize);
+}
+
+size_t MessageFrameWrite::unwrittenParts(iovec* parts) const
+{
+    size_t count = 0;
+    const size_t leadDone = std::min<size_t>(written, lead.length);
+    const size_t bodyDone = written - leadDone;
+    if (leadDone < lead.length)
+        parts[count++] = {const_cast<uint8_t*>(lead.bytes) + leadDone, lead.length - leadDone};
+    if (bodyDone < body.size())
+        parts[count++] = {const_cast<uint8_t*>(body.span().data()) + bodyDone, body.size() - bodyDone};
+    return count;
 }
 
 MessageFrameReader::MessageFrameReader(uint32_t maxLength, size_t prefixLength)
@@ -58,16 +78,15 @@ MessageFrameReader::ReadOutcome MessageFrameReader::readAvailable(int fd)
 {
     for (;;) {
         auto room = buffer();
-        ssize_t n = ::read(fd, room.data(), room.size());
-        if (n < 0 && errno == EINTR)
-            continue;
-        if (n < 0 && (errno == EAGAIN || errno == EWOULDBLOCK))
+        auto read = readSome(fd, room);
+        if (!read && (read.code() == EAGAIN || read.code() == EWOULDBLOCK))
             return ReadOutcome::Drained;
-        if (n <= 0)
+        if (!read || read.value() == 0)
             return ReadOutcome::Ended;
-        if (commit(static_cast<size_t>(n)) != Status::Ok)
+        const size_t n = read.value();
+        if (commit(n) != Status::Ok)
             return ReadOutcome::Refused;
-        if (static_cast<size_t>(n) < room.size())
+        if (n < room.size())
             return ReadOutcome::Drained; // a short read: the socket is empty for now
     }
 }

@@ -12,7 +12,7 @@
 //   port holds fails; the files left behind by a process that died are reclaimed at once.
 // - Only processes of the same user can connect; anyone else is refused and logged, and nothing
 //   it sent is read.
-// - sendRequest queues the message whole behind those already queued on the port and returns
+// - send queues the message whole behind those already queued on the port and returns
 //   once it is written, or SendTimeout when the send timeout passes first. With a reply mode it
 //   then runs the calling thread's run loop in that mode until its own reply arrives or the
 //   receive timeout passes, so a request that reaches this thread meanwhile is handled inside the
@@ -21,19 +21,16 @@
 //   its loop in the reply mode (the default mode without one) until there is room.
 // - A peer that went away makes every send and wait answer IsInvalid at once; the port stays
 //   invalid from then on.
-// - Messages are at most kMessageFrameMaxLength (256 MiB) bytes; a longer one is refused before
+// - Messages are at most kMessagePortMaxLength (256 MiB) bytes; a longer one is refused before
 //   it is sent, and a peer announcing one is disconnected before anything is allocated.
 // - invalidate() closes the port and, for a local port, removes its name; it may be called from
 //   any thread and is idempotent. Destroying the port invalidates it.
-// - A message may travel in two parts, a prefix of a few bytes and a body (MessagePortMessage),
-//   so that a short header goes in front of large data without joining the two into a new buffer.
-//   A receiver that asks for it gets the first bytes of each message apart, and the rest as data
-//   of its own without a copy. On the wire the parts are one message.
 
-#include "platform/io/MessageFrame.h"
 #include "platform/runtime/Object.h"
+#include "platform/values/HeldBytes.h"
 
 #include <array>
+#include <chrono>
 #include <cstdint>
 #include <functional>
 #include <memory>
@@ -41,11 +38,17 @@
 
 namespace zon {
 
-class Data;
+class MessagePortLink;
+class MessagePortListener;
 class RunLoop;
 class String;
 
-// The outcome of sendRequest; the values are those the suite's errors carry as system codes.
+// The largest message a port sends or accepts: 256 MiB.
+inline constexpr uint32_t kMessagePortMaxLength = 256u * 1024 * 1024;
+// The most leading bytes of a message that travel apart from its body.
+inline constexpr size_t kMessagePrefixMaxLength = 8;
+
+// The outcome of a send; the values are those the suite's errors carry as system codes.
 enum class MessagePortStatus : int32_t {
     Success = 0,
     SendTimeout = -1,
@@ -54,91 +57,89 @@ enum class MessagePortStatus : int32_t {
     TransportError = -4,
 };
 
-// A message received in two parts, or a reply given in two: up to kMessagePrefixMaxLength
-// leading bytes, then the body.
+// A message in two parts: up to kMessagePrefixMaxLength leading bytes, then the body. On the wire
+// the parts are one message; apart, a short header goes in front of large data without joining
+// the two into a new buffer, and a receiver gets the rest as data of its own without a copy.
 struct ZON_EXPORT MessagePortMessage {
     MessagePortMessage() = default;
-    explicit MessagePortMessage(Ref<Data> body);
-    MessagePortMessage(std::span<const uint8_t> prefix, Ref<Data> body);
+    MessagePortMessage(HeldBytes body) : body(std::move(body)) {}
+    MessagePortMessage(std::span<const uint8_t> prefix, HeldBytes body);
 
     std::span<const uint8_t> prefixBytes() const { return {prefix.data(), prefixLength}; }
-    // The body's bytes, none for a nil body.
-    std::span<const uint8_t> bodyBytes() const;
-    size_t length() const { return prefixLength + bodyBytes().size(); }
-    // The whole message as one run of bytes: the body itself when there is no prefix.
+    size_t length() const { return prefixLength + body.size(); }
+    // The whole message as one Data (the body itself when there is no prefix); nil for a message
+    // with neither prefix nor body.
     Ref<Data> joined() const;
 
     std::array<uint8_t, kMessagePrefixMaxLength> prefix {};
     uint8_t prefixLength = 0;
-    Ref<Data> body;
+    HeldBytes body;
+};
+
+using MessagePortSeconds = std::chrono::duration<double>;
+
+// How a sender waits for the reply to its message: not at all, or by running its thread's run loop
+// in a mode until the reply comes or the timeout passes.
+struct ZON_EXPORT MessagePortReplyWait {
+    static MessagePortReplyWait none() { return {}; }
+    static MessagePortReplyWait inMode(String* mode, MessagePortSeconds timeout) { return {mode, timeout}; }
+    bool isWanted() const { return mode != nullptr; }
+
+    String* mode = nullptr;
+    MessagePortSeconds timeout {0};
+};
+
+struct MessagePortRequest {
+    int32_t messageId = 0; // handed to the receiver as is
+    MessagePortMessage message;
+    MessagePortSeconds sendTimeout {0};
+    MessagePortReplyWait reply = MessagePortReplyWait::none();
+};
+
+struct MessagePortResult {
+    MessagePortStatus status = MessagePortStatus::Success;
+    // Split at the port's reply prefix length; nothing when the receiver answered nothing.
+    MessagePortMessage reply;
 };
 
 class ZON_EXPORT MessagePort final : public Object {
     ZON_OBJECT(MessagePort, Object)
 public:
-    // Handles one request on the thread of the port's run loop and answers the reply bytes, or nil
-    // for none. messageId is the sender's, as given to sendRequest.
-    using Callback = std::function<Ref<Data>(MessagePort* port, int32_t messageId, Data* data)>;
-    // The same with the request split at the port's prefix length (its body is never nil), and
-    // told whether the sender waits for a reply: when it does not, whatever is answered is dropped.
-    using RequestHandler = std::function<MessagePortMessage(
-        MessagePort* port, int32_t messageId, MessagePortMessage request, bool replyWanted)>;
+    // Handles one request on the thread of the port's run loop and answers the reply, or an empty
+    // message for none (what is answered to a one-way message is dropped). messageId is the
+    // sender's. The request comes with its first prefixLength bytes apart from its body.
+    using RequestHandler = std::function<MessagePortMessage(MessagePort* port, int32_t messageId, MessagePortMessage request)>;
 
     // Publishes name; nil when the name is held by a live port, the private directory cannot be
-    // used, or a socket cannot be made. Nothing is received until scheduleInRunLoop.
-    static Ref<MessagePort> createLocal(String* name, Callback callback);
-    // Requests reach handler with their first prefixLength bytes (at most kMessagePrefixMaxLength)
-    // apart from their body.
+    // used, or a socket cannot be made. Nothing is received until scheduleInRunLoop. Requests
+    // reach handler with their first prefixLength bytes (at most kMessagePrefixMaxLength) apart.
     static Ref<MessagePort> createLocal(String* name, size_t prefixLength, RequestHandler handler);
-    // Connects to the port published under name; nil when none is. Replies received through the
-    // message form of sendRequest come with their first replyPrefixLength bytes apart.
+    // Connects to the port published under name; nil when none is. Replies come with their first
+    // replyPrefixLength bytes apart.
     static Ref<MessagePort> createRemote(String* name, size_t replyPrefixLength = 0);
 
     // Starts delivering the requests of a local port on loop, in mode. Once only; false for a
     // remote or invalid port or when the loop cannot watch the socket.
     bool scheduleInRunLoop(RunLoop* loop, String* mode);
 
-    // Sends data through a remote port (see the contract). Timeouts are in seconds. With a
-    // non-nil replyMode the reply lands in *reply (nil when the receiver answered nothing).
-    MessagePortStatus sendRequest(int32_t messageId, const Data* data, double sendTimeout, double receiveTimeout,
-        String* replyMode, Ref<Data>* reply);
-    // The same for a message of two parts, prefix (at most kMessagePrefixMaxLength bytes) and then
-    // data; the reply comes split at the port's reply prefix length. The port lets go of data as
-    // soon as the message is written, before waiting for the reply: a caller that hands over its
-    // only reference frees a large message before the reply is read.
-    MessagePortStatus sendRequest(int32_t messageId, std::span<const uint8_t> prefix, Ref<Data> data,
-        double sendTimeout, double receiveTimeout, String* replyMode, MessagePortMessage* reply);
-    // The same with bytes that lie in owner (any object that keeps them alive and unchanged, such
-    // as the string whose text they are): they are sent without a copy and owner is let go of
-    // once they are written.
-    MessagePortStatus sendRequest(int32_t messageId, std::span<const uint8_t> prefix, std::span<const uint8_t> bytes,
-        Ref<Object> owner, double sendTimeout, double receiveTimeout, String* replyMode, MessagePortMessage* reply);
-    // The same with bytes the caller holds only for the call: they are copied if they have to wait
-    // for room on the socket, so a short message needs no data object.
-    MessagePortStatus sendRequest(int32_t messageId, std::span<const uint8_t> prefix, std::span<const uint8_t> bytes,
-        double sendTimeout, double receiveTimeout, String* replyMode, MessagePortMessage* reply);
+    // Sends a message through a remote port (see the contract). The port holds the message's body
+    // until it is written and lets go of it before waiting for the reply.
+    MessagePortResult send(MessagePortRequest request);
 
     void invalidate();
     bool isValid() const;
-    bool isRemote() const { return remote_ != nullptr; }
+    bool isRemote() const { return link_ != nullptr; }
     String* name() const { return name_.get(); }
 
     Ref<String> description() const override;
     ~MessagePort() override;
 
-    struct LocalEndpoint;
-    struct RemoteLink;
-
 private:
-    MessagePort(Ref<String> name, std::shared_ptr<LocalEndpoint> local, std::shared_ptr<RemoteLink> remote);
-
-    struct OutgoingBody;
-    MessagePortStatus send(int32_t messageId, std::span<const uint8_t> prefix, OutgoingBody body, double sendTimeout,
-        double receiveTimeout, String* replyMode, MessagePortMessage* reply);
+    MessagePort(Ref<String> name, std::shared_ptr<MessagePortListener> listener, std::shared_ptr<MessagePortLink> link);
 
     Ref<String> name_;
-    std::shared_ptr<LocalEndpoint> local_;
-    std::shared_ptr<RemoteLink> remote_;
+    std::shared_ptr<MessagePortListener> listener_;
+    std::shared_ptr<MessagePortLink> link_;
 };
 
 } // namespace zon

@@ -83,7 +83,7 @@ String* packetLogCategory() { return TXZonIPCPacket::staticClass()->logCategory(
 
 void logUnsupportedType(const char* file, int line)
 {
-    zon_log_obj(file, line, packetLogCategory(), 2, kDefaultLogIdentifier,
+    zon_log_obj(file, line, packetLogCategory(), logger::kLevelWarning, kDefaultLogIdentifier,
         "Unsupported objc type in dictionary, cannot save you");
 }
 
@@ -115,7 +115,7 @@ String* TXZonIPCPacket::descriptionOfPacketType(int32_t type)
 
 Ref<TXZonIPCPacket> TXZonIPCPacket::initWithData_ofType(Data* data, int32_t type)
 {
-    return makeObject<TXZonIPCPacket>(type, Ref<Data>(data));
+    return makeObject<TXZonIPCPacket>(type, HeldBytes(Ref<Data>(data)));
 }
 
 namespace {
@@ -148,18 +148,17 @@ Ref<TXZonIPCPacket> TXZonIPCPacket::packetWithZONIPCPacketData(Data* data)
     return initWithZONIPCPacketData(data);
 }
 
-Ref<TXZonIPCPacket> TXZonIPCPacket::packetWithTypeWord_rest(std::span<const uint8_t> typeWord, Ref<Data> rest)
+Ref<TXZonIPCPacket> TXZonIPCPacket::packetWithTypeWord_rest(std::span<const uint8_t> typeWord, HeldBytes rest)
 {
     if (typeWord.size() == sizeof(int32_t)) {
         int32_t type;
         std::memcpy(&type, typeWord.data(), sizeof type);
         if (isKnownType(type))
-            return makeObject<TXZonIPCPacket>(type, rest ? std::move(rest) : Data::data());
+            return makeObject<TXZonIPCPacket>(type, rest.isNil() ? HeldBytes(Data::data()) : std::move(rest));
     }
     // Short and unknown frames are read whole; they are small or rare.
     ByteVector bytes(typeWord.begin(), typeWord.end());
-    if (rest)
-        bytes.insert(bytes.end(), rest->span().begin(), rest->span().end());
+    bytes.insert(bytes.end(), rest.span().begin(), rest.span().end());
     return initWithZONIPCPacketData(Data::dataWithVector(std::move(bytes)));
 }
 
@@ -185,7 +184,7 @@ Ref<TXZonIPCPacket> TXZonIPCPacket::packetWithData(Data* data)
 
 Ref<TXZonIPCPacket> TXZonIPCPacket::packetWithString(String* string)
 {
-    return makeObject<TXZonIPCPacket>(kString, Data::dataWithUTF8OfString(string));
+    return makeObject<TXZonIPCPacket>(kString, HeldBytes::utf8OfString(string));
 }
 
 Ref<TXZonIPCPacket> TXZonIPCPacket::packetWithDictionary(Dictionary* dictionary)
@@ -212,7 +211,7 @@ Ref<TXZonIPCPacket> TXZonIPCPacket::packetWithDictionary(Dictionary* dictionary)
     Ref<Error> error;
     Ref<Data> bytes = PropertyListSerialization::dataWithPropertyList(copy, NSPropertyListXMLFormat_v1_0, &error);
     if (!bytes) {
-        zon_log_obj(__FILE__, __LINE__, packetLogCategory(), 1, kDefaultLogIdentifier,
+        zon_log_obj(__FILE__, __LINE__, packetLogCategory(), logger::kLevelError, kDefaultLogIdentifier,
             "Dictionary cannot be converted to data type due to %@", error ? error->localizedDescription() : nullptr);
         return nullptr;
     }
@@ -223,7 +222,7 @@ Ref<Data> TXZonIPCPacket::ZONIPCPacketData() const
 {
     // Built once in the storage the returned data keeps: the payload is copied a single time.
     const auto type = typeWord();
-    const auto payload = payloadBytes();
+    const auto payload = payload_.span();
     ByteVector bytes;
     bytes.reserve(type.size() + payload.size());
     bytes.insert(bytes.end(), type.begin(), type.end());
@@ -238,15 +237,23 @@ std::array<uint8_t, 4> TXZonIPCPacket::typeWord() const
     return word;
 }
 
-std::span<const uint8_t> TXZonIPCPacket::payloadBytes() const
+Data* TXZonIPCPacket::sendData() const
 {
-    return sendData_ ? sendData_->span() : std::span<const uint8_t>();
+    std::call_once(sendDataMade_, [&] { sendData_ = payload_.data(); });
+    return sendData_.get();
+}
+
+void TXZonIPCPacket::setSendData(Data* data)
+{
+    sendData(); // settles the made-once payload data, which this replaces
+    payload_ = HeldBytes(Ref<Data>(data));
+    sendData_ = data;
 }
 
 Ref<Dictionary> TXZonIPCPacket::dictionaryValue() const
 {
     Ref<Object> parsed;
-    if (Data* bytes = sendData_.get(); bytes && bytes->length() > 0)
+    if (Data* bytes = sendData(); bytes && bytes->length() > 0)
         parsed = PropertyListSerialization::propertyListWithData(bytes, nullptr, nullptr, NSPropertyListMutableContainers);
     auto* dictionary = dynamicCast<MutableDictionary>(parsed.get());
     if (!dictionary)
@@ -272,9 +279,9 @@ Ref<Dictionary> TXZonIPCPacket::dictionaryValue() const
 
 Ref<String> TXZonIPCPacket::stringValue() const
 {
-    if (!sendData_)
+    if (payload_.isNil())
         return String::string();
-    return stringWithUTF8Data(sendData_.get());
+    return stringWithUTF8Data(sendData());
 }
 
 bool TXZonIPCPacket::isCommsPacket() const
@@ -284,7 +291,7 @@ bool TXZonIPCPacket::isCommsPacket() const
 
 Ref<String> TXZonIPCPacket::description() const
 {
-    return descriptionWithType_size(packetType_, payloadBytes().size());
+    return descriptionWithType_size(packetType_, payload_.size());
 }
 
 Ref<String> TXZonIPCPacket::descriptionWithType_size(int32_t type, size_t payloadLength)

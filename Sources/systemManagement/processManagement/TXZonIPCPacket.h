@@ -1,9 +1,11 @@
 #pragma once
 
 #include "platform/runtime/Object.h"
+#include "platform/values/HeldBytes.h"
 
 #include <array>
 #include <cstdint>
+#include <mutex>
 #include <span>
 
 namespace zon {
@@ -44,7 +46,7 @@ public:
     // Parses wire bytes that arrive in two parts, the first (up to) 4 bytes and the rest (nil
     // counts as no bytes): the packet packetWithZONIPCPacketData makes of the two joined, but a
     // known type takes rest itself as its payload, without a copy.
-    static Ref<TXZonIPCPacket> packetWithTypeWord_rest(std::span<const uint8_t> typeWord, Ref<Data> rest);
+    static Ref<TXZonIPCPacket> packetWithTypeWord_rest(std::span<const uint8_t> typeWord, HeldBytes rest);
     static Ref<TXZonIPCPacket> pingPacket();
     // A packet of this type carrying the UTF-8 of the service name.
     static Ref<TXZonIPCPacket> connectPacket_fromService(int32_t type, String* serviceName);
@@ -55,7 +57,7 @@ public:
     // under the reserved key (always present). Nil, with a level-1 log line, when the dictionary
     // cannot be written as a property list.
     static Ref<TXZonIPCPacket> packetWithDictionary(Dictionary* dictionary);
-    // Type 9, the UTF-8 bytes of the string.
+    // Type 9, the UTF-8 bytes of the string (text kept as ASCII is held as it is, not copied).
     static Ref<TXZonIPCPacket> packetWithString(String* string);
 
     static Ref<TXZonIPCPacket> initWithData_ofType(Data* data, int32_t type);
@@ -68,10 +70,14 @@ public:
 
     int32_t packetType() const { return packetType_; }
     void setPacketType(int32_t type) { packetType_ = type; }
-    Data* sendData() const { return sendData_.get(); }
-    void setSendData(Data* data) { sendData_ = data; }
+    // The payload as a Data, made the first time it is asked for when the payload lies in
+    // another object (a string's text); nil when there is none.
+    Data* sendData() const;
+    void setSendData(Data* data);
     int32_t type() const { return packetType_; }
-    Data* dataValue() const { return sendData_.get(); }
+    Data* dataValue() const { return sendData(); }
+    // The payload's bytes and what holds them: the form in which the packet is sent.
+    const HeldBytes& payload() const { return payload_; }
 
     // The payload read as a property-list dictionary with its geometric values rebuilt and the
     // reserved key removed; an empty dictionary when the payload is not a dictionary.
@@ -90,12 +96,12 @@ public:
     static String* descriptionOfPacketType(int32_t type);
 
 private:
-    TXZonIPCPacket(int32_t type, Ref<Data> data) : packetType_(type), sendData_(std::move(data)) {}
-
-    std::span<const uint8_t> payloadBytes() const;
+    TXZonIPCPacket(int32_t type, HeldBytes payload) : packetType_(type), payload_(std::move(payload)) {}
 
     int32_t packetType_;
-    Ref<Data> sendData_;
+    HeldBytes payload_;
+    mutable std::once_flag sendDataMade_;
+    mutable Ref<Data> sendData_;
 };
 
 } // namespace zon

@@ -50,8 +50,8 @@ Ref<T> answerOfKind(Ref<Object> answer, SEL sel)
 template <class... Args>
 void logDetail(const Object* self, const char* file, int line, std::string_view format, const Args&... args)
 {
-    if (logger::isEnabled(5))
-        zon_log_obj(file, line, self->objectLogCategory(), 5, kDefaultLogIdentifier, format, args...);
+    if (logger::isEnabled(logger::kLevelDetail))
+        zon_log_obj(file, line, self->objectLogCategory(), logger::kLevelDetail, kDefaultLogIdentifier, format, args...);
 }
 
 // Packets travel through the ports in two parts, the type word and the payload, so that neither
@@ -60,13 +60,15 @@ constexpr size_t kWirePrefixLength = 4;
 
 MessagePortMessage messageOfPacket(const TXZonIPCPacket* packet)
 {
-    return MessagePortMessage(packet->typeWord(), Ref<Data>(packet->sendData()));
+    return MessagePortMessage(packet->typeWord(), packet->payload());
 }
 
 Ref<TXZonIPCPacket> packetOfMessage(MessagePortMessage&& message)
 {
     return TXZonIPCPacket::packetWithTypeWord_rest(message.prefixBytes(), std::move(message.body));
 }
+
+MessagePortSeconds seconds(double value) { return MessagePortSeconds(value); }
 
 } // namespace
 
@@ -115,7 +117,7 @@ Ref<TXZonIPCService> TXZonIPCService::initWithLocalServiceName(String* name)
     auto service = makeObject<TXZonIPCService>();
     Ref<Error> error;
     if (!service->startService_error(name, &error)) {
-        zon_log_obj(__FILE__, __LINE__, service->objectLogCategory(), 1, kDefaultLogIdentifier,
+        zon_log_obj(__FILE__, __LINE__, service->objectLogCategory(), logger::kLevelError, kDefaultLogIdentifier,
             "Cannot create service %@ due to %@", name, error.get());
         return nullptr;
     }
@@ -174,11 +176,8 @@ Ref<MessagePort> TXZonIPCService::remoteServicePort() const { return readLocked(
 bool TXZonIPCService::startService_error(String* name, Ref<Error>* error)
 {
     auto port = MessagePort::createLocal(name, kWirePrefixLength,
-        [this](MessagePort*, int32_t, MessagePortMessage request, bool replyWanted) {
-            AutoreleasePool pool;
-            auto reply
-                = receivePacket(packetOfMessage(std::move(request)), replyWanted ? ReplyUse::Sent : ReplyUse::Dropped);
-            return reply ? messageOfPacket(reply) : MessagePortMessage();
+        [this](MessagePort* port, int32_t messageId, MessagePortMessage request) {
+            return TXIPCServerRecvCallback(port, messageId, std::move(request), this);
         });
     if (!port) {
         setError(error, Error::zonErrorWithCode_description(4, ZSTR("Failed to get servicePort")));
@@ -194,11 +193,10 @@ bool TXZonIPCService::startService_error(String* name, Ref<Error>* error)
     }
     {
         std::lock_guard lock(fields_);
-        localPortRunloopSource_ = true;
         serviceThread_ = Thread::currentThread();
     }
     zon_log_obj(
-        __FILE__, __LINE__, objectLogCategory(), 3, kDefaultLogIdentifier, "IPC Service Started with name: %@", name);
+        __FILE__, __LINE__, objectLogCategory(), logger::kLevelInfo, kDefaultLogIdentifier, "IPC Service Started with name: %@", name);
     setLocalServiceName(name);
     return true;
 }
@@ -212,35 +210,27 @@ void TXZonIPCService::stopService()
         std::lock_guard lock(fields_);
         thread = std::move(serviceThread_);
         port = std::move(localServicePort_);
-        localPortRunloopSource_ = false;
         if (port)
             name = std::move(localServiceName_);
     }
     if (!port)
         return;
     port->invalidate();
-    zon_log_obj(__FILE__, __LINE__, objectLogCategory(), 3, kDefaultLogIdentifier, "IPC Service Shutdown with name: %@",
+    zon_log_obj(__FILE__, __LINE__, objectLogCategory(), logger::kLevelInfo, kDefaultLogIdentifier, "IPC Service Shutdown with name: %@",
         name.get());
 }
 
-Ref<Data> TXIPCServerRecvCallback(MessagePort*, int32_t, Data* data, void* info)
+MessagePortMessage TXIPCServerRecvCallback(MessagePort*, int32_t, MessagePortMessage message, void* info)
 {
     AutoreleasePool pool;
-    auto reply = static_cast<TXZonIPCService*>(info)->receivePacket(
-        TXZonIPCPacket::packetWithZONIPCPacketData(data), TXZonIPCService::ReplyUse::Sent);
-    return reply ? reply->ZONIPCPacketData() : nullptr;
-}
-
-// The local port's requests arrive here through TXIPCServerRecvCallback or, split at the type
-// word, straight from the port's handler.
-Ref<TXZonIPCPacket> TXZonIPCService::receivePacket(Ref<TXZonIPCPacket> packet, ReplyUse use)
-{
+    auto packet = packetOfMessage(std::move(message));
     if (!packet) {
-        zon_log_obj(
-            __FILE__, __LINE__, TXZonIPCService::objectCategory(), 1, kDefaultLogIdentifier, "Recieved NULL Packet");
-        return nullptr;
+        zon_log_obj(__FILE__, __LINE__, TXZonIPCService::objectCategory(), logger::kLevelError, kDefaultLogIdentifier,
+            "Recieved NULL Packet");
+        return {};
     }
-    return dispatchPacket(packet, use, PayloadUse::Released);
+    auto reply = static_cast<TXZonIPCService*>(info)->handlePacket(packet);
+    return reply ? messageOfPacket(reply) : MessagePortMessage();
 }
 
 // ---- The link to the peer ------------------------------------------------------------------------
@@ -249,7 +239,7 @@ bool TXZonIPCService::startConnectionTo_error(String* name, Ref<Error>* error)
 {
     setRemoteServiceStarted(true);
     if (remoteServicePort()) {
-        zon_log_obj(__FILE__, __LINE__, objectLogCategory(), 1, kDefaultLogIdentifier,
+        zon_log_obj(__FILE__, __LINE__, objectLogCategory(), logger::kLevelError, kDefaultLogIdentifier,
             "Failed to establish connection to '%@' as currently connected to '%@'", name, remoteServiceName().get());
         setError(error,
             Error::zonErrorWithCode_description(
@@ -262,7 +252,7 @@ bool TXZonIPCService::startConnectionTo_error(String* name, Ref<Error>* error)
         return false;
     }
     zon_log_obj(
-        __FILE__, __LINE__, objectLogCategory(), 3, kDefaultLogIdentifier, "IPC Service Connected To: %@", name);
+        __FILE__, __LINE__, objectLogCategory(), logger::kLevelInfo, kDefaultLogIdentifier, "IPC Service Connected To: %@", name);
     Ref<TXZonIPCService> self(this);
     // The timer keeps the service alive while connected, as a timer keeps its target.
     auto timer = Timer::scheduledTimer(
@@ -294,7 +284,7 @@ void TXZonIPCService::stopClientService()
     if (timer)
         timer->invalidate();
     port->invalidate();
-    zon_log_obj(__FILE__, __LINE__, objectLogCategory(), 3, kDefaultLogIdentifier, "IPC Service Disconnected From: %@",
+    zon_log_obj(__FILE__, __LINE__, objectLogCategory(), logger::kLevelInfo, kDefaultLogIdentifier, "IPC Service Disconnected From: %@",
         name.get());
     setRemoteServiceStarted(false);
 }
@@ -303,7 +293,7 @@ bool TXZonIPCService::connectToRemoteServiceNamed_error(String* name, Ref<Error>
 {
     if (!startConnectionTo_error(name, error))
         return false;
-    zon_log_obj(__FILE__, __LINE__, objectLogCategory(), 3, kDefaultLogIdentifier,
+    zon_log_obj(__FILE__, __LINE__, objectLogCategory(), logger::kLevelInfo, kDefaultLogIdentifier,
         "Connection Estabslished... Sending Connect Packet to establish two way communication");
     Ref<TXZonIPCPacket> reply;
     bool sent = sendPacket_withResponse_error(
@@ -312,7 +302,7 @@ bool TXZonIPCService::connectToRemoteServiceNamed_error(String* name, Ref<Error>
         return true;
     if (sent)
         setError(error, Error::zonErrorWithCode(2));
-    zon_log_obj(__FILE__, __LINE__, objectLogCategory(), 3, kDefaultLogIdentifier,
+    zon_log_obj(__FILE__, __LINE__, objectLogCategory(), logger::kLevelInfo, kDefaultLogIdentifier,
         "Connection Failure... stoping client service");
     stopClientService();
     return false;
@@ -321,7 +311,7 @@ bool TXZonIPCService::connectToRemoteServiceNamed_error(String* name, Ref<Error>
 void TXZonIPCService::connectToRemoteServiceViaRemoteServiceRequest(String* name)
 {
     Ref<Error> error;
-    zon_log_obj(__FILE__, __LINE__, objectLogCategory(), 3, kDefaultLogIdentifier,
+    zon_log_obj(__FILE__, __LINE__, objectLogCategory(), logger::kLevelInfo, kDefaultLogIdentifier,
         "Attempt to establish connection back to: %@", name);
     startConnectionTo_error(name, &error);
     // The acknowledgement carries the requester's own name.
@@ -333,7 +323,7 @@ void TXZonIPCService::connectToRemoteServiceViaRemoteServiceRequest(String* name
     } else {
         performOnServiceThread(
             "ipcService:didFailToEstablishConnectionToRemoteService:error:", this, name, error.get());
-        zon_log_obj(__FILE__, __LINE__, objectLogCategory(), 1, kDefaultLogIdentifier,
+        zon_log_obj(__FILE__, __LINE__, objectLogCategory(), logger::kLevelError, kDefaultLogIdentifier,
             "Failed to establish remote connection to %@ due to %@", name, error.get());
     }
 }
@@ -346,7 +336,7 @@ bool TXZonIPCService::connected()
     sendPacket_withResponse_error(TXZonIPCPacket::pingPacket(), &reply, nullptr);
     if (reply && reply->type() == TXZonIPCPacket::kPing)
         return true;
-    zon_log_obj(__FILE__, __LINE__, objectLogCategory(), 2, kDefaultLogIdentifier,
+    zon_log_obj(__FILE__, __LINE__, objectLogCategory(), logger::kLevelWarning, kDefaultLogIdentifier,
         "Was connected to '%@', but can no longer communicate", remoteServiceName().get());
     disconnect();
     return false;
@@ -372,40 +362,25 @@ bool TXZonIPCService::sendPacket_withResponse_timeout_error(
         setError(error, Error::zonErrorWithCode(remoteServicePort() ? 3 : 1));
         return false;
     }
-    Data* payload = packet->sendData();
-    const auto bytes = payload ? payload->span() : std::span<const uint8_t>();
-    return sendOutgoing({packet->type(), bytes, Ref<Data>(payload), packet}, response, timeout, error);
-}
-
-bool TXZonIPCService::sendOutgoing(
-    OutgoingPacket outgoing, Ref<TXZonIPCPacket>* response, double timeout, Ref<Error>* error)
-{
     auto port = remoteServicePort();
     if (!port) {
         setError(error, Error::zonErrorWithCode(1));
         return false;
     }
-    String* replyMode = (!response && timeout < kNoReplyThreshold) ? nullptr : NSDefaultRunLoopMode;
-    const bool isPing = outgoing.type == TXZonIPCPacket::kPing;
-    const size_t payloadLength = outgoing.payload.size();
-    // The payload may be gone once sent: what log lines show of a packet that was not made is taken now.
-    auto sent = [&]() -> Ref<Object> {
-        if (outgoing.packet)
-            return Ref<Object>(outgoing.packet);
-        return TXZonIPCPacket::descriptionWithType_size(outgoing.type, payloadLength);
-    };
-    if (!isPing && logger::isEnabled(5))
-        logDetail(this, __FILE__, __LINE__, "Sending Packet: %@", sent().get());
+    const bool waits = response || timeout >= kNoReplyThreshold;
+    const bool isPing = packet->type() == TXZonIPCPacket::kPing;
+    if (!isPing)
+        logDetail(this, __FILE__, __LINE__, "Sending Packet: %@", packet);
 
-    const auto typeWord = std::bit_cast<std::array<uint8_t, sizeof(int32_t)>>(outgoing.type);
-    MessagePortMessage replyMessage;
     // Read and bumped without a locked instruction, like the plain counter it stands for.
     const int32_t messageId = messageCounter.load(std::memory_order_relaxed);
     messageCounter.store(static_cast<int32_t>(static_cast<uint32_t>(messageId) + 1), std::memory_order_relaxed);
-    auto status = outgoing.payloadOwner
-        ? port->sendRequest(messageId, typeWord, outgoing.payload, std::move(outgoing.payloadOwner), kSendTimeout,
-              timeout, replyMode, &replyMessage)
-        : port->sendRequest(messageId, typeWord, outgoing.payload, kSendTimeout, timeout, replyMode, &replyMessage);
+    auto [status, replyMessage] = port->send({
+        .messageId = messageId,
+        .message = messageOfPacket(packet),
+        .sendTimeout = seconds(kSendTimeout),
+        .reply = waits ? MessagePortReplyWait::inMode(NSDefaultRunLoopMode, seconds(timeout)) : MessagePortReplyWait::none(),
+    });
 
     Ref<TXZonIPCPacket> reply;
     if (replyMessage.length() > 0)
@@ -416,68 +391,28 @@ bool TXZonIPCService::sendOutgoing(
         setError(error, Error::zonErrorWithCode_systemErrorCode(6, static_cast<int>(status)));
 
     if (reply && !response)
-        zon_log_obj(__FILE__, __LINE__, objectLogCategory(), 2, kDefaultLogIdentifier,
+        zon_log_obj(__FILE__, __LINE__, objectLogCategory(), logger::kLevelWarning, kDefaultLogIdentifier,
             "Received Response Packet: %@ when no packet response was expected", reply.get());
     if (response && !reply) {
         if (isPing)
-            zon_log_obj(__FILE__, __LINE__, objectLogCategory(), 2, kDefaultLogIdentifier, "Did not recv ping packet");
+            zon_log_obj(__FILE__, __LINE__, objectLogCategory(), logger::kLevelWarning, kDefaultLogIdentifier,
+                "Did not recv ping packet");
         else
-            zon_log_obj(__FILE__, __LINE__, objectLogCategory(), 2, kDefaultLogIdentifier,
-                "Did not receive response packet when one was expected -- sent %@", sent().get());
+            zon_log_obj(__FILE__, __LINE__, objectLogCategory(), logger::kLevelWarning, kDefaultLogIdentifier,
+                "Did not receive response packet when one was expected -- sent %@", packet);
     }
     if (reply && reply->type() != TXZonIPCPacket::kPing)
         logDetail(this, __FILE__, __LINE__, "Packet Response: %@", reply.get());
     return status == MessagePortStatus::Success;
 }
 
-// The packet packetWithString makes, sent without making it. Text kept as ASCII is its own UTF-8
-// and goes out from the string itself. Short text is encoded on the stack; other long text into
-// data that the port lets go of once written, so that its memory is free again before the reply
-// is read (which keeps a large echo's buffers below the allocator's trimming threshold: see
-// docs/IPC.md).
-bool TXZonIPCService::sendStringPacket(String* string, Ref<TXZonIPCPacket>* response, double timeout, Ref<Error>* error)
-{
-    if (const char* ascii = string ? string->asciiCharacters() : nullptr) {
-        const std::span<const uint8_t> bytes(reinterpret_cast<const uint8_t*>(ascii), string->length());
-        return sendOutgoing({TXZonIPCPacket::kString, bytes, Ref<Object>(string), nullptr}, response, timeout, error);
-    }
-    constexpr size_t kStackUnits = 256;
-    if (string && string->length() <= kStackUnits) {
-        uint8_t utf8[3 * kStackUnits];
-        const char* end = utf::convertUTF16ToUTF8(string->view(), reinterpret_cast<char*>(utf8));
-        const size_t length = static_cast<size_t>(end - reinterpret_cast<char*>(utf8));
-        return sendOutgoing({TXZonIPCPacket::kString, {utf8, length}, nullptr, nullptr}, response, timeout, error);
-    }
-    Ref<Data> utf8 = string ? Data::dataWithUTF8OfString(string) : nullptr;
-    const auto bytes = utf8 ? utf8->span() : std::span<const uint8_t>();
-    return sendOutgoing({TXZonIPCPacket::kString, bytes, std::move(utf8), nullptr}, response, timeout, error);
-}
-
-// The packet packetWithData makes, sent without making it: its payload is data itself.
-bool TXZonIPCService::sendDataPacket(Data* data, Ref<TXZonIPCPacket>* response, double timeout, Ref<Error>* error)
-{
-    const auto bytes = data ? data->span() : std::span<const uint8_t>();
-    return sendOutgoing({TXZonIPCPacket::kData, bytes, Ref<Data>(data), nullptr}, response, timeout, error);
-}
-
 // ---- The dispatcher --------------------------------------------------------------------------------
 
 Ref<TXZonIPCPacket> TXZonIPCService::handlePacket(TXZonIPCPacket* packet)
 {
-    return dispatchPacket(packet, ReplyUse::Sent, PayloadUse::Kept);
-}
-
-Ref<TXZonIPCPacket> TXZonIPCService::dispatchPacket(TXZonIPCPacket* packet, ReplyUse replyUse, PayloadUse payloadUse)
-{
     const int32_t type = packet ? packet->type() : 0;
     if (type != TXZonIPCPacket::kPing)
         logDetail(this, __FILE__, __LINE__, "Handling Packet: %@", packet);
-    // A request that the receive path holds alone has served its purpose once read: its bytes are
-    // let go before the reply is built, so a large echo needs one buffer fewer at a time.
-    auto payloadRead = [&] {
-        if (payloadUse == PayloadUse::Released)
-            packet->setSendData(nullptr);
-    };
     Ref<TXZonIPCPacket> reply;
     switch (type) {
     case TXZonIPCPacket::kPing:
@@ -492,7 +427,7 @@ Ref<TXZonIPCPacket> TXZonIPCService::dispatchPacket(TXZonIPCPacket* packet, Repl
         break;
     case TXZonIPCPacket::kConnectionNak:
         zon_log_obj(
-            __FILE__, __LINE__, objectLogCategory(), 2, kDefaultLogIdentifier, "Recieved a Response ONLY packet...");
+            __FILE__, __LINE__, objectLogCategory(), logger::kLevelWarning, kDefaultLogIdentifier, "Recieved a Response ONLY packet...");
         break;
     case TXZonIPCPacket::kDisconnect:
         performOnServiceThread("ipcServiceDidDisconnectFromRemoteService:", this);
@@ -504,7 +439,6 @@ Ref<TXZonIPCPacket> TXZonIPCService::dispatchPacket(TXZonIPCPacket* packet, Repl
         break;
     case TXZonIPCPacket::kDictionary: {
         auto dictionary = packet->dictionaryValue();
-        payloadRead();
         logDetail(this, __FILE__, __LINE__, "Dictionary Contents: %@", dictionary.get());
         if (auto answer = ipcService_didRecvDictionary(this, dictionary))
             reply = TXZonIPCPacket::packetWithDictionary(answer);
@@ -512,17 +446,13 @@ Ref<TXZonIPCPacket> TXZonIPCService::dispatchPacket(TXZonIPCPacket* packet, Repl
     }
     case TXZonIPCPacket::kString: {
         auto string = packet->stringValue();
-        payloadRead();
         logDetail(this, __FILE__, __LINE__, "String Contents: %@", string.get());
-        // A string reply that nobody reads and no log line describes is not encoded. (Packing a
-        // dictionary can log, so those replies are always built.)
-        auto answer = ipcService_didRecvString(this, string);
-        if (answer && (replyUse == ReplyUse::Sent || logger::isEnabled(5)))
+        if (auto answer = ipcService_didRecvString(this, string))
             reply = TXZonIPCPacket::packetWithString(answer);
         break;
     }
     default:
-        zon_log_obj(__FILE__, __LINE__, objectLogCategory(), 2, kDefaultLogIdentifier,
+        zon_log_obj(__FILE__, __LINE__, objectLogCategory(), logger::kLevelWarning, kDefaultLogIdentifier,
             "Unknown Packet Type being handled: %d", type);
         break;
     }
@@ -564,7 +494,7 @@ Ref<String> TXZonIPCService::sendString_error(String* string, Ref<Error>* error)
 Ref<Data> TXZonIPCService::sendData_withResponseTimeout_error(Data* data, double timeout, Ref<Error>* error)
 {
     Ref<TXZonIPCPacket> reply;
-    if (!sendDataPacket(data, &reply, timeout, error) || !reply)
+    if (!sendPacket_withResponse_timeout_error(TXZonIPCPacket::packetWithData(data), &reply, timeout, error) || !reply)
         return nullptr;
     return Ref<Data>(reply->dataValue());
 }
@@ -582,7 +512,8 @@ Ref<Dictionary> TXZonIPCService::sendDictionary_withResponseTimeout_error(
 Ref<String> TXZonIPCService::sendString_withResponseTimeout_error(String* string, double timeout, Ref<Error>* error)
 {
     Ref<TXZonIPCPacket> reply;
-    if (!sendStringPacket(string, &reply, timeout, error) || !reply)
+    if (!sendPacket_withResponse_timeout_error(TXZonIPCPacket::packetWithString(string), &reply, timeout, error)
+        || !reply)
         return nullptr;
     return reply->stringValue();
 }
@@ -604,7 +535,7 @@ bool TXZonIPCService::sendOnewayString_error(String* string, Ref<Error>* error)
 
 bool TXZonIPCService::sendOnewayData_withResponseTimeout_error(Data* data, double timeout, Ref<Error>* error)
 {
-    return sendDataPacket(data, nullptr, timeout, error);
+    return sendPacket_withResponse_timeout_error(TXZonIPCPacket::packetWithData(data), nullptr, timeout, error);
 }
 
 bool TXZonIPCService::sendOnewayDictionary_withResponseTimeout_error(
@@ -616,7 +547,7 @@ bool TXZonIPCService::sendOnewayDictionary_withResponseTimeout_error(
 
 bool TXZonIPCService::sendOnewayString_withResponseTimeout_error(String* string, double timeout, Ref<Error>* error)
 {
-    return sendStringPacket(string, nullptr, timeout, error);
+    return sendPacket_withResponse_timeout_error(TXZonIPCPacket::packetWithString(string), nullptr, timeout, error);
 }
 
 void TXZonIPCService::sendData(Data* data) { performOnServiceThread("sendAsyncData:", data); }

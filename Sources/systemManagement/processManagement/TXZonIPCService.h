@@ -51,9 +51,11 @@ class Error;
 class Thread;
 class Timer;
 
-// The receive callback of the local port: parses the message into a packet, hands it to the
-// service (info) and answers the wire bytes of the reply packet, or nil.
-ZON_EXPORT Ref<Data> TXIPCServerRecvCallback(MessagePort* port, int32_t messageId, Data* data, void* info);
+// The receive callback of the local port: parses the message (its wire bytes, split after the
+// type word as the service's port delivers them) into a packet, hands it to the service (info) and
+// answers the wire bytes of the reply packet in the same two parts, or an empty message for none.
+ZON_EXPORT MessagePortMessage TXIPCServerRecvCallback(
+    MessagePort* port, int32_t messageId, MessagePortMessage message, void* info);
 
 class ZON_EXPORT TXZonIPCService : public Object {
     ZON_OBJECT(TXZonIPCService, Object)
@@ -148,37 +150,11 @@ public:
     ~TXZonIPCService() override;
 
 private:
-    friend Ref<Data> TXIPCServerRecvCallback(MessagePort*, int32_t, Data*, void*);
-
-    // Whether the reply of a request goes back to its sender or is dropped (a one-way send).
-    enum class ReplyUse { Sent, Dropped };
-    // Whether the request packet must keep its payload, or may let go of it once read because the
-    // receive path made it and nobody else holds it.
-    enum class PayloadUse { Kept, Released };
+    friend MessagePortMessage TXIPCServerRecvCallback(MessagePort*, int32_t, MessagePortMessage, void*);
 
     TXZonIPCService() = default;
 
-    // The receive callback's work on the service thread: logs a nil packet, else dispatches it.
-    Ref<TXZonIPCPacket> receivePacket(Ref<TXZonIPCPacket> packet, ReplyUse use);
-    // handlePacket, told whether its reply is read (one that is not, and that building could not
-    // make visible otherwise, is not built) and whether the packet's payload is needed after it is
-    // read (a large request's bytes are then free again before its reply is built).
-    Ref<TXZonIPCPacket> dispatchPacket(TXZonIPCPacket* packet, ReplyUse replyUse, PayloadUse payloadUse);
     Ref<MessagePort> remoteServicePort() const;
-
-    // A packet as the primitive send takes it: its type and payload, and the packet object when one
-    // was made. Strings and data go out without one; log lines describe them by type and size.
-    struct OutgoingPacket {
-        int32_t type;
-        std::span<const uint8_t> payload;
-        Ref<Object> payloadOwner; // the object payload lies in, handed to the port; nil when the bytes are lent
-        TXZonIPCPacket* packet; // nil when none was made
-    };
-    // The primitive send (sendPacket_withResponse_timeout_error) after its nil-packet check.
-    bool sendOutgoing(OutgoingPacket outgoing, Ref<TXZonIPCPacket>* response, double timeout, Ref<Error>* error);
-    // The packets of packetWithString and packetWithData, sent without making them.
-    bool sendStringPacket(String* string, Ref<TXZonIPCPacket>* response, double timeout, Ref<Error>* error);
-    bool sendDataPacket(Data* data, Ref<TXZonIPCPacket>* response, double timeout, Ref<Error>* error);
     // Queues a call of one of our exported methods on the service thread, without waiting.
     template <class... Objects>
     void performOnServiceThread(const char* sel, Object* first, Objects*... more);
@@ -186,13 +162,11 @@ private:
     Ref<Object> forwardToDelegate(SEL sel, std::initializer_list<Object*> arguments);
 
     std::atomic<Object*> delegate_ {nullptr};
-    Ref<Thread> ipcThread_; // reserved: nothing reads or writes it
 
     mutable std::mutex fields_; // guards the references below against senders on other threads
     Ref<Thread> serviceThread_;
     Ref<String> localServiceName_;
     Ref<MessagePort> localServicePort_;
-    bool localPortRunloopSource_ = false; // the local port is installed in the service thread's loop
     std::atomic<bool> remoteServiceStarted_ {false};
     Ref<String> remoteServiceName_;
     Ref<MessagePort> remoteServicePort_;

@@ -1,4 +1,4 @@
-#include "platform/io/MessageFrame.h"
+#include "platform/io/MessageFrameInternal.h"
 #include "platform/io/MessagePort.h"
 #include "platform/io/MessagePortDirectory.h"
 #include "platform/threads/RunLoop.h"
@@ -7,6 +7,7 @@
 #include "platform/values/Data.h"
 #include "platform/values/String.h"
 #include "support/LogCapture.h"
+#include "support/MessagePortRequests.h"
 #include "support/PeerProcess.h"
 #include "support/PrivateRuntimeDirectory.h"
 #include "support/Values.h"
@@ -41,8 +42,8 @@ namespace {
 // A local port served by its own thread's run loop.
 class PortServer {
 public:
-    PortServer(String* name, MessagePort::Callback callback)
-        : PortServer([portName = Ref<String>(name), callback] { return MessagePort::createLocal(portName, callback); })
+    PortServer(String* name, DataHandler handler)
+        : PortServer([portName = Ref<String>(name), handler] { return createLocalPort(portName, handler); })
     {
     }
     PortServer(String* name, size_t prefixLength, MessagePort::RequestHandler handler)
@@ -116,7 +117,7 @@ private:
     PortServer server_; // last, so that it stops before the rest goes
 };
 
-MessagePort::Callback echoWithPrefix(std::string prefix)
+DataHandler echoWithPrefix(std::string prefix)
 {
     return [prefix](MessagePort*, int32_t messageId, Data* data) {
         return dataOf(prefix + std::to_string(messageId) + ":" + textOf(data));
@@ -258,7 +259,7 @@ TEST(MessagePortDirectory, RefusesADirectoryOthersCanEnterOrALink)
     ASSERT_EQ(::mkdir(elsewhere.c_str(), 0700), 0);
     ASSERT_EQ(::symlink(elsewhere.c_str(), dir.c_str()), 0);
     EXPECT_FALSE(messagePortDirectory());
-    EXPECT_EQ(MessagePort::createLocal(ZSTR("x"), echoWithPrefix("")), nullptr);
+    EXPECT_EQ(createLocalPort(ZSTR("x"), echoWithPrefix("")), nullptr);
 }
 
 TEST_F(MessagePortTest, RequestsGetTheirRepliesAtEverySize)
@@ -273,7 +274,7 @@ TEST_F(MessagePortTest, RequestsGetTheirRepliesAtEverySize)
             bytes[i] = static_cast<uint8_t>(i * 131 + size);
         auto request = Data::dataWithVector(bytes);
         Ref<Data> reply;
-        ASSERT_EQ(remote->sendRequest(1, request, 10, 30, NSDefaultRunLoopMode, &reply), MessagePortStatus::Success);
+        ASSERT_EQ(sendRequest(remote, 1, request, 10, 30, NSDefaultRunLoopMode, &reply), MessagePortStatus::Success);
         if (size == 0)
             EXPECT_EQ(reply, nullptr) << "an empty reply is no reply";
         else
@@ -284,49 +285,48 @@ TEST_F(MessagePortTest, RequestsGetTheirRepliesAtEverySize)
 TEST_F(MessagePortTest, MessagesInTwoPartsArriveWholeOrSplitAsEachEndAsks)
 {
     std::mutex mutex;
-    std::vector<std::string> seen; // "prefix|body|wanted" as the handler got them
-    PortServer server(ZSTR("split"), 3, [&](MessagePort*, int32_t, MessagePortMessage request, bool replyWanted) {
+    std::vector<std::string> seen; // "prefix|body" as the handler got them
+    PortServer server(ZSTR("split"), 3, [&](MessagePort*, int32_t, MessagePortMessage request) {
         std::lock_guard lock(mutex);
-        seen.push_back(textOf(request.prefixBytes()) + "|" + textOf(request.body) + "|"
-            + (replyWanted ? "wanted" : "dropped"));
+        seen.push_back(textOf(request.prefixBytes()) + "|" + textOf(request.body.data()));
         return MessagePortMessage(spanOf("R:"), dataOf("echo"));
     });
     ASSERT_TRUE(server.started());
     auto remote = MessagePort::createRemote(ZSTR("split"), 2);
     MessagePortMessage reply;
-    ASSERT_EQ(remote->sendRequest(1, spanOf("ab"), dataOf("cdef"), 5, 5, NSDefaultRunLoopMode, &reply),
+    ASSERT_EQ(sendRequest(remote, 1, spanOf("ab"), dataOf("cdef"), 5, 5, NSDefaultRunLoopMode, &reply),
         MessagePortStatus::Success);
     EXPECT_EQ(textOf(reply.prefixBytes()), "R:");
-    EXPECT_EQ(textOf(reply.body), "echo");
-    EXPECT_EQ(remote->sendRequest(2, spanOf("x"), spanOf("yz"), 5, 0, nullptr, nullptr), MessagePortStatus::Success);
-    EXPECT_EQ(remote->sendRequest(3, {}, dataOf("q"), 5, 5, NSDefaultRunLoopMode, &reply), MessagePortStatus::Success);
+    EXPECT_EQ(textOf(reply.body.span()), "echo");
+    EXPECT_EQ(sendRequest(remote, 2, spanOf("x"), HeldBytes::copyOf(spanOf("yz")), 5, 0, nullptr, nullptr), MessagePortStatus::Success);
+    EXPECT_EQ(sendRequest(remote, 3, {}, dataOf("q"), 5, 5, NSDefaultRunLoopMode, &reply), MessagePortStatus::Success);
     Ref<Data> joined;
     EXPECT_EQ(
-        remote->sendRequest(4, dataOf("plain"), 5, 5, NSDefaultRunLoopMode, &joined), MessagePortStatus::Success);
+        sendRequest(remote, 4, dataOf("plain"), 5, 5, NSDefaultRunLoopMode, &joined), MessagePortStatus::Success);
     EXPECT_EQ(textOf(joined), "R:echo");
     {
         std::lock_guard lock(mutex);
-        EXPECT_THAT(seen, ElementsAre("abc|def|wanted", "xyz||dropped", "q||wanted", "pla|in|wanted"));
+        EXPECT_THAT(seen, ElementsAre("abc|def", "xyz|", "q|", "pla|in"));
     }
 
     // A receiver that asked for no prefix gets the parts joined.
     PortServer plain(ZSTR("plain"), echoWithPrefix(""));
-    EXPECT_EQ(MessagePort::createRemote(ZSTR("plain"))->sendRequest(7, spanOf("ab"), spanOf("cd"), 5, 5,
+    EXPECT_EQ(sendRequest(MessagePort::createRemote(ZSTR("plain")).get(), 7, spanOf("ab"), HeldBytes::copyOf(spanOf("cd")), 5, 5,
                   NSDefaultRunLoopMode, &reply),
         MessagePortStatus::Success);
-    EXPECT_EQ(textOf(reply.body), "7:abcd");
+    EXPECT_EQ(textOf(reply.body.span()), "7:abcd");
 }
 
-TEST_F(MessagePortTest, LentAndHandedOverBytesCutShortByASendTimeoutStillArriveWhole)
+TEST_F(MessagePortTest, CopiedAndHandedOverBytesCutShortByASendTimeoutStillArriveWhole)
 {
     // The receiver is held, so a 4 MiB message fills the socket and its send times out part way.
-    // The stream must carry the rest later: lent bytes after the sender has reused and freed its
+    // The stream must carry the rest later: copied bytes after the sender has reused and freed its
     // buffer, bytes of an object handed to the port (a string's text) after the sender has let go
     // of the object.
     const std::function<MessagePortStatus(MessagePort*)> cutShortSends[] = {
         [](MessagePort* remote) {
             std::vector<uint8_t> lent(4 << 20, 7);
-            const auto status = remote->sendRequest(2, {}, std::span<const uint8_t>(lent), 0.05, 0, nullptr, nullptr);
+            const auto status = sendRequest(remote, 2, {}, HeldBytes::copyOf(lent), 0.05, 0, nullptr, nullptr);
             std::fill(lent.begin(), lent.end(), 0);
             return status;
         },
@@ -334,7 +334,7 @@ TEST_F(MessagePortTest, LentAndHandedOverBytesCutShortByASendTimeoutStillArriveW
             Ref<String> text = String::stringWithUTF8String(std::string(4 << 20, '\7'));
             const std::span<const uint8_t> bytes(
                 reinterpret_cast<const uint8_t*>(text->asciiCharacters()), text->length());
-            return remote->sendRequest(2, {}, bytes, Ref<Object>(std::move(text)), 0.05, 0, nullptr, nullptr);
+            return sendRequest(remote, 2, {}, HeldBytes(bytes, std::move(text)), 0.05, 0, nullptr, nullptr);
         },
     };
     for (const auto& sendCutShort : cutShortSends) {
@@ -344,12 +344,12 @@ TEST_F(MessagePortTest, LentAndHandedOverBytesCutShortByASendTimeoutStillArriveW
             return std::to_string(messageId) + ":" + std::to_string(bytes.size()) + (intact ? "" : " changed");
         });
         auto remote = MessagePort::createRemote(ZSTR("held"));
-        ASSERT_EQ(remote->sendRequest(1, {}, spanOf("\7"), 5, 0, nullptr, nullptr), MessagePortStatus::Success);
+        ASSERT_EQ(sendRequest(remote, 1, {}, HeldBytes::copyOf(spanOf("\7")), 5, 0, nullptr, nullptr), MessagePortStatus::Success);
         EXPECT_EQ(sendCutShort(remote.get()), MessagePortStatus::SendTimeout);
         server.release();
         Ref<Data> reply;
         EXPECT_EQ(
-            remote->sendRequest(3, dataOf("\7"), 30, 30, NSDefaultRunLoopMode, &reply), MessagePortStatus::Success);
+            sendRequest(remote, 3, dataOf("\7"), 30, 30, NSDefaultRunLoopMode, &reply), MessagePortStatus::Success);
         EXPECT_THAT(server.received(), ElementsAre("1:1", "2:4194304", "3:1"));
     }
 }
@@ -363,7 +363,7 @@ TEST_F(MessagePortTest, MessageIdsReachTheCallbackAndNilAnswersNothing)
     });
     auto remote = MessagePort::createRemote(ZSTR("quiet"));
     Ref<Data> reply = dataOf("stale");
-    EXPECT_EQ(remote->sendRequest(-42, dataOf("x"), 5, 5, NSDefaultRunLoopMode, &reply), MessagePortStatus::Success);
+    EXPECT_EQ(sendRequest(remote, -42, dataOf("x"), 5, 5, NSDefaultRunLoopMode, &reply), MessagePortStatus::Success);
     EXPECT_EQ(reply, nullptr);
     EXPECT_EQ(seen, -42);
 }
@@ -380,12 +380,12 @@ TEST_F(MessagePortTest, OneWayMessagesArriveInOrderEvenWhenTheSenderLeavesAtOnce
     {
         auto remote = MessagePort::createRemote(ZSTR("sink"));
         for (int i = 0; i < 100; ++i)
-            ASSERT_EQ(remote->sendRequest(0, dataOf(std::to_string(i)), 5, 0, nullptr, nullptr),
+            ASSERT_EQ(sendRequest(remote, 0, dataOf(std::to_string(i)), 5, 0, nullptr, nullptr),
                 MessagePortStatus::Success);
     }
     auto remote = MessagePort::createRemote(ZSTR("sink"));
     Ref<Data> reply;
-    EXPECT_EQ(remote->sendRequest(0, dataOf("last"), 5, 5, NSDefaultRunLoopMode, &reply), MessagePortStatus::Success);
+    EXPECT_EQ(sendRequest(remote, 0, dataOf("last"), 5, 5, NSDefaultRunLoopMode, &reply), MessagePortStatus::Success);
     std::lock_guard lock(mutex);
     ASSERT_EQ(received.size(), 101u);
     for (int i = 0; i < 100; ++i)
@@ -394,12 +394,12 @@ TEST_F(MessagePortTest, OneWayMessagesArriveInOrderEvenWhenTheSenderLeavesAtOnce
 
 TEST_F(MessagePortTest, ANameIsHeldByOneLivePortAndReclaimedFromADeadOne)
 {
-    auto first = MessagePort::createLocal(ZSTR("held"), echoWithPrefix(""));
+    auto first = createLocalPort(ZSTR("held"), echoWithPrefix(""));
     ASSERT_TRUE(first);
-    EXPECT_EQ(MessagePort::createLocal(ZSTR("held"), echoWithPrefix("")), nullptr);
+    EXPECT_EQ(createLocalPort(ZSTR("held"), echoWithPrefix("")), nullptr);
     first->invalidate();
     EXPECT_FALSE(first->isValid());
-    auto second = MessagePort::createLocal(ZSTR("held"), echoWithPrefix(""));
+    auto second = createLocalPort(ZSTR("held"), echoWithPrefix(""));
     ASSERT_TRUE(second);
     second = nullptr;
 
@@ -416,7 +416,7 @@ TEST_F(MessagePortTest, ANameIsHeldByOneLivePortAndReclaimedFromADeadOne)
     ASSERT_TRUE(server.started());
     Ref<Data> reply;
     EXPECT_EQ(
-        MessagePort::createRemote(ZSTR("stale"))->sendRequest(3, dataOf("hi"), 5, 5, NSDefaultRunLoopMode, &reply),
+        sendRequest(MessagePort::createRemote(ZSTR("stale")).get(), 3, dataOf("hi"), 5, 5, NSDefaultRunLoopMode, &reply),
         MessagePortStatus::Success);
     EXPECT_EQ(textOf(reply), "new:3:hi");
 }
@@ -431,10 +431,10 @@ TEST_F(MessagePortTest, AVanishedPeerIsInvalidAtOnceNotATimeout)
     });
     auto remote = MessagePort::createRemote(ZSTR("leaving"));
     Ref<Data> reply;
-    EXPECT_EQ(remote->sendRequest(0, dataOf("bye"), 200, 200, NSDefaultRunLoopMode, &reply),
+    EXPECT_EQ(sendRequest(remote, 0, dataOf("bye"), 200, 200, NSDefaultRunLoopMode, &reply),
         MessagePortStatus::IsInvalid);
     EXPECT_FALSE(remote->isValid());
-    EXPECT_EQ(remote->sendRequest(0, dataOf("again"), 200, 0, nullptr, nullptr), MessagePortStatus::IsInvalid);
+    EXPECT_EQ(sendRequest(remote, 0, dataOf("again"), 200, 0, nullptr, nullptr), MessagePortStatus::IsInvalid);
 }
 
 TEST_F(MessagePortTest, ASlowReceiverGivesAReceiveTimeoutAndTheLinkStaysUsable)
@@ -448,11 +448,11 @@ TEST_F(MessagePortTest, ASlowReceiverGivesAReceiveTimeoutAndTheLinkStaysUsable)
     });
     auto remote = MessagePort::createRemote(ZSTR("slow"));
     Ref<Data> reply;
-    EXPECT_EQ(remote->sendRequest(1, dataOf(""), 5, 0.05, NSDefaultRunLoopMode, &reply),
+    EXPECT_EQ(sendRequest(remote, 1, dataOf(""), 5, 0.05, NSDefaultRunLoopMode, &reply),
         MessagePortStatus::ReceiveTimeout);
     release.set_value();
     // The late reply to request 1 is dropped; request 2 gets its own.
-    EXPECT_EQ(remote->sendRequest(2, dataOf(""), 5, 10, NSDefaultRunLoopMode, &reply), MessagePortStatus::Success);
+    EXPECT_EQ(sendRequest(remote, 2, dataOf(""), 5, 10, NSDefaultRunLoopMode, &reply), MessagePortStatus::Success);
     EXPECT_EQ(textOf(reply), "2");
 }
 
@@ -467,7 +467,7 @@ TEST_F(MessagePortTest, ConcurrentSendsOnOneLinkEachGetTheirOwnReply)
             for (int i = 0; i < 200; ++i) {
                 std::string body = std::to_string(t) + "/" + std::to_string(i);
                 Ref<Data> reply;
-                if (remote->sendRequest(t, dataOf(body), 10, 10, NSDefaultRunLoopMode, &reply)
+                if (sendRequest(remote, t, dataOf(body), 10, 10, NSDefaultRunLoopMode, &reply)
                         != MessagePortStatus::Success
                     || textOf(reply) != "re:" + std::to_string(t) + ":" + body)
                     ++mismatches;
@@ -487,7 +487,7 @@ TEST_F(MessagePortTest, ARequestArrivingDuringAWaitIsHandledInsideIt)
     PortServer a(ZSTR("a"), echoWithPrefix("from a "));
     PortServer b(ZSTR("b"), [&toA](MessagePort*, int32_t, Data* data) {
         Ref<Data> inner;
-        toA->sendRequest(7, data, 5, 10, NSDefaultRunLoopMode, &inner);
+        sendRequest(toA, 7, data, 5, 10, NSDefaultRunLoopMode, &inner);
         return dataOf("b saw [" + textOf(inner) + "]");
     });
     toA = MessagePort::createRemote(ZSTR("a"));
@@ -495,7 +495,7 @@ TEST_F(MessagePortTest, ARequestArrivingDuringAWaitIsHandledInsideIt)
     a.loop()->performBlock({NSDefaultRunLoopMode}, [&] {
         auto toB = MessagePort::createRemote(ZSTR("b"));
         Ref<Data> reply;
-        auto status = toB->sendRequest(1, dataOf("ping"), 5, 10, NSDefaultRunLoopMode, &reply);
+        auto status = sendRequest(toB, 1, dataOf("ping"), 5, 10, NSDefaultRunLoopMode, &reply);
         answer.set_value(status == MessagePortStatus::Success ? textOf(reply) : "failed");
     });
     EXPECT_EQ(answer.get_future().get(), "b saw [from a 7:ping]");
@@ -523,10 +523,10 @@ TEST_F(MessagePortTest, AReplyReadByASendNestedInATimerEndsTheEnclosingWait)
     auto toB = MessagePort::createRemote(ZSTR("b"));
     Ref<Data> inner;
     auto timer = Timer::scheduledTimer(std::chrono::milliseconds(1), [&] {
-        toB->sendRequest(0, dataOf("b?"), 5, 200, NSDefaultRunLoopMode, &inner);
+        sendRequest(toB, 0, dataOf("b?"), 5, 200, NSDefaultRunLoopMode, &inner);
     });
     Ref<Data> outer;
-    EXPECT_EQ(toA->sendRequest(0, dataOf("a?"), 5, 200, NSDefaultRunLoopMode, &outer), MessagePortStatus::Success);
+    EXPECT_EQ(sendRequest(toA, 0, dataOf("a?"), 5, 200, NSDefaultRunLoopMode, &outer), MessagePortStatus::Success);
     EXPECT_EQ(textOf(outer), "from a");
     EXPECT_EQ(textOf(inner), "from b");
 }
@@ -543,15 +543,15 @@ TEST_F(MessagePortTest, ASendNestedInALongWriteQueuesBehindIt)
         return dataOf(std::to_string(messageId) + ":" + std::to_string(data->length()));
     });
     auto remote = MessagePort::createRemote(ZSTR("slow reader"));
-    ASSERT_EQ(remote->sendRequest(1, dataOf("hold"), 5, 0, nullptr, nullptr), MessagePortStatus::Success);
+    ASSERT_EQ(sendRequest(remote, 1, dataOf("hold"), 5, 0, nullptr, nullptr), MessagePortStatus::Success);
     Ref<Data> small;
     MessagePortStatus smallStatus = MessagePortStatus::TransportError;
     auto timer = Timer::scheduledTimer(std::chrono::milliseconds(1), [&] {
         release.set_value();
-        smallStatus = remote->sendRequest(3, dataOf("small"), 30, 30, NSDefaultRunLoopMode, &small);
+        smallStatus = sendRequest(remote, 3, dataOf("small"), 30, 30, NSDefaultRunLoopMode, &small);
     });
     Ref<Data> big;
-    EXPECT_EQ(remote->sendRequest(2, Data::dataWithVector(ByteVector(16 << 20, 7)), 30, 30,
+    EXPECT_EQ(sendRequest(remote, 2, Data::dataWithVector(ByteVector(16 << 20, 7)), 30, 30,
                   NSDefaultRunLoopMode, &big),
         MessagePortStatus::Success);
     EXPECT_EQ(textOf(big), "2:16777216");
@@ -571,17 +571,17 @@ TEST_F(MessagePortTest, OneWayFramesQueuedBehindAFullSocketArriveWholeAndInOrder
         },
         dataOf("ignored"));
     auto remote = MessagePort::createRemote(ZSTR("held"));
-    ASSERT_EQ(remote->sendRequest(1, dataOf("hold"), 5, 0, nullptr, nullptr), MessagePortStatus::Success);
+    ASSERT_EQ(sendRequest(remote, 1, dataOf("hold"), 5, 0, nullptr, nullptr), MessagePortStatus::Success);
     std::vector<std::thread> senders;
     senders.emplace_back([&] {
         auto big = Data::dataWithVector(ByteVector(4 << 20, 7));
-        EXPECT_EQ(remote->sendRequest(2, big, 30, 0, nullptr, nullptr), MessagePortStatus::Success);
+        EXPECT_EQ(sendRequest(remote, 2, big, 30, 0, nullptr, nullptr), MessagePortStatus::Success);
     });
     std::this_thread::sleep_for(std::chrono::milliseconds(20)); // lets the large message go first
     for (int t = 3; t < 6; ++t)
         senders.emplace_back([&, t] {
             for (int i = 0; i < 100; ++i)
-                EXPECT_EQ(remote->sendRequest(t, dataOf(std::to_string(i)), 30, 0, nullptr, nullptr),
+                EXPECT_EQ(sendRequest(remote, t, dataOf(std::to_string(i)), 30, 0, nullptr, nullptr),
                     MessagePortStatus::Success);
         });
     std::this_thread::sleep_for(std::chrono::milliseconds(20));
@@ -590,7 +590,7 @@ TEST_F(MessagePortTest, OneWayFramesQueuedBehindAFullSocketArriveWholeAndInOrder
         sender.join();
     Ref<Data> reply;
     EXPECT_EQ(
-        remote->sendRequest(9, dataOf("last"), 30, 30, NSDefaultRunLoopMode, &reply), MessagePortStatus::Success);
+        sendRequest(remote, 9, dataOf("last"), 30, 30, NSDefaultRunLoopMode, &reply), MessagePortStatus::Success);
     const std::vector<std::string> received = server.received();
     ASSERT_EQ(received.size(), 303u);
     std::map<std::string, int> next;
@@ -612,7 +612,7 @@ TEST_F(MessagePortTest, GarbageOversizedAndHalfFramesCloseOnlyTheirConnection)
     auto remote = MessagePort::createRemote(ZSTR("robust"));
     auto roundTrip = [&] {
         Ref<Data> reply;
-        return remote->sendRequest(1, dataOf("ok"), 5, 10, NSDefaultRunLoopMode, &reply) == MessagePortStatus::Success
+        return sendRequest(remote, 1, dataOf("ok"), 5, 10, NSDefaultRunLoopMode, &reply) == MessagePortStatus::Success
             && textOf(reply) == "1:ok";
     };
 

@@ -13,7 +13,7 @@
 // Integers are in host byte order: both ends are processes of one machine. The magic and the
 // unused flag bits let a reader drop a connection that carries something else at once.
 
-#include "platform/Export.h"
+#include "platform/io/MessagePort.h"
 #include "platform/values/ByteVector.h"
 
 #include <array>
@@ -22,16 +22,15 @@
 #include <deque>
 #include <span>
 #include <vector>
+#include <sys/uio.h>
 
 namespace zon {
 
-// The largest message a port sends or accepts: 256 MiB. A frame that announces more closes the
-// connection before anything is allocated for it.
-inline constexpr uint32_t kMessageFrameMaxLength = 256u * 1024 * 1024;
+// A frame that announces more than a port accepts closes the connection before anything is
+// allocated for it.
+inline constexpr uint32_t kMessageFrameMaxLength = kMessagePortMaxLength;
 inline constexpr uint16_t kMessageFrameMagic = 0x5a43;
 inline constexpr size_t kMessageFrameHeaderSize = 16;
-// The most leading bytes of a message that travel apart from the rest (MessageFrame::prefix).
-inline constexpr size_t kMessagePrefixMaxLength = 8;
 
 enum MessageFrameFlag : uint16_t {
     MessageFrameReplyWanted = 1u << 0, // a request whose sender waits for a reply
@@ -48,6 +47,30 @@ struct MessageFrameHeader {
 };
 
 ZON_EXPORT void encodeMessageFrameHeader(const MessageFrameHeader& header, uint8_t out[kMessageFrameHeaderSize]);
+
+// What goes out before a message's body: the frame header, then the message's prefix.
+struct MessageFrameLead {
+    MessageFrameLead() = default;
+    MessageFrameLead(const MessageFrameHeader& header, std::span<const uint8_t> prefix);
+
+    std::span<const uint8_t> span() const { return {bytes, length}; }
+
+    uint8_t bytes[kMessageFrameHeaderSize + kMessagePrefixMaxLength];
+    uint8_t length = 0;
+};
+
+// A message being written: its lead, its body and how much of both is out. Only the first of a
+// queue of these is ever partly written, so messages never interleave on the stream.
+struct MessageFrameWrite {
+    MessageFrameLead lead;
+    HeldBytes body;
+    size_t written = 0;
+
+    size_t length() const { return lead.length + body.size(); }
+    bool isDone() const { return written == length(); }
+    // Adds the unwritten parts to parts (room for two); answers how many were added.
+    size_t unwrittenParts(iovec* parts) const;
+};
 
 // One message: its first prefixLength bytes (when the reader was asked to split them off) and
 // the rest. Splitting a short header off lets the rest become data of its own without a copy.
