@@ -10,7 +10,6 @@
 #include <cctype>
 
 using namespace zon;
-using namespace zon::testing;
 using namespace zon::test;
 using ::testing::AllOf;
 using ::testing::Contains;

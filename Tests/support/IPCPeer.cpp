@@ -63,11 +63,11 @@ public:
         std::string request = utf8(string);
         say("string " + request);
         if (request == "ping")
-            return String::stringWithUTF8String("pong");
+            return str("pong");
         if (request.rfind("send-back:", 0) == 0) {
             Ref<Error> error;
-            auto reply = service->sendString_error(String::stringWithUTF8String(request.substr(10)), &error);
-            return String::stringWithUTF8String("got:" + utf8(reply));
+            auto reply = service->sendString_error(str(request.substr(10)), &error);
+            return str("got:" + utf8(reply));
         }
         if (request.rfind("race:", 0) == 0) {
             int count = std::stoi(request.substr(5));
@@ -75,19 +75,17 @@ public:
             RunLoop::currentRunLoop()->performBlock({NSDefaultRunLoopMode}, [protect, count] {
                 int answered = 0;
                 for (int i = 0; i < count; ++i)
-                    answered
-                        += protect->sendString_error(String::stringWithUTF8String("race " + std::to_string(i)), nullptr)
-                        != nullptr;
+                    answered += protect->sendString_error(str("race " + std::to_string(i)), nullptr) != nullptr;
                 say("race done " + std::to_string(answered));
             });
-            return String::stringWithUTF8String("ok");
+            return str("ok");
         }
         if (request == "disconnect") {
             Ref<TXZonIPCService> protect(service);
             RunLoop::currentRunLoop()->performBlock({NSDefaultRunLoopMode}, [protect] { protect->disconnect(); });
-            return String::stringWithUTF8String("bye");
+            return str("bye");
         }
-        return String::stringWithUTF8String("echo:" + request);
+        return str("echo:" + request);
     }
 
     Ref<Dictionary> didRecvDictionary(TXZonIPCService*, Dictionary* dictionary)
@@ -141,7 +139,7 @@ int main(int argc, char** argv)
         return 2;
     }
     std::string mode = argv[1];
-    auto service = TXZonIPCService::initWithLocalServiceName(String::stringWithUTF8String(argv[2]));
+    auto service = TXZonIPCService::initWithLocalServiceName(str(argv[2]));
     if (!service) {
         say("publish failed");
         return 1;
@@ -155,7 +153,7 @@ int main(int argc, char** argv)
     say("ready");
     if (mode == "connect" && argc > 3) {
         Ref<Error> error;
-        if (service->connectToRemoteServiceNamed_error(String::stringWithUTF8String(argv[3]), &error))
+        if (service->connectToRemoteServiceNamed_error(str(argv[3]), &error))
             say("connected");
         else
             say("connect failed " + std::to_string(error ? error->code() : -1));

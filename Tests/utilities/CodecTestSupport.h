@@ -21,9 +21,7 @@
 #include <unistd.h>
 #include <vector>
 
-namespace zon::testing {
-
-using test::Bytes;
+namespace zon::test {
 
 // Deterministic bytes that compress a little, like real payloads: words from a small vocabulary
 // with noise.
@@ -98,4 +96,4 @@ inline bool haveCommand(const std::string& name)
     return std::system(("command -v " + name + " >/dev/null 2>&1").c_str()) == 0;
 }
 
-} // namespace zon::testing
+} // namespace zon::test

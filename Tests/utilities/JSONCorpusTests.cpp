@@ -13,7 +13,6 @@
 #include <string>
 
 using namespace zon;
-using namespace zon::testing;
 using namespace zon::test;
 
 namespace {

@@ -5,7 +5,6 @@
 #include <gtest/gtest.h>
 
 using namespace zon;
-using namespace zon::testing;
 using namespace zon::test;
 
 namespace {

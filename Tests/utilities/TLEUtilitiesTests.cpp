@@ -11,7 +11,6 @@
 #include <functional>
 
 using namespace zon;
-using namespace zon::testing;
 using namespace zon::test;
 
 namespace {
