@@ -11,6 +11,8 @@
 //   "send-back:TEXT"  sends TEXT to the connected peer from inside the handler, answers "got:REPLY"
 //   "race:N"          answers "ok", then sends N strings to the peer from the service thread
 //   "disconnect"      answers "bye", then disconnects politely
+//   "quiet"           answers "ok" and prints no more request lines (for long bursts)
+//   "slow:MS:TEXT"    sleeps MS milliseconds on the service thread, then answers "echo:TEXT"
 //   anything else     answers "echo:TEXT"
 // Dictionaries are answered with {"echo": the dictionary, "note": "from peer"}, data with
 // {"length": its length}.
@@ -28,6 +30,7 @@
 #include <cstdio>
 #include <cstring>
 #include <string>
+#include <thread>
 
 using namespace zon;
 using namespace zon::test;
@@ -61,13 +64,24 @@ public:
     Ref<String> didRecvString(TXZonIPCService* service, String* string)
     {
         std::string request = utf8(string);
-        say("string " + request);
+        static bool quiet = false;
+        if (!quiet)
+            say("string " + request);
+        if (request == "quiet") {
+            quiet = true;
+            return str("ok");
+        }
         if (request == "ping")
             return str("pong");
         if (request.rfind("send-back:", 0) == 0) {
             Ref<Error> error;
             auto reply = service->sendString_error(str(request.substr(10)), &error);
             return str("got:" + utf8(reply));
+        }
+        if (request.rfind("slow:", 0) == 0) {
+            const size_t colon = request.find(':', 5);
+            std::this_thread::sleep_for(std::chrono::milliseconds(std::stoi(request.substr(5, colon - 5))));
+            return str("echo:" + request.substr(colon + 1));
         }
         if (request.rfind("race:", 0) == 0) {
             int count = std::stoi(request.substr(5));

@@ -109,6 +109,7 @@ private:
     }
     void gotResponse(TXZonIPCService*, String* response, String* remote, String* sent)
     {
+        noteStackDepth();
         record("didGetStringResponse " + utf8(response) + " from " + utf8(remote) + " to " + utf8(sent));
     }
     void gotDictionary(TXZonIPCService*, Dictionary* response, String*, Dictionary*)
@@ -121,8 +122,27 @@ private:
         record("didDisconnect remote " + utf8(service->remoteServiceName()));
     }
 
+    // How far apart the stack frames of the callbacks were: nested callbacks lie ever deeper.
+    void noteStackDepth()
+    {
+        const auto frame = reinterpret_cast<uintptr_t>(__builtin_frame_address(0));
+        std::lock_guard lock(mutex_);
+        lowestFrame_ = std::min(lowestFrame_, frame);
+        highestFrame_ = std::max(highestFrame_, frame);
+    }
+
+public:
+    size_t stackSpread() const
+    {
+        std::lock_guard lock(mutex_);
+        return highestFrame_ >= lowestFrame_ ? highestFrame_ - lowestFrame_ : 0;
+    }
+
+private:
     mutable std::mutex mutex_;
     std::vector<std::string> events_;
+    uintptr_t lowestFrame_ = UINTPTR_MAX;
+    uintptr_t highestFrame_ = 0;
 };
 ZON_DEFINE_CLASS(Recorder, "IPCTestRecorder")
 
@@ -461,4 +481,45 @@ TEST_F(TXZonIPCServiceTest, ConnectionCallbacksReachTheDelegateInTheirForwarding
             "didDisconnectFrom y"));
     service->setDelegate(nullptr);
     EXPECT_EQ(service->ipcService_didRecvString(service, ZSTR("z")), nullptr);
+}
+
+TEST_F(TXZonIPCServiceTest, AsynchronousSendsRunOneAtATimeInTheOrderQueued)
+{
+    auto peer = startPeer({"serve", "peer"});
+    auto service = connectedToPeer(peer);
+    // The first is answered after 1.5 s; the second is queued 0.3 s in, from another thread, while
+    // the first waits; the third makes the peer send a request back here inside its handler, which
+    // must be served while that send waits.
+    service->sendString(str("slow:1500:first"));
+    std::thread later([&] {
+        std::this_thread::sleep_for(std::chrono::milliseconds(300));
+        service->sendString(str("second"));
+        service->sendString(str("send-back:hello"));
+    });
+    EXPECT_TRUE(runLoopUntil([&] { return recorder_->events().size() == 4; }));
+    later.join();
+    EXPECT_THAT(recorder_->events(),
+        ElementsAre("didGetStringResponse echo:first from peer to slow:1500:first",
+            "didGetStringResponse echo:second from peer to second", "didRecvString hello",
+            "didGetStringResponse got:answer:hello from peer to send-back:hello"));
+}
+
+TEST_F(TXZonIPCServiceTest, ABurstOfQueuedSendsIsAnsweredInOrderOnAFlatStack)
+{
+    auto peer = startPeer({"serve", "peer"});
+    auto service = connectedToPeer(peer);
+    constexpr int kSends = 10000;
+    ASSERT_TRUE(service->sendString_error(str("quiet"), nullptr));
+    // The peer holds the first for a while, so the rest queue up behind it.
+    service->sendString(str("slow:300:0"));
+    for (int i = 1; i < kSends; ++i)
+        service->sendString(str(std::to_string(i)));
+    EXPECT_TRUE(runLoopUntil(
+        [&] { return recorder_->events().size() == kSends; }, NSDefaultRunLoopMode, std::chrono::seconds(100)));
+    const auto events = recorder_->events();
+    ASSERT_EQ(events.size(), size_t(kSends));
+    for (int i = 1; i < kSends; ++i)
+        ASSERT_EQ(events[i], "didGetStringResponse echo:" + std::to_string(i) + " from peer to " + std::to_string(i));
+    // Each callback ran at the same depth: no send started inside another's wait.
+    EXPECT_LT(recorder_->stackSpread(), 64u * 1024);
 }

@@ -550,12 +550,63 @@ bool TXZonIPCService::sendOnewayString_withResponseTimeout_error(String* string,
     return sendPacket_withResponse_timeout_error(TXZonIPCPacket::packetWithString(string), nullptr, timeout, error);
 }
 
-void TXZonIPCService::sendData(Data* data) { performOnServiceThread("sendAsyncData:", data); }
-void TXZonIPCService::sendDictionary(Dictionary* dictionary)
+void TXZonIPCService::sendData(Data* data) { queueSend("sendAsyncData:", data); }
+void TXZonIPCService::sendDictionary(Dictionary* dictionary) { queueSend("sendAsyncDictionary:", dictionary); }
+void TXZonIPCService::sendString(String* string) { queueSend("sendAsyncString:", string); }
+
+// Sends queued from any thread wait in the service's own queue, and one sendQueued at a time
+// works through it on the service thread. Only when the queue had nobody working on it is a
+// sendQueued queued on the thread's run loop, so a send's reply wait (which runs that loop) never
+// finds another send to start, and a burst of sends costs no stack.
+void TXZonIPCService::queueSend(const char* sender, Object* object)
 {
-    performOnServiceThread("sendAsyncDictionary:", dictionary);
+    auto thread = serviceThread();
+    if (!thread)
+        return;
+    bool wake;
+    {
+        std::lock_guard lock(queuedSendsMutex_);
+        queuedSends_.push_back({selector(sender), Ref<Object>(object)});
+        wake = !std::exchange(sendingQueued_, true);
+    }
+    if (wake)
+        scheduleSendQueued(thread.get());
 }
-void TXZonIPCService::sendString(String* string) { performOnServiceThread("sendAsyncString:", string); }
+
+void TXZonIPCService::scheduleSendQueued(Thread* thread)
+{
+    thread->runLoop()->performBlock({NSRunLoopCommonModes}, [self = Ref<TXZonIPCService>(this)] { self->sendQueued(); });
+}
+
+void TXZonIPCService::sendQueued()
+{
+    for (;;) {
+        QueuedSend next;
+        {
+            std::lock_guard lock(queuedSendsMutex_);
+            if (queuedSends_.empty()) {
+                sendingQueued_ = false;
+                return;
+            }
+            next = std::move(queuedSends_.front());
+            queuedSends_.pop_front();
+        }
+        try {
+            performSelector(next.sender, next.object.get());
+        } catch (...) {
+            // A delegate that raised ends this round; the sends behind it still go, in a new one.
+            auto thread = serviceThread();
+            bool more;
+            {
+                std::lock_guard lock(queuedSendsMutex_);
+                more = sendingQueued_ = thread && !queuedSends_.empty();
+            }
+            if (more)
+                scheduleSendQueued(thread.get());
+            throw;
+        }
+    }
+}
 
 void TXZonIPCService::sendAsyncData(Data* data)
 {

@@ -40,6 +40,7 @@
 
 #include <atomic>
 #include <cstdint>
+#include <deque>
 #include <mutex>
 #include <span>
 
@@ -116,6 +117,9 @@ public:
     bool sendOnewayString_withResponseTimeout_error(String* string, double timeout, Ref<Error>* error);
 
     // ---- TXZonIPCService(AsynchronousAPI) ----
+    // Queue the send and return at once. The service thread sends what was queued one message at
+    // a time, in the order queued: a send waiting for its reply never starts the next one (only
+    // incoming requests are served inside the wait), however many are queued.
     void sendData(Data* data);
     void sendDictionary(Dictionary* dictionary);
     void sendString(String* string);
@@ -155,6 +159,16 @@ private:
     TXZonIPCService() = default;
 
     Ref<MessagePort> remoteServicePort() const;
+
+    // An asynchronous send waiting for its turn: the selector that sends it, and its object.
+    struct QueuedSend {
+        SEL sender;
+        Ref<Object> object;
+    };
+    void queueSend(const char* sender, Object* object);
+    void scheduleSendQueued(Thread* thread);
+    // Runs on the service thread: sends the queued messages until none is left.
+    void sendQueued();
     // Queues a call of one of our exported methods on the service thread, without waiting.
     template <class... Objects>
     void performOnServiceThread(const char* sel, Object* first, Objects*... more);
@@ -171,6 +185,10 @@ private:
     Ref<String> remoteServiceName_;
     Ref<MessagePort> remoteServicePort_;
     Ref<Timer> pingInterval_;
+
+    std::mutex queuedSendsMutex_; // guards the two below
+    std::deque<QueuedSend> queuedSends_;
+    bool sendingQueued_ = false; // a sendQueued is queued on the service thread or running there
 };
 
 } // namespace zon
