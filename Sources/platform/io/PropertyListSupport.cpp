@@ -115,10 +115,10 @@ std::optional<Ref<Object>> parseInteger(std::string_view text)
         base = 16;
         text.remove_prefix(2);
     }
-    uint64_t magnitude = 0;
-    const auto [end, status] = std::from_chars(text.data(), text.data() + text.size(), magnitude, base);
-    if (text.empty() || status != std::errc() || end != text.data() + text.size())
+    const std::optional<uint64_t> parsed = unsignedFromText<uint64_t>(text, base);
+    if (!parsed)
         return std::nullopt;
+    const uint64_t magnitude = *parsed;
     if (negative) {
         if (magnitude > static_cast<uint64_t>(INT64_MAX) + 1)
             return std::nullopt;

@@ -5,6 +5,7 @@
 
 #include "platform/runtime/Object.h"
 
+#include <charconv>
 #include <cstdint>
 #include <optional>
 #include <span>
@@ -35,6 +36,18 @@ inline constexpr double kMaxDateSeconds = 9007199254740992.0;
 
 // The calendar time of a date, or nothing when it is not finite or too far away.
 std::optional<CivilTime> civilTimeFromReferenceSeconds(double seconds);
+
+// The whole of text as an unsigned number in base (no sign, no prefix), or nothing when it is not
+// one or does not fit.
+template <class Unsigned>
+std::optional<Unsigned> unsignedFromText(std::string_view text, int base)
+{
+    Unsigned value = 0;
+    const auto [end, status] = std::from_chars(text.data(), text.data() + text.size(), value, base);
+    if (text.empty() || status != std::errc() || end != text.data() + text.size())
+        return std::nullopt;
+    return value;
+}
 
 // The scalars of property-list text, given without the white space around them. Nothing when
 // the text is not one.

@@ -10,7 +10,6 @@
 #include "platform/values/String.h"
 #include "platform/values/UTF.h"
 
-#include <charconv>
 #include <cstring>
 #include <unordered_map>
 #include <vector>
@@ -31,13 +30,10 @@ std::optional<char32_t> characterReference(std::string_view body)
         base = 16;
         body.remove_prefix(1);
     }
-    uint32_t code = 0;
-    const auto [end, status] = std::from_chars(body.data(), body.data() + body.size(), code, base);
-    if (body.empty() || status != std::errc() || end != body.data() + body.size())
+    const std::optional<uint32_t> code = unsignedFromText<uint32_t>(body, base);
+    if (!code || *code > 0x10FFFF || (*code >= 0xD800 && *code <= 0xDFFF))
         return std::nullopt;
-    if (code > 0x10FFFF || (code >= 0xD800 && code <= 0xDFFF))
-        return std::nullopt;
-    return static_cast<char32_t>(code);
+    return static_cast<char32_t>(*code);
 }
 
 struct TextProblem {
