@@ -52,7 +52,7 @@ TEST(String, IndexesCountUTF16UnitsWithSurrogatePairsAsTwo)
     EXPECT_EQ(text->objectClass()->name(), "NSString");
 }
 
-TEST(String, StrictUTF8DecodingAnswersNilForInvalidBytes)
+TEST(String, StrictUTF8DecodingAnswersNilForInvalidBytesAndLocatesThem)
 {
     const std::string invalid[] = {
         "\xC0\xAF", "\xC1\xBF", "\xE0\x80\xAF", "\xF0\x80\x80\xAF", // overlong
@@ -66,9 +66,14 @@ TEST(String, StrictUTF8DecodingAnswersNilForInvalidBytes)
         EXPECT_EQ(String::stringWithUTF8String(bytes), nullptr) << testing::PrintToString(bytes);
         EXPECT_EQ(String::stringWithUTF8String(std::string(37, 'x') + bytes + "tail"), nullptr);
         EXPECT_EQ(MutableString::stringWithUTF8String(bytes), nullptr);
+        // The fault is placed at its lead byte, whether a vector block or a character came before.
+        for (const std::string& before : {std::string(), std::string(37, 'x'), "\xC3\xA9" + std::string(20, 'y')})
+            EXPECT_EQ(utf::offsetOfInvalidUTF8(before + bytes + "tail"), before.size()) << testing::PrintToString(bytes);
     }
     // The boundaries of each sequence length are valid.
-    Ref<String> edges = str("\x7F\xDF\xBF\xEF\xBF\xBF\xF4\x8F\xBF\xBF\xC2\x80\xE0\xA0\x80\xF0\x90\x80\x80");
+    const std::string_view edgeBytes = "\x7F\xDF\xBF\xEF\xBF\xBF\xF4\x8F\xBF\xBF\xC2\x80\xE0\xA0\x80\xF0\x90\x80\x80";
+    EXPECT_EQ(utf::offsetOfInvalidUTF8(edgeBytes), edgeBytes.size());
+    Ref<String> edges = str(edgeBytes);
     ASSERT_NE(edges, nullptr);
     EXPECT_EQ(edges->view(), (std::u16string {0x7F, 0x7FF, 0xFFFF, 0xDBFF, 0xDFFF, 0x80, 0x800, 0xD800, 0xDC00}));
     EXPECT_EQ(str(std::string_view("a\0b", 3))->length(), 3u);

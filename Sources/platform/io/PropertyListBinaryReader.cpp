@@ -1,4 +1,4 @@
-#include "platform/io/PropertyListBinaryReader.h"
+#include "platform/io/PropertyListBinaryReaderInternal.h"
 
 #include "platform/values/Data.h"
 #include "platform/values/Date.h"

@@ -1,8 +1,8 @@
 #include "platform/io/PropertyListSerialization.h"
 
-#include "platform/io/PropertyListBinaryReader.h"
-#include "platform/io/PropertyListXMLReader.h"
-#include "platform/io/PropertyListXMLWriter.h"
+#include "platform/io/PropertyListBinaryReaderInternal.h"
+#include "platform/io/PropertyListXMLReaderInternal.h"
+#include "platform/io/PropertyListXMLWriterInternal.h"
 #include "platform/values/Data.h"
 #include "platform/values/Error.h"
 

@@ -1,9 +1,14 @@
-#include "platform/io/PropertyListSupport.h"
+#include "platform/io/PropertyListSupportInternal.h"
 
 #include "platform/values/Array.h"
 #include "platform/values/Dictionary.h"
+#include "platform/values/Number.h"
+#include "platform/values/String.h"
 
+#include <charconv>
+#include <clocale>
 #include <cmath>
+#include <locale.h>
 #include <vector>
 
 namespace zon::plist {
@@ -43,8 +48,6 @@ void civilFromDays(int64_t days, CivilTime& time)
     time.year = yearOfEra + era * 400 + (time.month <= 2);
 }
 
-} // namespace
-
 int daysInMonth(int64_t year, int month)
 {
     static constexpr int kDays[] = {31, 28, 31, 30, 31, 30, 31, 31, 30, 31, 30, 31};
@@ -54,6 +57,36 @@ int daysInMonth(int64_t year, int month)
     }
     return kDays[month - 1];
 }
+
+double referenceSecondsFromCivilTime(const CivilTime& time)
+{
+    const int64_t days = daysFromCivil(time.year, time.month, time.day) - kReferenceDayFrom1970;
+    return static_cast<double>(days * kSecondsPerDay + time.hour * 3600 + time.minute * 60 + time.second);
+}
+
+bool parseDigits(std::string_view& text, size_t count, int& value)
+{
+    if (text.size() < count)
+        return false;
+    value = 0;
+    for (size_t i = 0; i < count; ++i) {
+        if (text[i] < '0' || text[i] > '9')
+            return false;
+        value = value * 10 + (text[i] - '0');
+    }
+    text.remove_prefix(count);
+    return true;
+}
+
+bool expect(std::string_view& text, char c)
+{
+    if (text.empty() || text.front() != c)
+        return false;
+    text.remove_prefix(1);
+    return true;
+}
+
+} // namespace
 
 std::optional<CivilTime> civilTimeFromReferenceSeconds(double seconds)
 {
@@ -70,10 +103,84 @@ std::optional<CivilTime> civilTimeFromReferenceSeconds(double seconds)
     return time;
 }
 
-double referenceSecondsFromCivilTime(const CivilTime& time)
+std::optional<Ref<Object>> parseInteger(std::string_view text)
 {
-    const int64_t days = daysFromCivil(time.year, time.month, time.day) - kReferenceDayFrom1970;
-    return static_cast<double>(days * kSecondsPerDay + time.hour * 3600 + time.minute * 60 + time.second);
+    bool negative = false;
+    if (!text.empty() && (text.front() == '-' || text.front() == '+')) {
+        negative = text.front() == '-';
+        text.remove_prefix(1);
+    }
+    int base = 10;
+    if (text.size() > 2 && text[0] == '0' && (text[1] == 'x' || text[1] == 'X')) {
+        base = 16;
+        text.remove_prefix(2);
+    }
+    const std::optional<uint64_t> parsed = unsignedFromText<uint64_t>(text, base);
+    if (!parsed)
+        return std::nullopt;
+    const uint64_t magnitude = *parsed;
+    if (negative) {
+        if (magnitude > static_cast<uint64_t>(INT64_MAX) + 1)
+            return std::nullopt;
+        return Number::numberWithLongLong(static_cast<long long>(0 - magnitude));
+    }
+    if (magnitude > static_cast<uint64_t>(INT64_MAX))
+        return Number::numberWithUnsignedLongLong(magnitude);
+    return Number::numberWithLongLong(static_cast<long long>(magnitude));
+}
+
+std::optional<double> parseReal(std::string_view text)
+{
+    bool negative = false;
+    if (!text.empty() && (text.front() == '-' || text.front() == '+')) {
+        negative = text.front() == '-';
+        text.remove_prefix(1);
+    }
+    // Only digits or a dot may start the number itself (from_chars would take a second sign).
+    if (text.empty() || text.front() == '-' || text.front() == '+')
+        return std::nullopt;
+    double value = 0;
+    const auto [end, status] = std::from_chars(text.data(), text.data() + text.size(), value);
+    if (end != text.data() + text.size())
+        return std::nullopt;
+    if (status == std::errc::result_out_of_range) {
+        // Too large or too small for a double: what strtod answers (infinity, or the nearest
+        // value toward zero), in the C locale.
+        static const locale_t cLocale = newlocale(LC_NUMERIC_MASK, "C", static_cast<locale_t>(0));
+        const std::string copy(text);
+        value = strtod_l(copy.c_str(), nullptr, cLocale);
+    } else if (status != std::errc()) {
+        return std::nullopt;
+    }
+    return negative ? -value : value;
+}
+
+// YYYY-MM-DDTHH:MM:SSZ in UTC; the year may be longer than four digits or negative.
+std::optional<double> parseDate(std::string_view text)
+{
+    CivilTime time;
+    const bool negative = expect(text, '-');
+    size_t yearDigits = 0;
+    while (yearDigits < text.size() && text[yearDigits] >= '0' && text[yearDigits] <= '9')
+        ++yearDigits;
+    if (yearDigits < 4 || yearDigits > 12)
+        return std::nullopt;
+    std::from_chars(text.data(), text.data() + yearDigits, time.year);
+    text.remove_prefix(yearDigits);
+    if (negative)
+        time.year = -time.year;
+    if (!expect(text, '-') || !parseDigits(text, 2, time.month) || !expect(text, '-')
+        || !parseDigits(text, 2, time.day) || !expect(text, 'T') || !parseDigits(text, 2, time.hour)
+        || !expect(text, ':') || !parseDigits(text, 2, time.minute) || !expect(text, ':')
+        || !parseDigits(text, 2, time.second) || !expect(text, 'Z') || !text.empty())
+        return std::nullopt;
+    if (time.month < 1 || time.month > 12 || time.day < 1 || time.day > daysInMonth(time.year, time.month)
+        || time.hour > 23 || time.minute > 59 || time.second > 59)
+        return std::nullopt;
+    const double seconds = referenceSecondsFromCivilTime(time);
+    if (std::fabs(seconds) >= kMaxDateSeconds)
+        return std::nullopt;
+    return seconds;
 }
 
 Ref<Object> makeArray(std::span<Ref<Object>> items, Mutability mutability)

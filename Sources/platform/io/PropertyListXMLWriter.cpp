@@ -1,22 +1,21 @@
-#include "platform/io/PropertyListXMLWriter.h"
+#include "platform/io/PropertyListXMLWriterInternal.h"
 
-#include "platform/io/PropertyListSupport.h"
+#include "platform/io/PropertyListSupportInternal.h"
 #include "platform/runtime/Class.h"
 #include "platform/values/Array.h"
+#include "platform/values/Base64.h"
 #include "platform/values/Data.h"
 #include "platform/values/Date.h"
 #include "platform/values/Dictionary.h"
 #include "platform/values/Number.h"
 #include "platform/values/String.h"
+#include "platform/values/UTF.h"
 
-#include <bit>
 #include <charconv>
 #include <cmath>
 #include <cstring>
 #include <string_view>
 #include <type_traits>
-
-#include <tmmintrin.h>
 
 namespace zon::plist {
 
@@ -36,8 +35,6 @@ constexpr std::string_view kFooter = "</plist>\n"sv;
 constexpr size_t kBase64LineLength = 76;
 constexpr size_t kBase64LineShrinkPerLevel = 8;
 constexpr size_t kBase64MaxShrinkLevels = 8;
-
-constexpr char kBase64Alphabet[] = "ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz0123456789+/";
 
 enum class Kind : uint8_t { String, Number, Boolean, Data, Date, Array, Dictionary, Other };
 
@@ -146,17 +143,7 @@ void appendEscapedUnits(Output& out, const Unit* at, size_t length)
             else
                 code = 0xFFFD;
         }
-        if (code < 0x800) {
-            *p++ = static_cast<char>(0xC0 | (code >> 6));
-        } else if (code < 0x10000) {
-            *p++ = static_cast<char>(0xE0 | (code >> 12));
-            *p++ = static_cast<char>(0x80 | ((code >> 6) & 0x3F));
-        } else {
-            *p++ = static_cast<char>(0xF0 | (code >> 18));
-            *p++ = static_cast<char>(0x80 | ((code >> 12) & 0x3F));
-            *p++ = static_cast<char>(0x80 | ((code >> 6) & 0x3F));
-        }
-        *p++ = static_cast<char>(0x80 | (code & 0x3F));
+        p = utf::encodeUTF8(code, p);
     }
     out.advanceTo(p);
 }
@@ -229,83 +216,6 @@ void appendDate(Output& out, const CivilTime& time)
     out.advanceTo(p);
 }
 
-// Every 12-bit value as its two base64 characters: two characters per lookup.
-struct Base64Pairs {
-    char pairs[4096][2];
-    constexpr Base64Pairs() : pairs()
-    {
-        for (unsigned i = 0; i < 4096; ++i) {
-            pairs[i][0] = kBase64Alphabet[i >> 6];
-            pairs[i][1] = kBase64Alphabet[i & 0x3F];
-        }
-    }
-};
-constexpr Base64Pairs kBase64Pairs;
-
-// Encodes 12 bytes at a time with SSSE3 while a 16-byte load stays inside readable (the bytes
-// that may be read, count and beyond): the bytes
-// are spread so that each 32-bit lane holds one triple, the four 6-bit values of each lane are
-// moved into bytes of their own by two multiplications, and a 16-entry shuffle table adds the
-// offset of each value's range of the alphabet. Answers how many bytes it encoded.
-__attribute__((target("ssse3"))) size_t encodeBase64Blocks(
-    const uint8_t* in, size_t count, size_t readable, char*& out)
-{
-    const __m128i spread = _mm_setr_epi8(1, 0, 2, 1, 4, 3, 5, 4, 7, 6, 8, 7, 10, 9, 11, 10);
-    const __m128i rangeOffsets = _mm_setr_epi8('a' - 26, '0' - 52, '0' - 52, '0' - 52, '0' - 52, '0' - 52,
-        '0' - 52, '0' - 52, '0' - 52, '0' - 52, '0' - 52, '+' - 62, '/' - 63, 'A', 0, 0);
-    size_t i = 0;
-    for (; i + 12 <= count && i + 16 <= readable; i += 12, out += 16) {
-        const __m128i bytes = _mm_shuffle_epi8(_mm_loadu_si128(reinterpret_cast<const __m128i*>(in + i)), spread);
-        const __m128i high = _mm_mulhi_epu16(
-            _mm_and_si128(bytes, _mm_set1_epi32(0x0fc0fc00)), _mm_set1_epi32(0x04000040));
-        const __m128i low = _mm_mullo_epi16(
-            _mm_and_si128(bytes, _mm_set1_epi32(0x003f03f0)), _mm_set1_epi32(0x01000010));
-        const __m128i values = _mm_or_si128(high, low);
-        // Range index: 13 for 0-25 (A-Z), 0 for 26-51 (a-z), 1-12 for 52-63 (digits, '+', '/').
-        __m128i range = _mm_subs_epu8(values, _mm_set1_epi8(51));
-        range = _mm_or_si128(range, _mm_and_si128(_mm_cmpgt_epi8(_mm_set1_epi8(26), values), _mm_set1_epi8(13)));
-        const __m128i text = _mm_add_epi8(values, _mm_shuffle_epi8(rangeOffsets, range));
-        _mm_storeu_si128(reinterpret_cast<__m128i*>(out), text);
-    }
-    return i;
-}
-
-bool processorHasSSSE3()
-{
-    __builtin_cpu_init(); // static initialisers may run before the library's own
-    return __builtin_cpu_supports("ssse3");
-}
-const bool kHasSSSE3 = processorHasSSSE3();
-
-// Encodes count bytes, a multiple of 3, as base64 at out; answers the end of the output. Twelve
-// bytes at a time where the processor can, then six at a time through one 8-byte load, each
-// while its loads stay inside the readable bytes (count of them, or more when the input goes on
-// past the bytes to encode).
-char* encodeBase64Triples(const uint8_t* in, size_t count, size_t readable, char* out)
-{
-    const auto put = [&out](uint32_t twelveBits) {
-        std::memcpy(out, kBase64Pairs.pairs[twelveBits], 2);
-        out += 2;
-    };
-    size_t i = kHasSSSE3 ? encodeBase64Blocks(in, count, readable, out) : 0;
-    for (; i + 6 <= count && i + 8 <= readable; i += 6) {
-        uint64_t word;
-        std::memcpy(&word, in + i, sizeof word);
-        if constexpr (std::endian::native == std::endian::little)
-            word = __builtin_bswap64(word); // the first byte in the top bits
-        put(static_cast<uint32_t>(word >> 52));
-        put(static_cast<uint32_t>(word >> 40) & 0xFFF);
-        put(static_cast<uint32_t>(word >> 28) & 0xFFF);
-        put(static_cast<uint32_t>(word >> 16) & 0xFFF);
-    }
-    for (; i < count; i += 3) {
-        const uint32_t triple = (in[i] << 16) | (in[i + 1] << 8) | in[i + 2];
-        put(triple >> 12);
-        put(triple & 0xFFF);
-    }
-    return out;
-}
-
 // The base64 lines of a <data> element at this level, each indented like the tag.
 void appendBase64Lines(Output& out, std::span<const uint8_t> bytes, size_t level)
 {
@@ -316,16 +226,7 @@ void appendBase64Lines(Output& out, std::span<const uint8_t> bytes, size_t level
         const size_t count = std::min(bytesPerLine, bytes.size() - start);
         out.indent(level);
         char* p = out.room(lineLength + 1);
-        const uint8_t* in = bytes.data() + start;
-        const size_t i = count / 3 * 3;
-        p = encodeBase64Triples(in, i, bytes.size() - start, p);
-        if (i < count) {
-            const uint32_t triple = (in[i] << 16) | (i + 1 < count ? in[i + 1] << 8 : 0);
-            *p++ = kBase64Alphabet[triple >> 18];
-            *p++ = kBase64Alphabet[(triple >> 12) & 0x3F];
-            *p++ = i + 1 < count ? kBase64Alphabet[(triple >> 6) & 0x3F] : '=';
-            *p++ = '=';
-        }
+        p = base64::encode(bytes.subspan(start, count), p);
         *p++ = '\n';
         out.advanceTo(p);
     }

@@ -48,15 +48,22 @@ bool isTrailSurrogate(uint32_t c) { return c >= 0xDC00 && c <= 0xDFFF; }
 namespace {
 
 // Validates UTF-8 (see Unicode table 3-7) and, when Write, decodes it into out; answers the
-// number of UTF-16 units or kInvalid. Counting and decoding share this one routine so that they
-// can never disagree about what is valid.
+// number of UTF-16 units or kInvalid, and when invalidAt is given, stores there the offset of the
+// lead byte of the first invalid character. Counting, decoding and locating faults share this one
+// routine so that they can never disagree about what is valid.
 template <bool Write>
-size_t decodeUTF8(std::string_view utf8, char16_t* out)
+size_t decodeUTF8(std::string_view utf8, char16_t* out, size_t* invalidAt = nullptr)
 {
-    auto* p = reinterpret_cast<const Byte*>(utf8.data());
+    auto* const begin = reinterpret_cast<const Byte*>(utf8.data());
+    auto* p = begin;
     auto* const end = p + utf8.size();
     char16_t* const start = out;
     size_t units = 0; // counted when not writing
+    const auto invalid = [&] {
+        if (invalidAt)
+            *invalidAt = static_cast<size_t>(p - begin);
+        return kInvalid;
+    };
     auto emit = [&](uint32_t unit) {
         if constexpr (Write)
             *out++ = static_cast<char16_t>(unit);
@@ -91,23 +98,23 @@ size_t decodeUTF8(std::string_view utf8, char16_t* out)
             const size_t left = static_cast<size_t>(end - p);
             if (c < 0xE0) {
                 if (c < 0xC2 || left < 2 || (p[1] & 0xC0) != 0x80)
-                    return kInvalid;
+                    return invalid();
                 emit(((c & 0x1F) << 6) | (p[1] & 0x3F));
                 p += 2;
             } else if (c < 0xF0) {
                 if (left < 3 || (p[1] & 0xC0) != 0x80 || (p[2] & 0xC0) != 0x80)
-                    return kInvalid;
+                    return invalid();
                 const uint32_t cp = ((c & 0x0F) << 12) | ((p[1] & 0x3F) << 6) | (p[2] & 0x3F);
                 if (cp < 0x800 || (cp >= 0xD800 && cp <= 0xDFFF))
-                    return kInvalid; // overlong or surrogate
+                    return invalid(); // overlong or surrogate
                 emit(cp);
                 p += 3;
             } else {
                 if (c > 0xF4 || left < 4 || (p[1] & 0xC0) != 0x80 || (p[2] & 0xC0) != 0x80 || (p[3] & 0xC0) != 0x80)
-                    return kInvalid;
+                    return invalid();
                 const uint32_t cp = ((c & 0x07) << 18) | ((p[1] & 0x3F) << 12) | ((p[2] & 0x3F) << 6) | (p[3] & 0x3F);
                 if (cp < 0x10000 || cp > 0x10FFFF)
-                    return kInvalid; // overlong or past the last code point
+                    return invalid(); // overlong or past the last code point
                 emit(0xD800 + ((cp - 0x10000) >> 10));
                 emit(0xDC00 + ((cp - 0x10000) & 0x3FF));
                 p += 4;
@@ -127,6 +134,13 @@ size_t utf16LengthOfUTF8(std::string_view utf8) { return decodeUTF8<false>(utf8,
 void convertValidUTF8ToUTF16(std::string_view utf8, char16_t* out) { decodeUTF8<true>(utf8, out); }
 
 size_t convertUTF8ToUTF16(std::string_view utf8, char16_t* out) { return decodeUTF8<true>(utf8, out); }
+
+size_t offsetOfInvalidUTF8(std::string_view utf8)
+{
+    size_t invalidAt = utf8.size();
+    decodeUTF8<false>(utf8, nullptr, &invalidAt);
+    return invalidAt;
+}
 
 namespace {
 

@@ -24,6 +24,9 @@ ZON_EXPORT void convertValidUTF8ToUTF16(std::string_view utf8, char16_t* out);
 // Checks and decodes in one pass into out, which has room for utf8.size() units; answers the
 // number of units written, or kInvalid (out then holds a partial result).
 ZON_EXPORT size_t convertUTF8ToUTF16(std::string_view utf8, char16_t* out);
+// The offset of the lead byte of the first character that is not valid UTF-8, or utf8.size()
+// when all of it is valid.
+ZON_EXPORT size_t offsetOfInvalidUTF8(std::string_view utf8);
 
 // Copies ascii to out (room for ascii.size() bytes) and answers true when every byte is ASCII;
 // stops at the first block that is not and answers false.
@@ -45,5 +48,33 @@ ZON_EXPORT void appendUTF16ToUTF8(std::u16string_view utf16, std::string& out);
 // The same for byte buffers (data, wire messages): long text is read from memory once and the
 // buffer grows at most twice.
 ZON_EXPORT void appendUTF16ToUTF8(std::u16string_view utf16, ByteVector& out);
+
+// Writes the UTF-8 form of a Unicode scalar value (1 to 4 bytes) at out; answers the end.
+inline char* encodeUTF8(char32_t code, char* out)
+{
+    if (code < 0x80) {
+        *out++ = static_cast<char>(code);
+        return out;
+    }
+    if (code < 0x800) {
+        *out++ = static_cast<char>(0xC0 | (code >> 6));
+    } else if (code < 0x10000) {
+        *out++ = static_cast<char>(0xE0 | (code >> 12));
+        *out++ = static_cast<char>(0x80 | ((code >> 6) & 0x3F));
+    } else {
+        *out++ = static_cast<char>(0xF0 | (code >> 18));
+        *out++ = static_cast<char>(0x80 | ((code >> 12) & 0x3F));
+        *out++ = static_cast<char>(0x80 | ((code >> 6) & 0x3F));
+    }
+    *out++ = static_cast<char>(0x80 | (code & 0x3F));
+    return out;
+}
+
+// Appends the UTF-8 form of a Unicode scalar value.
+inline void appendUTF8(std::string& out, char32_t code)
+{
+    char bytes[4];
+    out.append(bytes, encodeUTF8(code, bytes));
+}
 
 } // namespace zon::utf

@@ -1,5 +1,6 @@
 #include "platform/io/PropertyListSerialization.h"
 #include "platform/values/Array.h"
+#include "platform/values/Base64.h"
 #include "platform/values/Data.h"
 #include "platform/values/Date.h"
 #include "platform/values/Dictionary.h"
@@ -149,23 +150,10 @@ TEST(PropertyListWriter, Base64LinesShrinkByEightPerLevelDownToTwelve)
     EXPECT_THAT(xml, HasSubstr("\n" + std::string(10, '\t') + "</data>\n"));
 }
 
-TEST(PropertyListWriter, Base64MatchesAPlainEncoderForEveryLengthAndByte)
+TEST(PropertyListWriter, Base64LinesJoinToTheEncodingOfTheWholeData)
 {
-    // The encoder takes twelve bytes at a time where it can and six or three elsewhere, so every
-    // length up to a few lines, every byte value and every nesting level's line length count.
-    const auto plainBase64 = [](const std::vector<uint8_t>& bytes) {
-        static constexpr char kAlphabet[] = "ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz0123456789+/";
-        std::string text;
-        for (size_t i = 0; i < bytes.size(); i += 3) {
-            const size_t n = std::min<size_t>(3, bytes.size() - i);
-            const uint32_t triple = bytes[i] << 16 | (n > 1 ? bytes[i + 1] << 8 : 0) | (n > 2 ? bytes[i + 2] : 0);
-            text += kAlphabet[triple >> 18];
-            text += kAlphabet[(triple >> 12) & 0x3F];
-            text += n > 1 ? kAlphabet[(triple >> 6) & 0x3F] : '=';
-            text += n > 2 ? kAlphabet[triple & 0x3F] : '=';
-        }
-        return text;
-    };
+    // Each line is encoded on its own: every length up to a few lines at every line length must
+    // join to the one encoding of the bytes.
     const auto base64Of = [](const std::string& xml) {
         const size_t start = xml.find("<data>") + 6;
         std::string text;
@@ -174,14 +162,15 @@ TEST(PropertyListWriter, Base64MatchesAPlainEncoderForEveryLengthAndByte)
                 text += c;
         return text;
     };
-    uint32_t seed = 12345;
     for (size_t length = 0; length < 300; ++length) {
         std::vector<uint8_t> bytes(length);
         for (size_t i = 0; i < length; ++i)
-            bytes[i] = static_cast<uint8_t>(length < 256 && i == 0 ? length : (seed = seed * 1103515245 + 12345) >> 24);
+            bytes[i] = static_cast<uint8_t>(i * 37 + length);
+        std::string whole(base64::encodedLength(length), '\0');
+        whole.resize(static_cast<size_t>(base64::encode(bytes, whole.data()) - whole.data()));
         Ref<Object> value = Data::dataWithBytes(bytes);
-        for (int level = 0; level < 3; ++level, value = Array::arrayWithObject(value))
-            ASSERT_EQ(base64Of(xmlOf(value)), plainBase64(bytes)) << length << " bytes at level " << level;
+        for (int level = 0; level < 9; ++level, value = Array::arrayWithObject(value))
+            ASSERT_EQ(base64Of(xmlOf(value)), whole) << length << " bytes at level " << level;
     }
 }
 

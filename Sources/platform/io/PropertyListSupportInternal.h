@@ -1,14 +1,16 @@
 #pragma once
 
 // Pieces shared by the property-list readers and writers: nesting limits, calendar arithmetic for
-// dates, and building containers from values read in order.
+// dates, the text forms of scalars, and building containers from values read in order.
 
 #include "platform/runtime/Object.h"
 
+#include <charconv>
 #include <cstdint>
 #include <optional>
 #include <span>
 #include <string>
+#include <string_view>
 
 namespace zon::plist {
 
@@ -34,9 +36,29 @@ inline constexpr double kMaxDateSeconds = 9007199254740992.0;
 
 // The calendar time of a date, or nothing when it is not finite or too far away.
 std::optional<CivilTime> civilTimeFromReferenceSeconds(double seconds);
-// Seconds since the reference date of a valid calendar time.
-double referenceSecondsFromCivilTime(const CivilTime& time);
-int daysInMonth(int64_t year, int month);
+
+// The whole of text as an unsigned number in base (no sign, no prefix), or nothing when it is not
+// one or does not fit.
+template <class Unsigned>
+std::optional<Unsigned> unsignedFromText(std::string_view text, int base)
+{
+    Unsigned value = 0;
+    const auto [end, status] = std::from_chars(text.data(), text.data() + text.size(), value, base);
+    if (text.empty() || status != std::errc() || end != text.data() + text.size())
+        return std::nullopt;
+    return value;
+}
+
+// The scalars of property-list text, given without the white space around them. Nothing when
+// the text is not one.
+// A decimal or 0x-hexadecimal integer with an optional sign; above INT64_MAX an unsigned 64-bit
+// number.
+std::optional<Ref<Object>> parseInteger(std::string_view text);
+// A real as the C library reads it in the C locale, without a second sign.
+std::optional<double> parseReal(std::string_view text);
+// YYYY-MM-DDTHH:MM:SSZ in UTC (the year may be longer than four digits, or negative), as seconds
+// since the reference date.
+std::optional<double> parseDate(std::string_view text);
 
 // Makes an array of items (moved out).
 Ref<Object> makeArray(std::span<Ref<Object>> items, Mutability mutability);

@@ -1,6 +1,6 @@
 #pragma once
 
-#include "platform/io/PropertyListSupport.h"
+#include "platform/io/PropertyListSupportInternal.h"
 
 #include <span>
 #include <string>
