@@ -83,7 +83,8 @@ void addDigestAndGzipCommands(CLI::App& app)
             compress ? "Compress IN into the gzip format as OUT"
                      : "Inflate gzip or zlib data IN into OUT; data cut short is an error");
         command->footer("IN may be a FIFO and OUT a device or a FIFO: both are streamed, in bounded memory. A\n"
-                        "regular OUT appears only when complete; on failure nothing is left in its place.");
+                        "regular OUT is put in place only when complete: a failure leaves no partial file,\n"
+                        "and an OUT that was there before stays as it was.");
         command->add_option("IN", *input, "the file to read")->required();
         command->add_option("OUT", *output, "the file to write (- for standard output)")->required();
         command->callback([input, output, compress] {
@@ -98,7 +99,7 @@ void addDigestAndGzipCommands(CLI::App& app)
 void addJSONCommand(CLI::App& app)
 {
     auto path = std::make_shared<std::string>();
-    auto* json = app.add_subcommand("json", "Parse FILE with the library's JSON parser; exit 1 when it fails");
+    auto* json = app.add_subcommand("json", "Parse FILE (a regular file) with the library's JSON parser; exit 1 when it fails");
     json->add_option("FILE", *path, "a UTF-8 file")->required();
     json->callback([path] {
         Ref<Data> bytes = readWholeFile(*path);
