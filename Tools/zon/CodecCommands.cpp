@@ -1,6 +1,11 @@
 #include "Commands.h"
 
+#include "CommandSupport.h"
+#include "Files.h"
+#include "StreamCodecs.h"
+
 #include "extensions/NSData+ZonExtensions.h"
+#include "platform/system/FileCallsInternal.h"
 #include "platform/values/Exception.h"
 #include "platform/values/Number.h"
 #include "platform/values/String.h"
@@ -9,51 +14,36 @@
 
 #include <CLI/CLI.hpp>
 
-#include <fstream>
 #include <iostream>
-#include <iterator>
 #include <memory>
 #include <optional>
 #include <string>
 #include <vector>
 
+#include <unistd.h>
+
 namespace zon::tool {
 namespace {
 
-// Reports a failure on standard error and ends the command with an exit code.
-[[noreturn]] void fail(const std::string& message, int exitCode = 1)
+constexpr size_t kStandardInputLimit = size_t(64) << 20;
+
+[[noreturn]] void failWith(const Exception& exception)
 {
-    std::cerr << "zon: " << message << '\n';
-    throw CLI::RuntimeError(exitCode);
+    fail(exception.name()->UTF8String() + ": " + exception.reason()->UTF8String());
 }
 
-[[noreturn]] void fail(const Exception& exception) { fail(exception.name()->UTF8String() + ": " + exception.reason()->UTF8String()); }
-
-std::string readAll(std::istream& in) { return std::string(std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>()); }
-
-// The whole file in one read into the buffer the data keeps.
-Ref<Data> readFile(const std::string& path)
+// TEXT when given, else standard input (at most kStandardInputLimit bytes).
+std::string argumentOrInput(const std::optional<std::string>& text)
 {
-    std::ifstream in(path, std::ios::binary | std::ios::ate);
-    if (!in)
-        fail("cannot read " + path, 2);
-    zon::ByteVector bytes(static_cast<size_t>(in.tellg()));
-    in.seekg(0);
-    if (!in.read(reinterpret_cast<char*>(bytes.data()), static_cast<std::streamsize>(bytes.size())))
-        fail("cannot read " + path, 2);
-    return Data::dataWithVector(std::move(bytes));
+    if (text)
+        return *text;
+    auto input = readToEnd(STDIN_FILENO, kStandardInputLimit);
+    if (!input.ok() && input.code() == EFBIG)
+        fail("standard input is longer than " + std::to_string(kStandardInputLimit >> 20) + " MiB", kExitFileError);
+    if (!input)
+        fail("cannot read standard input: " + input.error().text(), kExitFileError);
+    return std::move(input).value();
 }
-
-void writeFile(const std::string& path, const Data* data)
-{
-    std::ofstream out(path, std::ios::binary);
-    out.write(static_cast<const char*>(data->bytes()), static_cast<std::streamsize>(data->length()));
-    if (!out)
-        fail("cannot write " + path, 2);
-}
-
-// TEXT when given, else standard input.
-std::string argumentOrInput(const std::optional<std::string>& text) { return text ? *text : readAll(std::cin); }
 
 void addHexCommands(CLI::App& app)
 {
@@ -73,7 +63,8 @@ void addHexCommands(CLI::App& app)
     decode->add_option("HEX", *text, "the hexadecimal text");
     decode->callback([text] {
         Ref<Data> data = Data::dataFromHexStringRepresentation(String::stringWithUTF8String(argumentOrInput(*text)));
-        std::cout.write(static_cast<const char*>(data->bytes()), static_cast<std::streamsize>(data->length()));
+        OutputFile out("-");
+        out.write(*data);
     });
 }
 
@@ -82,21 +73,25 @@ void addDigestAndGzipCommands(CLI::App& app)
     auto input = std::make_shared<std::string>();
     auto output = std::make_shared<std::string>();
 
-    auto* md5 = app.add_subcommand("md5", "Print the MD5 digest of FILE in upper-case hex");
+    auto* md5 = app.add_subcommand("md5",
+        "Print the MD5 digest of FILE in upper-case hex; FILE may be a FIFO, read as it comes");
     md5->add_option("FILE", *input, "the file")->required();
-    md5->callback([input] { std::cout << readFile(*input)->md5Hash()->UTF8String() << '\n'; });
+    md5->callback([input] { std::cout << md5OfStream(openStream(*input), *input) << '\n'; });
 
     for (const bool compress : {true, false}) {
         auto* command = app.add_subcommand(compress ? "gzip" : "gunzip",
-            compress ? "Compress IN into the gzip format as OUT" : "Inflate gzip or zlib data IN into OUT");
+            compress ? "Compress IN into the gzip format as OUT"
+                     : "Inflate gzip or zlib data IN into OUT; data cut short is an error");
+        command->footer("IN may be a FIFO and OUT a device or a FIFO: both are streamed, in bounded memory. A\n"
+                        "regular OUT is put in place only when complete: a failure leaves no partial file,\n"
+                        "and an OUT that was there before stays as it was.");
         command->add_option("IN", *input, "the file to read")->required();
-        command->add_option("OUT", *output, "the file to write")->required();
+        command->add_option("OUT", *output, "the file to write (- for standard output)")->required();
         command->callback([input, output, compress] {
-            Ref<Data> source = readFile(*input);
-            Ref<Data> result = compress ? source->gzipWithZlib() : source->gunzipWithZlib();
-            if (!result)
-                fail(std::string("the data could not be ") + (compress ? "compressed" : "inflated"));
-            writeFile(*output, result);
+            FileDescriptor in = openStream(*input);
+            OutputFile out(*output);
+            compress ? gzipStream(in, *input, out) : gunzipStream(in, *input, out);
+            out.commit();
         });
     }
 }
@@ -104,16 +99,16 @@ void addDigestAndGzipCommands(CLI::App& app)
 void addJSONCommand(CLI::App& app)
 {
     auto path = std::make_shared<std::string>();
-    auto* json = app.add_subcommand("json", "Parse FILE with the library's JSON parser; exit 1 when it fails");
+    auto* json = app.add_subcommand("json", "Parse FILE (a regular file) with the library's JSON parser; exit 1 when it fails");
     json->add_option("FILE", *path, "a UTF-8 file")->required();
     json->callback([path] {
-        Ref<Data> bytes = readFile(*path);
+        Ref<Data> bytes = readWholeFile(*path);
         Ref<String> text = stringWithUTF8Data(bytes);
         if (!text)
             fail(*path + " is not UTF-8");
         bool success = false;
         Ref<Object> value = TXJSONParser::JsonDecode_withSuccess(text, &success);
-        std::cout << (value ? value->description()->UTF8String() : "(null)") << '\n';
+        std::cout << (value ? printableDescription(value) : "(null)") << '\n';
         std::cout << "success: " << (success ? "true" : "false") << '\n';
         if (!success)
             throw CLI::RuntimeError(1);
@@ -137,8 +132,8 @@ void addTLECommands(CLI::App& app)
     auto* encode = tle->add_subcommand("encode", "Print one field in hex");
     encode->add_option("--type", field->type, "the type code (its low 8 bits are written)")->required();
     auto* kinds = encode->add_option_group("value", "the value, one of");
-    kinds->add_option("--string", field->string, "a string, in the device string encoding");
-    kinds->add_option("--narrow", field->narrow, "a string, one byte per character");
+    kinds->add_option("--string", field->string, "a string, in the device string encoding")->check(validUTF8());
+    kinds->add_option("--narrow", field->narrow, "a string, one byte per character")->check(validUTF8());
     kinds->add_option("--int", field->integer, "an unsigned 32-bit integer")->check(CLI::Range(uint64_t {0}, uint64_t {UINT32_MAX}));
     kinds->add_option("--long", field->longValue, "an unsigned 64-bit integer");
     kinds->add_option("--byte", field->byte, "one byte")->check(CLI::Range(0, 255));
@@ -173,10 +168,10 @@ void addTLECommands(CLI::App& app)
             }
         } catch (const Exception& exception) {
             // A writer that raises leaves what it wrote; show it with the reason.
-            std::cout << buffer->hexStringRepresentation()->UTF8String() << '\n';
-            fail(exception);
+            std::cout << printable(*buffer->hexStringRepresentation()) << '\n';
+            failWith(exception);
         }
-        std::cout << buffer->hexStringRepresentation()->UTF8String() << '\n';
+        std::cout << printable(*buffer->hexStringRepresentation()) << '\n';
     });
 
     auto hex = std::make_shared<std::string>();
@@ -189,7 +184,7 @@ void addTLECommands(CLI::App& app)
             const int32_t consumed = TXZonTLEUtilities::readCompressedIntFrom_atLocation_into(bytes, 0, &value);
             std::cout << "value: " << value->int32Value() << "\nbytes: " << consumed << '\n';
         } catch (const Exception& exception) {
-            fail(exception);
+            failWith(exception);
         }
     });
 }

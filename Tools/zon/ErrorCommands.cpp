@@ -1,5 +1,7 @@
 #include "Commands.h"
 
+#include "CommandSupport.h"
+
 #include "extensions/NSError+ZonExtensions.h"
 #include "platform/values/String.h"
 
@@ -48,7 +50,7 @@ void addErrorCommands(CLI::App& app)
     auto* show = group->add_subcommand("show", "Build an error of the suite domain and print it");
     show->add_option("CODE", options->code, "the suite error code")->required();
     show->add_option("-s,--system-code", options->systemCode, "the system error code behind it");
-    show->add_option("-d,--description", options->description, "the description text");
+    show->add_option("-d,--description", options->description, "the description text")->check(validUTF8());
     show->callback([options] { showError(*options); });
 }
 

@@ -2,6 +2,9 @@
 
 #include "Commands.h"
 
+#include "CommandSupport.h"
+#include "Files.h"
+
 #include "platform/io/PropertyListSerialization.h"
 #include "platform/runtime/Class.h"
 #include "platform/threads/RunLoop.h"
@@ -21,20 +24,21 @@
 #include <algorithm>
 #include <chrono>
 #include <cstdio>
-#include <fstream>
-#include <iterator>
 #include <vector>
 
 namespace zon::tool {
 namespace {
 
+constexpr double kLongestTimeout = 24 * 3600;
+constexpr int kMostBenchMessages = 100'000'000;
+// Well below the largest message a port carries, so that framing never refuses one.
+constexpr size_t kLargestBenchMessage = size_t(64) << 20;
+
 std::string text(const Object* object)
 {
-    if (!object)
-        return "(nil)";
     if (auto string = dynamicCast<String>(object))
-        return string->UTF8String();
-    return object->description()->UTF8String();
+        return printable(*string);
+    return printableDescription(object);
 }
 
 template <class... Parts>
@@ -59,9 +63,10 @@ std::string dataText(const Data* data)
     if (!data)
         return "(nil)";
     std::string bytes(static_cast<const char*>(data->bytes()), data->length());
-    bool printable
+    bool isText
         = std::all_of(bytes.begin(), bytes.end(), [](unsigned char c) { return c >= 0x20 || c == '\n' || c == '\t'; });
-    return std::to_string(bytes.size()) + " bytes" + (printable && !bytes.empty() ? ":\n" + bytes : "");
+    const std::string size = std::to_string(bytes.size()) + " bytes";
+    return isText && !bytes.empty() ? size + ":\n" + printable(std::move(bytes)) : size;
 }
 
 // The delegate of both ends: answers every request with an echo and a note, prints every event.
@@ -160,15 +165,6 @@ bool runUntil(const std::function<bool()>& done, double seconds)
     return true;
 }
 
-Ref<Data> readFile(const std::string& path)
-{
-    std::ifstream in(path, std::ios::binary);
-    if (!in)
-        throw CLI::ValidationError("cannot read " + path);
-    zon::ByteVector bytes((std::istreambuf_iterator<char>(in)), std::istreambuf_iterator<char>());
-    return Data::dataWithVector(std::move(bytes));
-}
-
 Ref<TXZonIPCService> startService(const std::string& name)
 {
     auto service = TXZonIPCService::initWithLocalServiceName(String::stringWithUTF8String(name));
@@ -246,11 +242,11 @@ void send(const SendOptions& options)
     Ref<Object> payload;
     if (!options.dictFile.empty()) {
         Ref<Error> error;
-        payload = PropertyListSerialization::propertyListWithData(readFile(options.dictFile), &error);
+        payload = PropertyListSerialization::propertyListWithData(readWholeFile(options.dictFile), &error);
         if (!dynamicCast<Dictionary>(payload))
             throw CLI::ValidationError(options.dictFile + " does not hold a dictionary property list");
     } else if (!options.dataFile.empty()) {
-        payload = readFile(options.dataFile);
+        payload = readWholeFile(options.dataFile);
     } else {
         payload = String::stringWithUTF8String(options.string);
     }
@@ -340,14 +336,14 @@ void addIPCCommands(CLI::App& app)
     auto serveName = std::make_shared<std::string>();
     auto serveQuiet = std::make_shared<bool>(false);
     auto* serveCommand = ipc->add_subcommand("serve", "Publish a service that echoes every request; Ctrl-C stops it");
-    serveCommand->add_option("NAME", *serveName, "the service name")->required();
+    serveCommand->add_option("NAME", *serveName, "the service name")->required()->check(validUTF8());
     serveCommand->add_flag("--quiet", *serveQuiet, "print nothing per request (for bench)");
     serveCommand->callback([serveName, serveQuiet] { serve(*serveName, *serveQuiet); });
 
     auto options = std::make_shared<SendOptions>();
     auto* sendCommand = ipc->add_subcommand("send", "Connect to a service, send one message, print the reply");
-    sendCommand->add_option("NAME", options->name, "the service to talk to")->required();
-    auto* kind = sendCommand->add_option("--string", options->string, "send this string");
+    sendCommand->add_option("NAME", options->name, "the service to talk to")->required()->check(validUTF8());
+    auto* kind = sendCommand->add_option("--string", options->string, "send this string")->check(validUTF8());
     sendCommand->add_option("--dict", options->dictFile, "send the dictionary of this property-list file")
         ->excludes(kind)
         ->check(CLI::ExistingFile);
@@ -358,18 +354,22 @@ void addIPCCommands(CLI::App& app)
     sendCommand
         ->add_flag("--async", options->async, "send from the service thread and hear the reply as a delegate callback")
         ->excludes(oneway);
-    sendCommand->add_option("--timeout", options->timeout, "seconds to wait for the reply")->capture_default_str();
+    sendCommand->add_option("--timeout", options->timeout, "seconds to wait for the reply")
+        ->capture_default_str()
+        ->check(numberFrom(0, kLongestTimeout));
     sendCommand->callback([options] { send(*options); });
 
     auto benchName = std::make_shared<std::string>();
     auto benchCount = std::make_shared<int>(10000);
     auto benchSize = std::make_shared<size_t>(4);
     auto* benchCommand = ipc->add_subcommand("bench", "Round-trip latency and message rate against a running serve");
-    benchCommand->add_option("NAME", *benchName, "the service to measure")->required();
+    benchCommand->add_option("NAME", *benchName, "the service to measure")->required()->check(validUTF8());
     benchCommand->add_option("--count", *benchCount, "messages per measurement")
         ->capture_default_str()
-        ->check(CLI::PositiveNumber);
-    benchCommand->add_option("--size", *benchSize, "bytes per message")->capture_default_str();
+        ->check(wholeNumberFrom(1, kMostBenchMessages));
+    benchCommand->add_option("--size", *benchSize, "bytes per message")
+        ->capture_default_str()
+        ->check(wholeNumberFrom(0, kLargestBenchMessage));
     benchCommand->callback([benchName, benchCount, benchSize] { bench(*benchName, *benchCount, *benchSize); });
 }
 

@@ -1,5 +1,7 @@
 #include "Commands.h"
 
+#include "CommandSupport.h"
+
 #include "logger/ZonLog.h"
 #include "platform/values/String.h"
 
@@ -29,10 +31,14 @@ void addLogCommands(CLI::App& app)
 {
     auto options = std::make_shared<LogOptions>();
     auto* log = app.add_subcommand("log", "Send one line through the Logger (configured by the ZON_LOG_* variables)");
-    log->add_option("LEVEL", options->level, "1 error, 2 warning, 3 information, 5 detail")->required();
-    log->add_option("MESSAGE", options->message, "the text")->required();
-    log->add_option("-c,--category", options->category, "the log category")->capture_default_str();
-    log->add_option("-i,--identifier", options->identifier, "the log stream")->capture_default_str();
+    log->add_option("LEVEL", options->level, "1 error, 2 warning, 3 information, 5 detail")
+        ->required()
+        ->check(wholeNumberFrom(1, 5));
+    log->add_option("MESSAGE", options->message, "the text")->required()->check(validUTF8());
+    log->add_option("-c,--category", options->category, "the log category")->capture_default_str()->check(validUTF8());
+    log->add_option("-i,--identifier", options->identifier, "the log stream")
+        ->capture_default_str()
+        ->check(validUTF8());
     log->callback([options] { logMessage(*options); });
 }
 

@@ -1,5 +1,8 @@
 #include "Commands.h"
 
+#include "CommandSupport.h"
+#include "Files.h"
+
 #include "platform/io/PropertyListSerialization.h"
 #include "platform/values/Data.h"
 #include "platform/values/Dictionary.h"
@@ -9,41 +12,11 @@
 
 #include <CLI/CLI.hpp>
 
-#include <fstream>
 #include <iostream>
-#include <iterator>
 #include <optional>
 
 namespace zon::tool {
 namespace {
-
-[[noreturn]] void fail(const std::string& message)
-{
-    std::cerr << "zon: " << message << '\n';
-    throw CLI::RuntimeError(1);
-}
-
-Ref<Data> readFile(const std::string& path)
-{
-    std::ifstream in(path, std::ios::binary);
-    if (!in)
-        fail(path + ": cannot open");
-    zon::ByteVector bytes((std::istreambuf_iterator<char>(in)), std::istreambuf_iterator<char>());
-    return Data::dataWithVector(std::move(bytes));
-}
-
-void writeFile(const std::string& path, const Data* data)
-{
-    const auto* bytes = static_cast<const char*>(data->bytes());
-    const auto length = static_cast<std::streamsize>(data->length());
-    if (path == "-") {
-        std::cout.write(bytes, length);
-        return;
-    }
-    std::ofstream out(path, std::ios::binary);
-    if (!out.write(bytes, length))
-        fail(path + ": cannot write");
-}
 
 const char* formatName(PropertyListFormat format)
 {
@@ -53,7 +26,7 @@ const char* formatName(PropertyListFormat format)
 Ref<Object> readPropertyList(const std::string& path, PropertyListFormat* format = nullptr)
 {
     Ref<Error> error;
-    Ref<Object> plist = PropertyListSerialization::propertyListWithData(readFile(path), &error, format);
+    Ref<Object> plist = PropertyListSerialization::propertyListWithData(readWholeFile(path), &error, format);
     if (!plist)
         fail(path + ": " + error->localizedDescription()->UTF8String());
     return plist;
@@ -67,8 +40,10 @@ void convert(const std::string& in, const std::string& out)
     Ref<Data> xml = PropertyListSerialization::dataWithPropertyList(plist, NSPropertyListXMLFormat_v1_0, &error);
     if (!xml)
         fail(error->localizedDescription()->UTF8String());
-    writeFile(out, xml);
-    if (out != "-")
+    OutputFile output(out);
+    output.write(*xml);
+    output.commit();
+    if (!output.isStandardOutput())
         std::cout << "converted " << in << " (" << formatName(format) << ") to " << out << " (XML, " << xml->length()
                   << " bytes)\n";
 }
@@ -122,7 +97,7 @@ void encode(const EncodeOptions& options)
     if (options.string) {
         packet = TXZonIPCPacket::packetWithString(String::stringWithUTF8String(*options.string));
         if (!packet)
-            fail("the string is not valid UTF-8");
+            fail("the string cannot be sent");
     } else if (options.dictionaryFile) {
         Ref<Object> plist = readPropertyList(*options.dictionaryFile);
         auto* dictionary = dynamicCast<Dictionary>(plist.get());
@@ -132,18 +107,18 @@ void encode(const EncodeOptions& options)
         if (!packet)
             fail("the dictionary cannot be sent");
     } else {
-        packet = TXZonIPCPacket::packetWithData(readFile(*options.dataFile));
+        packet = TXZonIPCPacket::packetWithData(readWholeFile(*options.dataFile));
     }
-    std::cout << packet->description()->UTF8String() << '\n' << hexOf(packet->ZONIPCPacketData()) << '\n';
+    std::cout << printableDescription(packet) << '\n' << printable(hexOf(packet->ZONIPCPacketData())) << '\n';
 }
 
 void decode(const std::string& hex)
 {
     Ref<TXZonIPCPacket> packet = TXZonIPCPacket::packetWithZONIPCPacketData(dataOfHex(hex));
-    std::cout << packet->description()->UTF8String() << '\n';
+    std::cout << printableDescription(packet) << '\n';
     switch (packet->type()) {
     case TXZonIPCPacket::kDictionary:
-        std::cout << packet->dictionaryValue()->description()->UTF8String() << '\n';
+        std::cout << printableDescription(packet->dictionaryValue()) << '\n';
         break;
     case TXZonIPCPacket::kString:
     case TXZonIPCPacket::kConnectRequest:
@@ -151,12 +126,12 @@ void decode(const std::string& hex)
     case TXZonIPCPacket::kConnectionNak:
     case TXZonIPCPacket::kDisconnect: {
         Ref<String> text = packet->stringValue();
-        std::cout << (text ? "\"" + text->UTF8String() + "\"" : std::string("(not UTF-8)")) << '\n';
+        std::cout << (text ? "\"" + printable(*text) + "\"" : std::string("(not UTF-8)")) << '\n';
         break;
     }
     default:
         if (packet->dataValue() && packet->dataValue()->length() > 0)
-            std::cout << packet->dataValue()->description()->UTF8String() << '\n';
+            std::cout << printableDescription(packet->dataValue()) << '\n';
     }
 }
 
@@ -177,7 +152,7 @@ void addPlistCommands(CLI::App& app)
     auto options = std::make_shared<EncodeOptions>();
     auto* encodeCommand = packet->add_subcommand("encode", "Build a packet and print it with its wire bytes in hex");
     auto* payload = encodeCommand->add_option_group("payload", "what the packet carries");
-    payload->add_option("--string", options->string, "a string (type 9)");
+    payload->add_option("--string", options->string, "a string (type 9)")->check(validUTF8());
     payload->add_option("--dict", options->dictionaryFile, "a property-list file holding a dictionary (type 8)");
     payload->add_option("--data", options->dataFile, "a file of raw bytes (type 7)");
     payload->require_option(1);

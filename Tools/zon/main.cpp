@@ -1,10 +1,33 @@
 // zon: a command-line window onto the library, for demonstrations and quick checks.
 
+#include "CommandSupport.h"
 #include "Commands.h"
 
 #include "platform/runtime/AutoreleasePool.h"
 
 #include <CLI/CLI.hpp>
+
+#include <cstdio>
+#include <cstring>
+#include <iostream>
+#include <new>
+
+namespace {
+
+// What a command printed has reached standard output only when the last flush and the close
+// succeed; a full disk behind a redirection shows up there.
+int finishStandardOutput(int exitCode)
+{
+    const bool failed = std::fflush(stdout) != 0 || std::ferror(stdout);
+    const int error = errno;
+    if (std::fclose(stdout) != 0 || failed) {
+        std::cerr << "zon: cannot write standard output: " << std::strerror(failed ? error : errno) << '\n';
+        return exitCode == 0 ? zon::tool::kExitFileError : exitCode;
+    }
+    return exitCode;
+}
+
+} // namespace
 
 int main(int argc, char** argv)
 {
@@ -12,6 +35,7 @@ int main(int argc, char** argv)
     CLI::App app {"zon: try out the ZonCommon library from the command line", "zon"};
     app.set_version_flag("--version", "zon " ZON_VERSION);
     app.require_subcommand(1);
+    zon::tool::addFullOutputFlag(app);
 
     zon::tool::addStringCommands(app);
     zon::tool::addErrorCommands(app);
@@ -20,6 +44,14 @@ int main(int argc, char** argv)
     zon::tool::addCodecCommands(app);
     zon::tool::addIPCCommands(app);
 
-    CLI11_PARSE(app, argc, argv);
-    return 0;
+    int exitCode = 0;
+    try {
+        app.parse(argc, argv);
+    } catch (const CLI::ParseError& error) {
+        exitCode = app.exit(error);
+    } catch (const std::bad_alloc&) {
+        std::cerr << "zon: not enough memory for this input\n";
+        exitCode = zon::tool::kExitFailure;
+    }
+    return finishStandardOutput(exitCode);
 }

@@ -1,6 +1,7 @@
 #include "platform/system/FileCallsInternal.h"
 
 #include <algorithm>
+#include <cstdio>
 #include <fcntl.h>
 #include <sys/file.h>
 #include <unistd.h>
@@ -121,6 +122,63 @@ SystemResult<> writeAll(int fd, std::span<const uint8_t> bytes)
         bytes = bytes.subspan(static_cast<size_t>(n));
     }
     return {};
+}
+
+SystemResult<> renameFile(const std::string& from, const std::string& to)
+{
+    if (::rename(from.c_str(), to.c_str()) != 0)
+        return SystemError::last("rename");
+    return {};
+}
+
+FileKind fileKind(const struct stat& status)
+{
+    switch (status.st_mode & S_IFMT) {
+    case S_IFREG: return FileKind::regular;
+    case S_IFDIR: return FileKind::folder;
+    case S_IFIFO: return FileKind::fifo;
+    case S_IFCHR: return FileKind::characterDevice;
+    case S_IFBLK: return FileKind::blockDevice;
+    case S_IFSOCK: return FileKind::socket;
+    case S_IFLNK: return FileKind::symbolicLink;
+    default: return FileKind::other;
+    }
+}
+
+const char* fileKindName(FileKind kind)
+{
+    switch (kind) {
+    case FileKind::regular: return "a regular file";
+    case FileKind::folder: return "a folder";
+    case FileKind::fifo: return "a FIFO";
+    case FileKind::characterDevice: return "a character device";
+    case FileKind::blockDevice: return "a block device";
+    case FileKind::socket: return "a socket";
+    case FileKind::symbolicLink: return "a symbolic link";
+    case FileKind::other: break;
+    }
+    return "a special file";
+}
+
+SystemResult<FileDescriptor> openForReading(const std::string& path, ReadableKinds accepted)
+{
+    auto file = openFile(path, O_RDONLY | O_NONBLOCK | O_NOCTTY);
+    if (!file)
+        return file;
+    auto status = fileStatus(file.value().get());
+    if (!status)
+        return status.error();
+    const FileKind kind = fileKind(status.value());
+    if (kind == FileKind::regular)
+        return file; // reads of regular files never wait, so the non-blocking flag changes nothing
+    if (kind == FileKind::fifo && accepted == ReadableKinds::regularFilesAndFifos) {
+        // A FIFO opened without blocking reads as ended while no writer has come; the blocking
+        // open of the same FIFO waits for one.
+        return openFile("/proc/self/fd/" + std::to_string(file.value().get()), O_RDONLY);
+    }
+    const char* wanted = accepted == ReadableKinds::regularFiles ? "a regular file" : "a regular file or a FIFO";
+    return SystemError {kind == FileKind::folder ? EISDIR : EINVAL, "open",
+        std::string(fileKindName(kind)) + ", not " + wanted};
 }
 
 } // namespace zon

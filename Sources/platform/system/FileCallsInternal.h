@@ -36,5 +36,21 @@ ZON_EXPORT SystemResult<size_t> readSome(int fd, std::span<uint8_t> buffer);
 ZON_EXPORT SystemResult<std::string> readToEnd(int fd, size_t maxBytes);
 // Writes all of bytes to a blocking descriptor.
 ZON_EXPORT SystemResult<> writeAll(int fd, std::span<const uint8_t> bytes);
+// Moves a file to another path in the same file system, replacing what is there.
+ZON_EXPORT SystemResult<> renameFile(const std::string& from, const std::string& to);
+
+// What a file's status says it is.
+enum class FileKind { regular, folder, fifo, characterDevice, blockDevice, socket, symbolicLink, other };
+ZON_EXPORT FileKind fileKind(const struct stat& status);
+// "a regular file", "a folder", "a FIFO", ... for messages.
+ZON_EXPORT const char* fileKindName(FileKind kind);
+
+// The kinds of file a reader takes: whole files only, or pipes too for a reader that streams.
+enum class ReadableKinds { regularFiles, regularFilesAndFifos };
+// Opens path for reading when it is a kind the reader takes. The kind is checked before anything
+// waits, so a refused FIFO does not block for a writer; an accepted one is opened again in
+// blocking mode and waits for its writer as readers of pipes do. A refusal fails with EISDIR (a
+// folder) or EINVAL, its reason naming the kind: "open: a character device, not a regular file".
+ZON_EXPORT SystemResult<FileDescriptor> openForReading(const std::string& path, ReadableKinds accepted);
 
 } // namespace zon

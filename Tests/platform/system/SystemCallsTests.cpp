@@ -11,6 +11,7 @@
 
 #include <cstdlib>
 #include <string>
+#include <thread>
 
 using namespace zon;
 using testing::HasSubstr;
@@ -111,6 +112,50 @@ TEST(FileCalls, ReadToEndStopsAtItsCap)
     auto missing = openFile(folder.file("missing"), O_RDONLY);
     ASSERT_FALSE(missing);
     EXPECT_EQ(missing.error().text(), "open: No such file or directory");
+}
+
+TEST(FileCalls, OpenForReadingTakesOnlyTheKindsAsked)
+{
+    ScratchFolder folder;
+    writeFile(folder.file("plain"), "abc");
+    for (auto kinds : {ReadableKinds::regularFiles, ReadableKinds::regularFilesAndFifos}) {
+        auto plain = openForReading(folder.file("plain"), kinds);
+        ASSERT_TRUE(plain) << plain.error().text();
+        EXPECT_EQ(readToEnd(plain.value().get(), 100).value(), "abc");
+    }
+    auto folderRead = openForReading(folder.path, ReadableKinds::regularFilesAndFifos);
+    EXPECT_EQ(folderRead.code(), EISDIR);
+    EXPECT_EQ(folderRead.error().text(), "open: a folder, not a regular file or a FIFO");
+    EXPECT_EQ(openForReading("/dev/zero", ReadableKinds::regularFiles).error().text(),
+        "open: a character device, not a regular file");
+    EXPECT_EQ(openForReading(folder.file("missing"), ReadableKinds::regularFiles).code(), ENOENT);
+
+    // A refused FIFO answers at once; an accepted one waits for its writer and reads what it wrote.
+    const std::string fifo = folder.file("fifo");
+    ASSERT_EQ(::mkfifo(fifo.c_str(), 0600), 0);
+    EXPECT_EQ(openForReading(fifo, ReadableKinds::regularFiles).error().text(), "open: a FIFO, not a regular file");
+    std::thread writer([&] {
+        auto end = openFile(fifo, O_WRONLY);
+        ASSERT_TRUE(end);
+        ::usleep(20000); // the reader is past its open and reading before anything arrives
+        ASSERT_TRUE(writeAll(end.value().get(), {reinterpret_cast<const uint8_t*>("piped"), 5}));
+    });
+    auto piped = openForReading(fifo, ReadableKinds::regularFilesAndFifos);
+    ASSERT_TRUE(piped) << piped.error().text();
+    EXPECT_EQ(readToEnd(piped.value().get(), 100).value(), "piped");
+    writer.join();
+}
+
+TEST(FileCalls, RenameReplacesTheTarget)
+{
+    ScratchFolder folder;
+    writeFile(folder.file("new"), "new");
+    writeFile(folder.file("old"), "old");
+    ASSERT_TRUE(renameFile(folder.file("new"), folder.file("old")));
+    auto file = openFile(folder.file("old"), O_RDONLY);
+    EXPECT_EQ(readToEnd(file.value().get(), 100).value(), "new");
+    EXPECT_EQ(pathStatus(folder.file("new")).code(), ENOENT);
+    EXPECT_EQ(renameFile(folder.file("new"), folder.file("old")).error().text(), "rename: No such file or directory");
 }
 
 TEST(FileCalls, LockIsHeldByOneOwnerAndFreedWithIt)

@@ -1,0 +1,346 @@
+#include "platform/values/Data.h"
+#include "platform/values/String.h"
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <fcntl.h>
+#include <signal.h>
+#include <sys/resource.h>
+#include <sys/stat.h>
+#include <sys/wait.h>
+#include <unistd.h>
+#include <zlib.h>
+
+#include <cstdlib>
+#include <filesystem>
+#include <fstream>
+#include <optional>
+#include <sstream>
+#include <string>
+#include <vector>
+
+using namespace zon;
+using testing::AllOf;
+using testing::HasSubstr;
+using testing::Not;
+using testing::StartsWith;
+
+namespace {
+
+namespace fs = std::filesystem;
+
+// A scratch folder removed with its files at the end of the test.
+struct ScratchFolder {
+    ScratchFolder()
+    {
+        char name[] = "/tmp/zon-tool-XXXXXX";
+        path = ::mkdtemp(name);
+    }
+    ~ScratchFolder() { fs::remove_all(path); }
+    std::string file(const char* name) const { return path + "/" + name; }
+    std::vector<std::string> names() const
+    {
+        std::vector<std::string> found;
+        for (const auto& entry : fs::directory_iterator(path))
+            found.push_back(entry.path().filename());
+        std::sort(found.begin(), found.end());
+        return found;
+    }
+    std::string path;
+};
+
+std::string contentOf(const std::string& path)
+{
+    std::ifstream in(path, std::ios::binary);
+    std::ostringstream text;
+    text << in.rdbuf();
+    return text.str();
+}
+
+void writeFile(const std::string& path, const std::string& bytes) { std::ofstream(path, std::ios::binary) << bytes; }
+
+using ToolArguments = std::vector<std::string>;
+
+struct ToolRun {
+    int exitCode = -1; // -1 when a signal ended the child
+    std::string out;
+    std::string err;
+    long peakKiB = 0;
+};
+
+struct RunOptions {
+    std::optional<rlim_t> fileSizeLimit; // writes past it fail with EFBIG, as on a full disk
+    std::string stdoutPath;              // where standard output goes, else captured
+};
+
+// Runs the tool with args; a child still running after 30 s is killed by its own alarm.
+ToolRun runZon(ToolArguments args, const RunOptions& options = {})
+{
+    ScratchFolder captures;
+    const std::string outPath = options.stdoutPath.empty() ? captures.file("out") : options.stdoutPath;
+    const std::string errPath = captures.file("err");
+    args.insert(args.begin(), ZON_TOOL_PATH);
+    std::vector<char*> argv;
+    for (auto& arg : args)
+        argv.push_back(arg.data());
+    argv.push_back(nullptr);
+
+    const pid_t child = ::fork();
+    if (child == 0) {
+        const int in = ::open("/dev/null", O_RDONLY);
+        const int out = ::open(outPath.c_str(), O_WRONLY | O_CREAT | O_TRUNC, 0600);
+        const int err = ::open(errPath.c_str(), O_WRONLY | O_CREAT | O_TRUNC, 0600);
+        ::dup2(in, 0);
+        ::dup2(out, 1);
+        ::dup2(err, 2);
+        if (options.fileSizeLimit) {
+            ::signal(SIGXFSZ, SIG_IGN); // a write past the limit fails instead of killing
+            rlimit limit {*options.fileSizeLimit, *options.fileSizeLimit};
+            ::setrlimit(RLIMIT_FSIZE, &limit);
+        }
+        ::alarm(30);
+        ::execv(argv[0], argv.data());
+        ::_exit(127);
+    }
+    int status = 0;
+    rusage usage {};
+    ::wait4(child, &status, 0, &usage);
+    ToolRun run;
+    run.exitCode = WIFEXITED(status) ? WEXITSTATUS(status) : -1;
+    run.out = options.stdoutPath.empty() ? contentOf(outPath) : "";
+    run.err = contentOf(errPath);
+    run.peakKiB = usage.ru_maxrss;
+    return run;
+}
+
+std::string randomBytes(size_t count, unsigned seed)
+{
+    std::string bytes(count, '\0');
+    for (auto& byte : bytes) {
+        seed = seed * 1103515245 + 12345;
+        byte = static_cast<char>(seed >> 16);
+    }
+    return bytes;
+}
+
+// gzip of count zero bytes, made piece by piece.
+std::string gzipOfZeros(size_t count)
+{
+    z_stream stream {};
+    deflateInit2(&stream, Z_BEST_SPEED, Z_DEFLATED, 31, 8, Z_DEFAULT_STRATEGY); // still over 200 to 1
+    std::vector<uint8_t> zeros(1 << 20), out(1 << 16);
+    std::string gz;
+    for (size_t left = count; left > 0 || stream.avail_in > 0;) {
+        const size_t piece = std::min(left, zeros.size());
+        left -= piece;
+        stream.next_in = zeros.data();
+        stream.avail_in = static_cast<uInt>(piece);
+        int rc = Z_OK;
+        do {
+            stream.next_out = out.data();
+            stream.avail_out = static_cast<uInt>(out.size());
+            rc = deflate(&stream, left == 0 ? Z_FINISH : Z_NO_FLUSH);
+            gz.append(reinterpret_cast<char*>(out.data()), out.size() - stream.avail_out);
+        } while (stream.avail_out == 0 || (left == 0 && rc != Z_STREAM_END));
+    }
+    deflateEnd(&stream);
+    return gz;
+}
+
+Ref<Data> dataOf(const std::string& bytes) { return Data::dataWithBytes(bytes.data(), bytes.size()); }
+
+} // namespace
+
+TEST(ZonTool, InputThatIsNoFileOrNeverEndsIsRefusedNamingThePath)
+{
+    ScratchFolder folder;
+    const std::string fifo = folder.file("fifo");
+    ASSERT_EQ(::mkfifo(fifo.c_str(), 0600), 0);
+    // Whole-input commands refuse a FIFO too (at once, without waiting for a writer).
+    for (const std::string& path : {folder.path, std::string("/dev/zero"), fifo}) {
+        for (ToolArguments args :
+            {ToolArguments {"json", path}, {"plist", "convert", path, "-"}, {"packet", "encode", "--data", path}}) {
+            ToolRun run = runZon(args);
+            EXPECT_EQ(run.exitCode, 2) << args[0] << ' ' << path;
+            EXPECT_THAT(run.err,
+                AllOf(StartsWith("zon: cannot read " + path + ": open: a "), HasSubstr(", not a regular file\n")));
+        }
+    }
+    // Streaming commands take FIFOs but no folder or device.
+    for (const std::string& path : {folder.path, std::string("/dev/zero")}) {
+        for (ToolArguments args :
+            {ToolArguments {"md5", path}, {"gzip", path, folder.file("out")}, {"gunzip", path, folder.file("out")}}) {
+            ToolRun run = runZon(args);
+            EXPECT_EQ(run.exitCode, 2) << args[0] << ' ' << path;
+            EXPECT_THAT(run.err, HasSubstr(path + ": open: a "));
+            EXPECT_THAT(run.err, HasSubstr(", not a regular file or a FIFO"));
+        }
+    }
+    EXPECT_EQ(folder.names(), std::vector<std::string> {"fifo"});
+}
+
+TEST(ZonTool, StreamingCommandsGiveTheLibrarysBytes)
+{
+    ScratchFolder folder;
+    // Compressible and random parts, over several read pieces.
+    const std::string bytes = std::string(300000, 'a') + randomBytes(700000, 7) + std::string(200000, '\n');
+    writeFile(folder.file("in"), bytes);
+    writeFile(folder.file("empty"), "");
+
+    ToolRun md5 = runZon({"md5", folder.file("in")});
+    EXPECT_EQ(md5.exitCode, 0) << md5.err;
+    EXPECT_EQ(md5.out, dataOf(bytes)->md5Hash()->UTF8String() + "\n");
+
+    ASSERT_EQ(runZon({"gzip", folder.file("in"), folder.file("in.gz")}).exitCode, 0);
+    const std::string gz = contentOf(folder.file("in.gz"));
+    EXPECT_TRUE(dataOf(gz)->isEqualToData(dataOf(bytes)->gzipWithZlib()));
+    ASSERT_EQ(runZon({"gunzip", folder.file("in.gz"), folder.file("back")}).exitCode, 0);
+    EXPECT_EQ(contentOf(folder.file("back")), bytes);
+
+    // A FIFO is read as it comes, like a pipe into gzip -d.
+    const std::string fifo = folder.file("fifo");
+    ASSERT_EQ(::mkfifo(fifo.c_str(), 0600), 0);
+    const pid_t writer = ::fork();
+    if (writer == 0) {
+        std::ofstream(fifo, std::ios::binary) << gz;
+        ::_exit(0);
+    }
+    ToolRun piped = runZon({"gunzip", fifo, "-"});
+    ::waitpid(writer, nullptr, 0);
+    EXPECT_EQ(piped.exitCode, 0) << piped.err;
+    EXPECT_TRUE(piped.out == bytes);
+
+    // Empty stays empty both ways, as in the library.
+    ASSERT_EQ(runZon({"gzip", folder.file("empty"), folder.file("empty.gz")}).exitCode, 0);
+    EXPECT_EQ(contentOf(folder.file("empty.gz")), "");
+    ASSERT_EQ(runZon({"gunzip", folder.file("empty"), folder.file("empty.out")}).exitCode, 0);
+    EXPECT_EQ(contentOf(folder.file("empty.out")), "");
+}
+
+TEST(ZonTool, GunzipRefusesDataCutShortOrForeignAndLeavesNoOutput)
+{
+    ScratchFolder folder;
+    const Ref<Data> packed = dataOf(randomBytes(400000, 3))->gzipWithZlib();
+    writeFile(folder.file("cut.gz"), std::string(static_cast<const char*>(packed->bytes()), packed->length() - 10));
+    writeFile(folder.file("plain"), "not compressed at all");
+    writeFile(folder.file("out"), "kept");
+
+    ToolRun cut = runZon({"gunzip", folder.file("cut.gz"), folder.file("out")});
+    EXPECT_EQ(cut.exitCode, 1);
+    EXPECT_EQ(cut.err, "zon: " + folder.file("cut.gz") + ": the compressed data ends early\n");
+    ToolRun foreign = runZon({"gunzip", folder.file("plain"), folder.file("new")});
+    EXPECT_EQ(foreign.exitCode, 1);
+    EXPECT_THAT(foreign.err, HasSubstr("plain: not gzip or zlib data ("));
+    EXPECT_EQ(contentOf(folder.file("out")), "kept");
+    EXPECT_EQ(folder.names(), (std::vector<std::string> {"cut.gz", "out", "plain"}));
+}
+
+TEST(ZonTool, FailedWritesNeverSucceedNorLeaveAPartialFile)
+{
+    ScratchFolder folder;
+    const std::string bytes = randomBytes(1 << 20, 11);
+    writeFile(folder.file("in"), bytes);
+    ASSERT_EQ(runZon({"gzip", folder.file("in"), folder.file("in.gz")}).exitCode, 0);
+
+    // Every write to /dev/full fails with ENOSPC.
+    for (const char* command : {"gzip", "gunzip"}) {
+        ToolRun full = runZon({command, folder.file(command == std::string("gzip") ? "in" : "in.gz"), "/dev/full"});
+        EXPECT_EQ(full.exitCode, 2) << command;
+        EXPECT_EQ(full.err, "zon: cannot write /dev/full: write: No space left on device\n");
+    }
+
+    // A file size limit fails writes past it, as a full disk does, on a regular file: neither a
+    // new output nor a partial one over an old output is left.
+    writeFile(folder.file("old"), "old content");
+    for (const char* out : {"new", "old"}) {
+        ToolRun limited = runZon({"gunzip", folder.file("in.gz"), folder.file(out)}, {.fileSizeLimit = 64 * 1024});
+        EXPECT_EQ(limited.exitCode, 2) << out;
+        EXPECT_THAT(limited.err, AllOf(HasSubstr("cannot write " + folder.file(out)), HasSubstr("File too large")));
+    }
+    EXPECT_EQ(contentOf(folder.file("old")), "old content");
+    EXPECT_EQ(folder.names(), (std::vector<std::string> {"in", "in.gz", "old"}));
+
+    // Standard output is checked to its close.
+    ToolRun hex = runZon({"hex", "encode", "abc"}, {.stdoutPath = "/dev/full"});
+    EXPECT_EQ(hex.exitCode, 2);
+    EXPECT_EQ(hex.err, "zon: cannot write standard output: No space left on device\n");
+}
+
+TEST(ZonTool, PlistConvertSaysConvertedOnlyWhenTheFileIsWhole)
+{
+    ScratchFolder folder;
+    writeFile(folder.file("in.plist"),
+        "<plist version=\"1.0\"><array><string>" + std::string(100000, 'y') + "</string></array></plist>");
+    ToolRun full = runZon({"plist", "convert", folder.file("in.plist"), "/dev/full"});
+    EXPECT_EQ(full.exitCode, 2);
+    EXPECT_THAT(full.out, Not(HasSubstr("converted")));
+    ToolRun limited
+        = runZon({"plist", "convert", folder.file("in.plist"), folder.file("out.plist")}, {.fileSizeLimit = 4096});
+    EXPECT_EQ(limited.exitCode, 2);
+    EXPECT_EQ(limited.out, "");
+    ToolRun fine = runZon({"plist", "convert", folder.file("in.plist"), folder.file("out.plist")});
+    EXPECT_EQ(fine.exitCode, 0) << fine.err;
+    EXPECT_THAT(fine.out, StartsWith("converted "));
+}
+
+TEST(ZonTool, GunzipOfABombStaysInBoundedMemory)
+{
+    ScratchFolder folder;
+    constexpr size_t kInflated = size_t(256) << 20;
+    writeFile(folder.file("bomb.gz"), gzipOfZeros(kInflated));
+    ToolRun run = runZon({"gunzip", folder.file("bomb.gz"), "/dev/null"});
+    EXPECT_EQ(run.exitCode, 0) << run.err;
+    // A tool that held the output would pass 256 MiB; streaming stays near the program's own size.
+    EXPECT_LT(run.peakKiB, 96 * 1024) << "peak RSS " << run.peakKiB << " KiB";
+}
+
+TEST(ZonTool, OptionValuesAreCheckedWithReadableMessages)
+{
+    struct Case {
+        std::vector<std::string> args;
+        std::string message;
+    };
+    const std::string notUTF8 = "caf\xe9";
+    for (const Case& c : std::vector<Case> {
+             {{"log", "99", "x"}, "LEVEL: must be a whole number from 1 to 5, not '99'"},
+             {{"log", "-5", "x"}, "LEVEL: must be a whole number from 1 to 5, not '-5'"},
+             {{"log", "2", notUTF8}, "MESSAGE: the text is not valid UTF-8"},
+             {{"ipc", "bench", "x", "--count", "0"}, "--count: must be a whole number from 1 to 100000000, not '0'"},
+             {{"ipc", "bench", "x", "--size", "-1"}, "--size: must be a whole number from 0 to 67108864, not '-1'"},
+             {{"ipc", "send", "x", "--timeout", "nan"}, "--timeout: must be a number from 0 to 86400, not 'nan'"},
+             {{"ipc", "send", "x", "--string", notUTF8}, "--string: the text is not valid UTF-8"},
+             {{"packet", "encode", "--string", notUTF8}, "--string: the text is not valid UTF-8"},
+         }) {
+        ToolRun run = runZon(c.args);
+        EXPECT_NE(run.exitCode, 0) << c.args[0];
+        EXPECT_THAT(run.err, StartsWith(c.message + "\n")) << c.args[0];
+    }
+}
+
+TEST(ZonTool, LongTextIsCutAtAMebibyteUnlessFullIsAsked)
+{
+    ScratchFolder folder;
+    const std::string text(1500000, 'x');
+    writeFile(folder.file("long.json"), "[\"" + text + "\"]");
+
+    ToolRun cut = runZon({"json", folder.file("long.json")});
+    EXPECT_EQ(cut.exitCode, 0) << cut.err;
+    EXPECT_LT(cut.out.size(), (size_t(1) << 20) + 200);
+    // The description is "(\n    " + text + "\n)", 1500008 characters.
+    const std::string note = "\n[zon: 451432 more characters left out; --full prints everything]\nsuccess: true\n";
+    EXPECT_TRUE(cut.out.ends_with(note)) << cut.out.substr(cut.out.size() - std::min<size_t>(200, cut.out.size()));
+
+    ToolRun whole = runZon({"json", folder.file("long.json"), "--full"});
+    EXPECT_EQ(whole.exitCode, 0) << whole.err;
+    EXPECT_TRUE(whole.out.find(text) != std::string::npos);
+    EXPECT_TRUE(whole.out.ends_with(")\nsuccess: true\n"));
+}
+
+TEST(ZonTool, LogLinesNameTheToolSourceFromTheTreeOn)
+{
+    ToolRun run = runZon({"log", "2", "from the tool"});
+    EXPECT_EQ(run.exitCode, 0);
+    EXPECT_THAT(run.err, HasSubstr(" Tools/zon/LogCommands.cpp:"));
+    EXPECT_THAT(run.err, HasSubstr(": from the tool\n"));
+}
