@@ -1,6 +1,8 @@
 #include "extensions/NSError+ZonExtensions.h"
 #include "platform/io/MessageFrameInternal.h"
 #include "platform/io/MessagePortDirectory.h"
+#include "platform/system/FileCallsInternal.h"
+#include "platform/system/SocketCallsInternal.h"
 #include "platform/runtime/Class.h"
 #include "platform/threads/RunLoop.h"
 #include "platform/threads/Thread.h"
@@ -18,6 +20,7 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include <sys/resource.h>
 #include <sys/socket.h>
 #include <sys/un.h>
 #include <unistd.h>
@@ -421,6 +424,73 @@ TEST_F(TXZonIPCServiceTest, StrangeBytesOnThePeersSocketDoNotDisturbIt)
     EXPECT_EQ(utf8(service->sendString_error(ZSTR("ping"), nullptr)), "pong");
     for (int fd : strangers)
         ::close(fd);
+}
+
+// ---- Hostile peers of the same user ----
+
+// A peer program whose process runs under a resource limit.
+PeerProcess startLimitedPeer(int resource, rlim_t limit)
+{
+    return PeerProcess(ZON_IPC_PEER_PATH, {"serve", "peer"},
+        {.captureOutput = true, .beforeExec = [resource, limit] {
+             rlimit value {limit, limit};
+             ::setrlimit(resource, &value);
+         }});
+}
+
+// A figure of the peer's /proc status ("VmRSS", "VmSize") in KiB.
+size_t peerStatusKiB(const PeerProcess& peer, const std::string& field)
+{
+    auto file = openFile("/proc/" + std::to_string(peer.pid()) + "/status", O_RDONLY);
+    auto text = file ? readToEnd(file.value().get(), 1 << 20) : SystemResult<std::string>(file.error());
+    if (!text)
+        return 0;
+    const size_t at = text.value().find(field + ":");
+    return at == std::string::npos ? 0 : std::stoul(text.value().substr(at + field.size() + 1));
+}
+
+TEST_F(TXZonIPCServiceTest, IdleConnectionsCannotTakeTheDescriptorsTheServiceNeeds)
+{
+    // 300 idle connections against a limit of 256 descriptors: the peer keeps some in reserve,
+    // so our connection is accepted, its connection back to us is made, and it answers.
+    auto peer = startLimitedPeer(RLIMIT_NOFILE, 256);
+    ASSERT_TRUE(waitForLine(peer, "ready"));
+    const std::string path = messagePortPaths("peer").value().socketPath;
+    std::vector<FileDescriptor> idle;
+    for (int i = 0; i < 300; ++i)
+        if (auto connection = connectToLocalSocket(path, std::chrono::seconds(5)))
+            idle.push_back(std::move(connection).value());
+    EXPECT_EQ(idle.size(), 300u);
+    auto service = connectedToPeer(peer);
+    EXPECT_EQ(utf8(service->sendString_error(ZSTR("ping"), nullptr)), "pong");
+}
+
+TEST_F(TXZonIPCServiceTest, HeadersAnnouncingHugeMessagesCostOnlyWhatArrives)
+{
+    // 200 connections each announce 256 MiB and send a few bytes. Under a 4 GiB address-space
+    // limit the peer must stay small and keep serving.
+#if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
+    auto peer = startPeer({"serve", "peer"}); // the sanitizers need their own address space
+#else
+    auto peer = startLimitedPeer(RLIMIT_AS, rlim_t(4) << 30);
+#endif
+    auto service = connectedToPeer(peer);
+    const std::string path = messagePortPaths("peer").value().socketPath;
+    std::vector<FileDescriptor> stalled;
+    uint8_t frame[kMessageFrameHeaderSize + 100] {};
+    encodeMessageFrameHeader({kMessageFrameMaxLength, 1, 0, MessageFrameReplyWanted}, frame);
+    for (int i = 0; i < 200; ++i) {
+        auto connection = connectToLocalSocket(path, std::chrono::seconds(5));
+        ASSERT_TRUE(connection);
+        iovec part {frame, sizeof frame};
+        ASSERT_TRUE(sendParts(connection.value().get(), {&part, 1}));
+        stalled.push_back(std::move(connection).value());
+    }
+    EXPECT_EQ(utf8(service->sendString_error(ZSTR("ping"), nullptr)), "pong");
+    EXPECT_LT(peerStatusKiB(peer, "VmRSS"), 256u * 1024);
+#if !defined(__SANITIZE_ADDRESS__) && !defined(__SANITIZE_THREAD__)
+    EXPECT_LT(peerStatusKiB(peer, "VmSize"), 2u * 1024 * 1024);
+#endif
 }
 
 // ---- Within one process ----

@@ -37,19 +37,93 @@ size_t MessageFrameWrite::unwrittenParts(iovec* parts) const
     return count;
 }
 
-MessageFrameReader::MessageFrameReader(uint32_t maxLength, size_t prefixLength)
+MessageFrameBudget& MessageFrameBudget::incoming()
+{
+    static MessageFrameBudget* const budget = new MessageFrameBudget(2 * size_t(kMessageFrameMaxLength));
+    return *budget;
+}
+
+bool MessageFrameBudget::tryTake(size_t bytes)
+{
+    std::lock_guard lock(mutex_);
+    if (bytes > limit_ - held_)
+        return false;
+    held_ += bytes;
+    return true;
+}
+
+void MessageFrameBudget::giveBack(size_t bytes)
+{
+    std::vector<std::function<void()>> waking;
+    {
+        std::lock_guard lock(mutex_);
+        held_ -= std::min(bytes, held_);
+        if (bytes)
+            waking.swap(waiting_);
+    }
+    for (auto& wake : waking)
+        wake();
+}
+
+void MessageFrameBudget::whenRoom(std::function<void()> wake)
+{
+    {
+        std::lock_guard lock(mutex_);
+        if (held_ >= limit_) {
+            waiting_.push_back(std::move(wake));
+            return;
+        }
+    }
+    wake();
+}
+
+size_t MessageFrameBudget::held() const
+{
+    std::lock_guard lock(mutex_);
+    return held_;
+}
+
+MessageFrameReader::MessageFrameReader(uint32_t maxLength, size_t prefixLength, MessageFrameBudget* budget)
     : maxLength_(std::min(maxLength, kMessageFrameMaxLength))
     , prefixLength_(std::min(prefixLength, kMessagePrefixMaxLength))
+    , budget_(budget)
     , staging_(kStagingSize)
 {
+}
+
+MessageFrameReader::~MessageFrameReader()
+{
+    if (budget_)
+        budget_->giveBack(charged_);
+}
+
+bool MessageFrameReader::growPayload()
+{
+    const size_t size = current_.payload.size();
+    const size_t target = std::min(expected_, std::max(kFirstPayloadSize, 2 * size));
+    const size_t more = target - size;
+    if (budget_ && !budget_->tryTake(more))
+        return false;
+    try {
+        current_.payload.resize(target);
+    } catch (...) {
+        if (budget_)
+            budget_->giveBack(more);
+        throw;
+    }
+    charged_ += more;
+    return true;
 }
 
 std::span<uint8_t> MessageFrameReader::buffer()
 {
     // Once the staging area is drained, the rest of a payload goes straight into its storage.
     lastBufferWasPayload_ = inPayload_ && begin_ == end_;
-    if (lastBufferWasPayload_)
+    if (lastBufferWasPayload_) {
+        if (filled_ == current_.payload.size() && !growPayload())
+            return {};
         return {current_.payload.data() + filled_, current_.payload.size() - filled_};
+    }
     if (begin_ == end_)
         begin_ = end_ = 0;
     else if (staging_.size() - end_ < kMessageFrameHeaderSize + kMessagePrefixMaxLength) {
@@ -66,7 +140,7 @@ MessageFrameReader::Status MessageFrameReader::commit(size_t n)
         return status_;
     if (lastBufferWasPayload_) {
         filled_ += n;
-        if (filled_ == current_.payload.size())
+        if (filled_ == expected_)
             finishPayload();
         return status_;
     }
@@ -78,6 +152,8 @@ MessageFrameReader::ReadOutcome MessageFrameReader::readAvailable(int fd)
 {
     for (;;) {
         auto room = buffer();
+        if (room.empty())
+            return ReadOutcome::Starved;
         auto read = readSome(fd, room);
         if (!read && (read.code() == EAGAIN || read.code() == EWOULDBLOCK))
             return ReadOutcome::Drained;
@@ -86,7 +162,7 @@ MessageFrameReader::ReadOutcome MessageFrameReader::readAvailable(int fd)
         const size_t n = read.value();
         if (commit(n) != Status::Ok)
             return ReadOutcome::Refused;
-        if (n < room.size())
+        if (n < room.size() || hasFrame())
             return ReadOutcome::Drained; // a short read: the socket is empty for now
     }
 }
@@ -95,6 +171,8 @@ MessageFrameReader::Status MessageFrameReader::feed(std::span<const uint8_t> byt
 {
     while (!bytes.empty() && status_ == Status::Ok) {
         auto room = buffer();
+        if (room.empty())
+            break; // starved: the rest waits for the budget
         size_t n = std::min(room.size(), bytes.size());
         std::memcpy(room.data(), bytes.data(), n);
         bytes = bytes.subspan(n);
@@ -114,12 +192,15 @@ MessageFrameReader::Status MessageFrameReader::parseStaging()
 {
     while (status_ == Status::Ok) {
         if (inPayload_) {
-            size_t n = std::min(end_ - begin_, current_.payload.size() - filled_);
-            if (n)
+            while (filled_ < expected_ && begin_ < end_) {
+                if (filled_ == current_.payload.size() && !growPayload())
+                    return status_; // the rest stays staged until the budget has room
+                const size_t n = std::min(end_ - begin_, current_.payload.size() - filled_);
                 std::memcpy(current_.payload.data() + filled_, staging_.data() + begin_, n);
-            begin_ += n;
-            filled_ += n;
-            if (filled_ < current_.payload.size())
+                begin_ += n;
+                filled_ += n;
+            }
+            if (filled_ < expected_)
                 return status_;
             finishPayload();
             continue;
@@ -153,7 +234,8 @@ MessageFrameReader::Status MessageFrameReader::parseStaging()
         std::memcpy(current_.prefix.data(), staging_.data() + begin_, prefixLength);
         current_.prefixLength = static_cast<uint8_t>(prefixLength);
         begin_ += prefixLength;
-        current_.payload.resize(header.length - prefixLength);
+        current_.payload.clear();
+        expected_ = header.length - prefixLength;
         filled_ = 0;
         inPayload_ = true;
     }
@@ -162,6 +244,8 @@ MessageFrameReader::Status MessageFrameReader::parseStaging()
 
 void MessageFrameReader::finishPayload()
 {
+    if (budget_)
+        budget_->giveBack(std::exchange(charged_, 0));
     frames_.push_back(std::move(current_));
     current_ = MessageFrame {};
     filled_ = 0;

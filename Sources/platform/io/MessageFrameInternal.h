@@ -20,6 +20,8 @@
 #include <cstddef>
 #include <cstdint>
 #include <deque>
+#include <functional>
+#include <mutex>
 #include <span>
 #include <vector>
 #include <sys/uio.h>
@@ -81,13 +83,37 @@ struct MessageFrame {
     ByteVector payload;
 };
 
+// What the partial messages of the readers that share it may hold together. A reader that would
+// pass it stops reading until another one gives bytes back, as a sender waits on a full socket.
+class ZON_EXPORT MessageFrameBudget {
+public:
+    explicit MessageFrameBudget(size_t limit) : limit_(limit) {}
+    // The budget of every message port's incoming connections in this process: 512 MiB, twice
+    // the largest message.
+    static MessageFrameBudget& incoming();
+
+    bool tryTake(size_t bytes);
+    void giveBack(size_t bytes);
+    // Calls wake once, on the thread that next gives bytes back (at once when some are free).
+    void whenRoom(std::function<void()> wake);
+    size_t held() const;
+    size_t limit() const { return limit_; }
+
+private:
+    const size_t limit_;
+    mutable std::mutex mutex_;
+    size_t held_ = 0;
+    std::vector<std::function<void()>> waiting_;
+};
+
 // Reassembles frames from a byte stream that arrives in pieces of any size.
 //
 // Reads go into buffer(): a staging area for headers and small messages, or, once a large
 // message's header is known, straight into that message's own storage, so big payloads are not
-// copied twice. Complete frames queue up until takeFrame() hands them out; taking them one at a
-// time lets a handler that runs the event loop again read more without disturbing the frames
-// already waiting.
+// copied twice. That storage grows with the bytes that arrive, not with the length a header
+// announces, and with a budget it grows only as far as the budget allows. Complete frames queue
+// up until takeFrame() hands them out; taking them one at a time lets a handler that runs the
+// event loop again read more without disturbing the frames already waiting.
 class ZON_EXPORT MessageFrameReader {
 public:
     enum class Status {
@@ -98,9 +124,13 @@ public:
 
     // Frames split off the first prefixLength bytes (at most kMessagePrefixMaxLength) of their
     // message into MessageFrame::prefix; a shorter message goes there whole.
-    explicit MessageFrameReader(uint32_t maxLength = kMessageFrameMaxLength, size_t prefixLength = 0);
+    explicit MessageFrameReader(
+        uint32_t maxLength = kMessageFrameMaxLength, size_t prefixLength = 0, MessageFrameBudget* budget = nullptr);
+    ~MessageFrameReader();
+    MessageFrameReader(const MessageFrameReader&) = delete;
+    MessageFrameReader& operator=(const MessageFrameReader&) = delete;
 
-    // Where the next read should put its bytes; never empty while the status is Ok.
+    // Where the next read should put its bytes; empty only when the budget has no room for more.
     std::span<uint8_t> buffer();
     // Takes the first n bytes of the last buffer(). After an error the reader stays failed and
     // ignores further input.
@@ -112,12 +142,16 @@ public:
         Drained, // nothing more to read now; the event loop reports the descriptor again later
         Ended,   // the peer closed its end (or the read failed); frames read before stay takeable
         Refused, // the bytes are not frames: status() says why
+        Starved, // the budget has no room for more: read again once it has (MessageFrameBudget::whenRoom)
     };
-    // Reads what a non-blocking descriptor holds, through buffer() and commit().
+    // Reads what a non-blocking descriptor holds, through buffer() and commit(), until it is
+    // drained or a frame is complete (frames are handed out before more is read).
     ReadOutcome readAvailable(int fd);
 
     Status status() const { return status_; }
     bool hasFrame() const { return !frames_.empty(); }
+    // A message has begun and not ended.
+    bool hasPartialFrame() const { return inPayload_ || end_ > begin_; }
     MessageFrame takeFrame();
     // The header of the frame that is being read when it failed with TooLong or Corrupt.
     const MessageFrameHeader& failedHeader() const { return failed_; }
@@ -125,11 +159,19 @@ public:
 private:
     static constexpr size_t kStagingSize = 64 * 1024;
 
+    // The first storage of a payload, and the step it grows from: what one read usually brings.
+    static constexpr size_t kFirstPayloadSize = 64 * 1024;
+
     Status parseStaging();
+    // Makes room for more of the payload (up to twice as much, never past its length); false when
+    // the budget has none.
+    bool growPayload();
     void finishPayload();
 
     uint32_t maxLength_;
     size_t prefixLength_;
+    MessageFrameBudget* budget_;
+    size_t charged_ = 0; // what the payload being read holds of the budget
     Status status_ = Status::Ok;
     ByteVector staging_;
     size_t begin_ = 0; // unparsed bytes are staging_[begin_, end_)
@@ -137,6 +179,7 @@ private:
     bool inPayload_ = false; // a header was read and its payload is being filled
     bool lastBufferWasPayload_ = false;
     MessageFrame current_;
+    size_t expected_ = 0; // the payload length the header announced
     size_t filled_ = 0;
     MessageFrameHeader failed_;
     std::deque<MessageFrame> frames_;

@@ -1,5 +1,6 @@
 #include "platform/io/MessagePort.h"
 
+#include "logger/ZonLog.h"
 #include "platform/io/MessagePortLinkInternal.h"
 #include "platform/io/MessagePortListenerInternal.h"
 #include "platform/runtime/Class.h"
@@ -15,6 +16,21 @@ namespace {
 
 // A connect waits out a full backlog of a busy port for this long rather than reporting a missing port.
 constexpr std::chrono::seconds kConnectTimeout(5);
+
+// A name nobody publishes is an ordinary answer; a port that is there but cannot be reached is
+// worth a line, and a busy one must not read like a missing one.
+void logUnreachable(String* name, const SystemError& error)
+{
+    if (error.code == ENOENT || error.code == ECONNREFUSED)
+        return;
+    if (error.code == EAGAIN || error.code == EINPROGRESS)
+        zon_log_obj(__FILE__, __LINE__, nullptr, logger::kLevelWarning, kDefaultLogIdentifier,
+            "Message port %@ is busy: its queue of new connections stayed full for %d s", name,
+            static_cast<int>(kConnectTimeout.count()));
+    else
+        zon_log_obj(__FILE__, __LINE__, nullptr, logger::kLevelWarning, kDefaultLogIdentifier,
+            "Message port %@ cannot be reached: %@", name, String::stringWithUTF8String(error.text()).get());
+}
 
 Ref<String> copyOfName(String* name) { return adoptRef(static_cast<String*>(name->copy().leakRef())); }
 
@@ -69,8 +85,10 @@ Ref<MessagePort> MessagePort::createRemote(String* name, size_t replyPrefixLengt
     if (!paths)
         return nullptr;
     auto socket = connectToLocalSocket(paths.value().socketPath, kConnectTimeout);
-    if (!socket)
+    if (!socket) {
+        logUnreachable(name, socket.error());
         return nullptr;
+    }
     auto peer = peerCredentials(socket.value().get());
     if (!peer || peer.value().uid != ::geteuid())
         return nullptr;
@@ -83,6 +101,12 @@ bool MessagePort::scheduleInRunLoop(RunLoop* loop, String* mode)
     if (!listener_ || !loop || !mode)
         return false;
     return listener_->schedule(loop, mode);
+}
+
+void MessagePort::setStalledMessageTimeout(MessagePortSeconds timeout)
+{
+    if (listener_)
+        listener_->setStallLimit(std::chrono::duration_cast<std::chrono::steady_clock::duration>(timeout));
 }
 
 MessagePortResult MessagePort::send(MessagePortRequest request)

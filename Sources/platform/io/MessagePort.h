@@ -23,6 +23,12 @@
 //   invalid from then on.
 // - Messages are at most kMessagePortMaxLength (256 MiB) bytes; a longer one is refused before
 //   it is sent, and a peer announcing one is disconnected before anything is allocated.
+// - What arrives is held only as far as it has arrived: a local port's partial messages of all
+//   connections together hold at most 512 MiB (beyond that, reading waits as a sender waits on a
+//   full socket), a message that makes no progress for the stall limit closes its connection, and
+//   running out of memory closes one connection, not the port. The process's connections stay an
+//   eighth of its descriptor limit (at least 64) below it; a connection beyond that replaces the
+//   one idle longest.
 // - invalidate() closes the port and, for a local port, removes its name; it may be called from
 //   any thread and is idempotent. Destroying the port invalidates it.
 
@@ -121,6 +127,9 @@ public:
     // Starts delivering the requests of a local port on loop, in mode. Once only; false for a
     // remote or invalid port or when the loop cannot watch the socket.
     bool scheduleInRunLoop(RunLoop* loop, String* mode);
+    // A local port closes a connection whose message has made no progress for this long (200 s
+    // unless set); any thread.
+    void setStalledMessageTimeout(MessagePortSeconds timeout);
 
     // Sends a message through a remote port (see the contract). The port holds the message's body
     // until it is written and lets go of it before waiting for the reply.

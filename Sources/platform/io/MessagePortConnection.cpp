@@ -26,7 +26,7 @@ MessagePortConnection::MessagePortConnection(
     std::weak_ptr<MessagePortListener> listener, FileDescriptor socket, size_t prefixLength)
     : listener_(std::move(listener))
     , socket_(std::move(socket))
-    , reader_(kMessageFrameMaxLength, prefixLength)
+    , reader_(kMessageFrameMaxLength, prefixLength, &MessageFrameBudget::incoming())
 {
 }
 
@@ -61,6 +61,19 @@ bool MessagePortConnection::watch(uint32_t events)
 void MessagePortConnection::onEvents(uint32_t events)
 {
     auto protect = shared_from_this();
+    lastActive_ = std::chrono::steady_clock::now();
+    try {
+        serve(events);
+    } catch (const std::bad_alloc&) {
+        auto owner = listener_.lock();
+        zon_log_obj(__FILE__, __LINE__, nullptr, logger::kLevelError, kDefaultLogIdentifier,
+            "Message port %@ closed a connection: out of memory while serving it", owner ? owner->name() : nullptr);
+        close();
+    }
+}
+
+void MessagePortConnection::serve(uint32_t events)
+{
     if (!pending_.empty()) {
         if ((events & (RunLoopSourceHangUp | RunLoopSourceError)) || !flush())
             close();
@@ -78,6 +91,11 @@ bool MessagePortConnection::readAvailable()
 {
     switch (reader_.readAvailable(socket_.get())) {
     case MessageFrameReader::ReadOutcome::Drained:
+        if (reader_.hasPartialFrame())
+            watchForStall();
+        return false;
+    case MessageFrameReader::ReadOutcome::Starved:
+        pauseReading();
         return false;
     case MessageFrameReader::ReadOutcome::Ended:
         return true;
@@ -95,6 +113,67 @@ bool MessagePortConnection::readAvailable()
             "Message port %@ closed a connection that sent something other than messages", name);
     close();
     return false;
+}
+
+// Reading stops until the budget has room again; the loop then watches the socket anew, and what
+// the peer sent meanwhile waits in the socket.
+void MessagePortConnection::pauseReading()
+{
+    auto owner = listener_.lock();
+    if (!owner)
+        return;
+    {
+        std::lock_guard lock(mutex_);
+        source_.invalidate();
+    }
+    watching_ = 0;
+    paused_ = true;
+    std::weak_ptr<MessagePortConnection> weak = weak_from_this();
+    Ref<RunLoop> loop(owner->loop());
+    Ref<String> mode(owner->mode());
+    MessageFrameBudget::incoming().whenRoom([weak, loop, mode] {
+        loop->performBlock({mode.get()}, [weak] {
+            auto self = weak.lock();
+            if (!self || self->closed_)
+                return;
+            self->paused_ = false;
+            self->lastActive_ = std::chrono::steady_clock::now();
+            if (!self->watch(RunLoopSourceReadable))
+                self->close();
+        });
+    });
+}
+
+// One timer at a time watches a message in progress; it looks again when it fires.
+void MessagePortConnection::watchForStall()
+{
+    auto owner = listener_.lock();
+    if (stallTimer_ || !owner)
+        return;
+    const auto due = lastActive_ + owner->stallLimit() - std::chrono::steady_clock::now();
+    std::weak_ptr<MessagePortConnection> weak = weak_from_this();
+    stallTimer_ = Timer::timerWithTimeInterval(
+        std::max<Timer::Clock::duration>(due, std::chrono::milliseconds(1)), false, [weak] {
+            if (auto self = weak.lock())
+                self->checkStall();
+        });
+    owner->loop()->addTimer_forMode(stallTimer_, owner->mode());
+}
+
+void MessagePortConnection::checkStall()
+{
+    stallTimer_ = nullptr;
+    auto owner = listener_.lock();
+    if (!owner || closed_ || paused_ || !reader_.hasPartialFrame())
+        return;
+    if (std::chrono::steady_clock::now() - lastActive_ < owner->stallLimit()) {
+        watchForStall();
+        return;
+    }
+    zon_log_obj(__FILE__, __LINE__, nullptr, logger::kLevelWarning, kDefaultLogIdentifier,
+        "Message port %@ closed a connection whose message made no progress for %.0f s", owner->name(),
+        std::chrono::duration<double>(owner->stallLimit()).count());
+    close();
 }
 
 void MessagePortConnection::dispatchFrames()
@@ -178,6 +257,8 @@ void MessagePortConnection::close()
         closed_ = true;
         source_.invalidate();
     }
+    if (stallTimer_)
+        stallTimer_->invalidate();
     (void)shutdownSocket(socket_.get());
     if (auto owner = listener_.lock())
         owner->forget(this);

@@ -8,7 +8,9 @@
 #include "platform/system/FileCallsInternal.h"
 
 #include <cerrno>
+#include <cstdio>
 #include <cstdlib>
+#include <pwd.h>
 #include <sys/un.h>
 #include <unistd.h>
 
@@ -26,6 +28,24 @@ bool isSafeFileChar(char c)
         || c == '-';
 }
 
+// "user alice (uid 1001)", or "uid 1001" for a user without a name.
+std::string describeUser(uid_t uid)
+{
+    passwd entry {};
+    passwd* found = nullptr;
+    char buffer[1024];
+    if (::getpwuid_r(uid, &entry, buffer, sizeof buffer, &found) == 0 && found)
+        return "user " + std::string(found->pw_name) + " (uid " + std::to_string(uid) + ")";
+    return "uid " + std::to_string(uid);
+}
+
+std::string octalMode(mode_t mode)
+{
+    char text[8];
+    std::snprintf(text, sizeof text, "%04o", static_cast<unsigned>(mode & 07777));
+    return text;
+}
+
 // Makes dir when missing, then checks without following a symbolic link that it is a directory
 // of ours that nobody else can enter.
 SystemResult<> ensurePrivateDirectory(const std::string& dir)
@@ -37,8 +57,13 @@ SystemResult<> ensurePrivateDirectory(const std::string& dir)
     if (!status)
         return SystemError {status.code(), dir, {}};
     const struct stat& st = status.value();
-    if (st.st_uid != ::geteuid() || (st.st_mode & 077) != 0)
-        return SystemError {EPERM, dir, "not a private directory of this user"};
+    if (st.st_uid != ::geteuid())
+        return SystemError {EPERM, dir,
+            "not a private directory of this user: it belongs to " + describeUser(st.st_uid)
+                + "; set XDG_RUNTIME_DIR to a folder of this user's, or remove the folder"};
+    if ((st.st_mode & 077) != 0)
+        return SystemError {EPERM, dir, "not a private directory of this user: others can enter it (mode "
+                + octalMode(st.st_mode) + "); make it mode 0700"};
     return {};
 }
 

@@ -1,5 +1,6 @@
 #include "platform/io/MessagePortLinkInternal.h"
 
+#include "logger/ZonLog.h"
 #include "platform/system/SocketCallsInternal.h"
 #include "platform/threads/RunLoopModes.h"
 #include "platform/threads/Thread.h"
@@ -275,7 +276,14 @@ bool MessagePortLink::watchFromCurrentThread(RunLoop* loop, String* mode)
 void MessagePortLink::readReplies()
 {
     std::lock_guard lock(mutex_);
-    readRepliesLocked();
+    try {
+        readRepliesLocked();
+    } catch (const std::bad_alloc&) {
+        // A reply too large for the memory left ends this link, not the run loop that read it.
+        zon_log_obj(__FILE__, __LINE__, nullptr, logger::kLevelError, kDefaultLogIdentifier,
+            "Message port link closed: out of memory while reading a reply");
+        markDeadLocked();
+    }
 }
 
 void MessagePortLink::readRepliesLocked()

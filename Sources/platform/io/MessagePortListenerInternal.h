@@ -7,6 +7,13 @@
 // process. Connections are accepted and served on the run loop the port was scheduled in; only
 // peers of the same user are kept. invalidate() may come from any thread: it removes the name
 // first, so nobody connects to a port that is going away, then closes every connection.
+//
+// Descriptors are kept in reserve: the connections of all listeners of a process together stay
+// below the process's descriptor limit by an eighth of it (at least 64), so that connecting back
+// to a client and file work still find descriptors. A connection beyond that replaces the one
+// that has been idle longest (one log line per minute says how many were closed). When accepting
+// fails for want of descriptors all the same, the listener stops watching its socket for a tenth
+// of a second instead of spinning.
 
 #include "platform/io/MessagePort.h"
 #include "platform/io/MessagePortDirectory.h"
@@ -15,6 +22,7 @@
 #include "platform/threads/RunLoop.h"
 
 #include <atomic>
+#include <chrono>
 #include <memory>
 #include <mutex>
 #include <vector>
@@ -44,6 +52,14 @@ public:
     }
 
     bool schedule(RunLoop* loop, String* mode);
+    // How long a message may make no progress before its connection is closed.
+    std::chrono::steady_clock::duration stallLimit() const { return std::chrono::nanoseconds(stallLimit_.load()); }
+    void setStallLimit(std::chrono::steady_clock::duration limit)
+    {
+        stallLimit_ = std::chrono::duration_cast<std::chrono::nanoseconds>(limit).count();
+    }
+    // How many connections all listeners of this process may hold together.
+    static size_t connectionLimit();
     bool isValid() const;
     void invalidate();
     void forget(MessagePortConnection* connection);
@@ -51,6 +67,10 @@ public:
 private:
     MessagePortListener(Ref<String> name, size_t prefixLength, MessagePort::RequestHandler handler);
     void acceptPending();
+    bool watchSocketLocked();
+    void pauseAccepting();
+    // Makes room for one more connection by closing the one idle longest; false when none can go.
+    bool closeIdlestConnection();
 
     const Ref<String> name_;
     const size_t prefixLength_;
@@ -59,6 +79,8 @@ private:
     FileDescriptor lock_;
     std::shared_ptr<FileDescriptor> socket_; // shared with the accept callback that may be running
     std::atomic<MessagePort*> port_ {nullptr}; // cleared, under mutex_, by invalidate
+    size_t connectionLimit_ = 0;
+    std::atomic<int64_t> stallLimit_ {std::chrono::nanoseconds(std::chrono::seconds(200)).count()};
 
     mutable std::mutex mutex_; // guards what follows
     bool valid_ = true;

@@ -4,6 +4,7 @@
 #include <cstdio>
 #include <fcntl.h>
 #include <sys/file.h>
+#include <sys/resource.h>
 #include <unistd.h>
 
 namespace zon {
@@ -39,6 +40,14 @@ SystemResult<struct stat> pathStatus(const std::string& path)
     struct stat status {};
     if (::stat(path.c_str(), &status) != 0)
         return SystemError::last("stat");
+    return status;
+}
+
+SystemResult<struct stat> linkStatus(const std::string& path)
+{
+    struct stat status {};
+    if (::lstat(path.c_str(), &status) != 0)
+        return SystemError::last("lstat");
     return status;
 }
 
@@ -108,6 +117,14 @@ SystemResult<std::string> readToEnd(int fd, size_t maxBytes)
         return SystemError {EFBIG, "read", {}};
     bytes.resize(filled);
     return bytes;
+}
+
+SystemResult<size_t> openFileLimit()
+{
+    rlimit limit {};
+    if (::getrlimit(RLIMIT_NOFILE, &limit) != 0)
+        return SystemError::last("getrlimit");
+    return static_cast<size_t>(limit.rlim_cur);
 }
 
 SystemResult<> writeAll(int fd, std::span<const uint8_t> bytes)

@@ -24,6 +24,8 @@ ZON_EXPORT SystemResult<> makeDirectory(const std::string& path, mode_t mode);
 ZON_EXPORT SystemResult<struct stat> directoryStatus(const std::string& path);
 ZON_EXPORT SystemResult<struct stat> fileStatus(int fd);
 ZON_EXPORT SystemResult<struct stat> pathStatus(const std::string& path);
+// The status of path itself when it is a symbolic link.
+ZON_EXPORT SystemResult<struct stat> linkStatus(const std::string& path);
 // Removes a file; one that is already gone is no failure.
 ZON_EXPORT SystemResult<> removeFile(const std::string& path);
 // Opens (creating) the file at path and takes an exclusive lock on it without waiting. The lock
@@ -34,6 +36,8 @@ ZON_EXPORT SystemResult<FileDescriptor> lockFileExclusively(const std::string& p
 ZON_EXPORT SystemResult<size_t> readSome(int fd, std::span<uint8_t> buffer);
 // Reads to the end; EFBIG when there is more than maxBytes.
 ZON_EXPORT SystemResult<std::string> readToEnd(int fd, size_t maxBytes);
+// How many descriptors this process may have open (the soft limit).
+ZON_EXPORT SystemResult<size_t> openFileLimit();
 // Writes all of bytes to a blocking descriptor.
 ZON_EXPORT SystemResult<> writeAll(int fd, std::span<const uint8_t> bytes);
 // Moves a file to another path in the same file system, replacing what is there.

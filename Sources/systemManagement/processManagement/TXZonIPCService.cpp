@@ -183,6 +183,8 @@ bool TXZonIPCService::startService_error(String* name, Ref<Error>* error)
         setError(error, Error::zonErrorWithCode_description(4, ZSTR("Failed to get servicePort")));
         return false;
     }
+    // A peer whose message stalls is given as long as a send of ours would be.
+    port->setStalledMessageTimeout(seconds(kSendTimeout));
     {
         std::lock_guard lock(fields_);
         localServicePort_ = port;

@@ -1,6 +1,8 @@
 #include "platform/io/MessageFrameInternal.h"
 #include "platform/io/MessagePort.h"
 #include "platform/io/MessagePortDirectory.h"
+#include "platform/system/FileCallsInternal.h"
+#include "platform/system/SocketCallsInternal.h"
 #include "platform/threads/RunLoop.h"
 #include "platform/threads/Thread.h"
 #include "platform/threads/Timer.h"
@@ -16,6 +18,7 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include <poll.h>
 #include <pwd.h>
 #include <sys/socket.h>
 #include <sys/stat.h>
@@ -223,6 +226,42 @@ TEST(MessageFrameReader, RejectsForeignBytesAndOversizedFramesBeforeAllocating)
     encodeMessageFrameHeader({4, 1, 0, 0x80}, header); // a flag nobody defined
     MessageFrameReader flags;
     EXPECT_EQ(flags.feed(header), MessageFrameReader::Status::Corrupt);
+}
+
+TEST(MessageFrameReader, HoldsWhatArrivedNotWhatAHeaderAnnouncesAndStopsAtItsBudget)
+{
+    MessageFrameBudget budget(1 << 20);
+    uint8_t header[kMessageFrameHeaderSize];
+    encodeMessageFrameHeader({200u << 20, 1, 0, 0}, header);
+    {
+        MessageFrameReader stalled(kMessageFrameMaxLength, 0, &budget);
+        ASSERT_EQ(stalled.feed(header), MessageFrameReader::Status::Ok);
+        EXPECT_TRUE(stalled.hasPartialFrame());
+        EXPECT_LE(budget.held(), 64u * 1024) << "a header alone costs one read's worth";
+
+        // Bytes that arrive take the budget until it is spent; then the reader takes no more.
+        const std::vector<uint8_t> bytes(4 << 20, 'x');
+        ASSERT_EQ(stalled.feed(bytes), MessageFrameReader::Status::Ok);
+        EXPECT_EQ(budget.held(), budget.limit());
+        EXPECT_TRUE(stalled.buffer().empty());
+
+        bool woken = false;
+        budget.whenRoom([&] { woken = true; });
+        EXPECT_FALSE(woken);
+        MessageFrameReader other(kMessageFrameMaxLength, 0, &budget);
+        EXPECT_FALSE(woken);
+    } // the stalled reader gives its share back, and whoever waited hears of it
+    EXPECT_EQ(budget.held(), 0u);
+
+    // A message within the budget arrives whole, and its share is free again once it is complete.
+    MessageFrameReader reader(kMessageFrameMaxLength, 0, &budget);
+    std::vector<uint8_t> stream(kMessageFrameHeaderSize);
+    encodeMessageFrameHeader({300000, 2, 0, 0}, stream.data());
+    stream.resize(stream.size() + 300000, 'y');
+    ASSERT_EQ(reader.feed(stream), MessageFrameReader::Status::Ok);
+    ASSERT_TRUE(reader.hasFrame());
+    EXPECT_EQ(reader.takeFrame().payload.size(), 300000u);
+    EXPECT_EQ(budget.held(), 0u);
 }
 
 TEST(MessagePortDirectory, NamesOfAnyFormMapToDistinctShortFileNames)
@@ -672,4 +711,72 @@ TEST_F(MessagePortTest, AnotherUserIsRefusedAndLogged)
     EXPECT_EQ(WEXITSTATUS(status), 0);
     EXPECT_THAT(capture.records(),
         ContainsLine(1, HasSubstr("refused a connection from user " + std::to_string(nobody->pw_uid))));
+}
+
+TEST_F(MessagePortTest, AMessageThatStallsClosesItsConnectionAndAnIdleOneStays)
+{
+    PortServer server(ZSTR("stall"), echoWithPrefix(""));
+    ASSERT_TRUE(server.started());
+    server.port()->setStalledMessageTimeout(MessagePortSeconds(0.2));
+    const std::string path = socketPathOf(ZSTR("stall"));
+    auto idle = connectToLocalSocket(path, std::chrono::seconds(5));
+    auto stalling = connectToLocalSocket(path, std::chrono::seconds(5));
+    ASSERT_TRUE(idle && stalling);
+    uint8_t header[kMessageFrameHeaderSize + 3];
+    encodeMessageFrameHeader({100, 1, 0, 0}, header);
+    std::memcpy(header + kMessageFrameHeaderSize, "abc", 3);
+    iovec part {header, sizeof header};
+    ASSERT_EQ(sendParts(stalling.value().get(), {&part, 1}).value(), sizeof header);
+
+    // The port shuts the stalled connection down: its end reads as ended.
+    pollfd ended {stalling.value().get(), POLLIN, 0};
+    ASSERT_EQ(::poll(&ended, 1, 10000), 1);
+    uint8_t byte;
+    EXPECT_EQ(readSome(stalling.value().get(), {&byte, 1}).value(), 0u);
+    pollfd quiet {idle.value().get(), POLLIN, 0};
+    EXPECT_EQ(::poll(&quiet, 1, 0), 0) << "a connection without a message in progress is left alone";
+    Ref<Data> reply;
+    EXPECT_EQ(sendRequest(MessagePort::createRemote(ZSTR("stall")).get(), 5, dataOf("still"), 5, 5, NSDefaultRunLoopMode,
+                  &reply),
+        MessagePortStatus::Success);
+    EXPECT_EQ(textOf(reply), "5:still");
+}
+
+TEST_F(MessagePortTest, ALockFileThatCannotBeTakenSaysWhy)
+{
+    const std::string lockPath = messagePortPaths("locked").value().lockPath;
+    ASSERT_EQ(::mkdir(lockPath.c_str(), 0700), 0);
+    {
+        LogCapture capture;
+        EXPECT_EQ(createLocalPort(ZSTR("locked"), echoWithPrefix("")), nullptr);
+        EXPECT_THAT(capture.records(), ContainsLine(2, HasSubstr("the lock file is a folder")));
+    }
+    ASSERT_EQ(::rmdir(lockPath.c_str()), 0);
+    ASSERT_EQ(::symlink("/nowhere", lockPath.c_str()), 0);
+    {
+        LogCapture capture;
+        EXPECT_EQ(createLocalPort(ZSTR("locked"), echoWithPrefix("")), nullptr);
+        EXPECT_THAT(capture.records(), ContainsLine(2, HasSubstr("the lock file is a symbolic link")));
+    }
+    ASSERT_EQ(::unlink(lockPath.c_str()), 0);
+    auto held = createLocalPort(ZSTR("locked"), echoWithPrefix(""));
+    ASSERT_TRUE(held);
+    LogCapture capture;
+    EXPECT_EQ(createLocalPort(ZSTR("locked"), echoWithPrefix("")), nullptr);
+    EXPECT_THAT(capture.records(), ContainsLine(3, HasSubstr("is held by a live process")));
+}
+
+TEST(MessagePortDirectory, AFolderOfAnotherUserNamesThatUserAndTheRemedy)
+{
+    if (::geteuid() != 0)
+        GTEST_SKIP() << "needs root to give a folder to another user";
+    test::PrivateRuntimeDirectory runtime;
+    const std::string dir = runtime.path() + "/zon-ports";
+    ASSERT_EQ(::mkdir(dir.c_str(), 0700), 0);
+    ASSERT_EQ(::chown(dir.c_str(), 1, 1), 0);
+    auto refused = messagePortDirectory();
+    ASSERT_FALSE(refused);
+    EXPECT_THAT(refused.error().text(), HasSubstr("belongs to user"));
+    EXPECT_THAT(refused.error().text(), HasSubstr("(uid 1)"));
+    EXPECT_THAT(refused.error().text(), HasSubstr("set XDG_RUNTIME_DIR"));
 }
