@@ -1,6 +1,6 @@
 #include "platform/io/PropertyListXMLReader.h"
 
-#include "platform/runtime/PageMemory.h"
+#include "platform/runtime/PageMemoryInternal.h"
 #include "platform/values/Data.h"
 #include "platform/values/Date.h"
 #include "platform/values/Number.h"
