@@ -48,7 +48,7 @@ void Thread::detachedRunloopThreadMain()
             if (thread->isCancelled())
                 break;
         } catch (const Exception& exception) {
-            zon_log_obj(__FILE__, __LINE__, staticClass()->logCategory(), 1, kDefaultLogIdentifier,
+            zon_log_obj(__FILE__, __LINE__, staticClass()->logCategory(), logger::kLevelError, kDefaultLogIdentifier,
                 "Unhandled %@ in worker thread: %@", exception.name(), exception.reason());
         }
     }

@@ -4,8 +4,8 @@
 // calling unit's __FILE__ and __LINE__, the object's objectLogCategory, a level (1 error,
 // 2 warning, 3 life-cycle, 5 detail) and a stream identifier:
 //
-//     zon_log_obj(__FILE__, __LINE__, objectLogCategory(), 3, kDefaultLogIdentifier,
-//                 "IPC Service Started with name: %@", name);
+//     zon_log_obj(__FILE__, __LINE__, objectLogCategory(), logger::kLevelInfo,
+//                 kDefaultLogIdentifier, "IPC Service Started with name: %@", name);
 //
 // A level that no sink wants costs one relaxed atomic load: nothing is formatted or allocated.
 // Otherwise the format (the rules are in Format.h) is rendered straight to UTF-8 and handed to

@@ -1,3 +1,4 @@
+#include "logger/ZonLog.h"
 #include "platform/runtime/AutoreleasePool.h"
 #include "platform/runtime/Class.h"
 #include "platform/runtime/Invocation.h"
@@ -6,6 +7,7 @@
 #include "platform/values/String.h"
 
 #include "support/CountedObject.h"
+#include "support/LogCapture.h"
 
 #include <gtest/gtest.h>
 
@@ -41,6 +43,36 @@ public:
     static Ref<LoudGreeter> loudGreeter() { return makeObject<LoudGreeter>(); }
 };
 ZON_DEFINE_CLASS(LoudGreeter, "LoudGreeter")
+
+// A class whose class operation answers whatever category is set, computed anew each time.
+class Relabelled : public Object {
+    ZON_OBJECT(Relabelled, Object)
+public:
+    static inline std::string category = "first";
+    static void exportMethods(Class& cls)
+    {
+        cls.exportClassMethod("objectLogCategory", +[]() -> Ref<String> { return String::stringWithUTF8String(category); });
+    }
+};
+ZON_DEFINE_CLASS(Relabelled, "Relabelled")
+
+// Gets its class operation only at run time, after its first line; a subclass inherits it.
+class LateLabelled : public Object {
+    ZON_OBJECT(LateLabelled, Object)
+};
+ZON_DEFINE_CLASS(LateLabelled, "LateLabelled")
+
+class LateLabelledChild : public LateLabelled {
+    ZON_OBJECT(LateLabelledChild, LateLabelled)
+};
+ZON_DEFINE_CLASS(LateLabelledChild, "LateLabelledChild")
+
+std::string loggedCategory(const LogCapture& capture, const Object& object)
+{
+    zon_log_obj(__FILE__, __LINE__, object.objectLogCategory(), logger::kLevelInfo, kDefaultLogIdentifier, "line");
+    auto records = capture.records();
+    return records.empty() ? "(no line)" : records.back().category;
+}
 
 } // namespace
 
@@ -134,4 +166,24 @@ TEST(Object, LogCategoryFollowsClassOverrides)
     auto proxy = Proxy::proxyForObject(Greeter::greeter());
     EXPECT_EQ(proxy->objectLogCategory()->UTF8String(), "default");
     EXPECT_EQ(dynamicCast<String>(proxy->performSelector(selector("greet:"), ZSTR("p")))->UTF8String(), "hi p");
+}
+
+TEST(Object, LogCategoryIsAskedForEveryLine)
+{
+    LogCapture capture;
+    AutoreleasePool pool;
+    auto relabelled = makeObject<Relabelled>();
+    EXPECT_EQ(loggedCategory(capture, *relabelled), "first");
+    Relabelled::category = "second";
+    EXPECT_EQ(loggedCategory(capture, *relabelled), "second");
+
+    auto late = makeObject<LateLabelled>();
+    auto child = makeObject<LateLabelledChild>();
+    EXPECT_EQ(loggedCategory(capture, *late), "default");
+    EXPECT_EQ(loggedCategory(capture, *child), "default");
+    LateLabelled::staticClass()->addClassMethod(selector("objectLogCategory"), "@@:",
+        [](Object*, SEL, Arguments) -> Ref<Object> { return Ref<Object>(ZSTR("Late")); });
+    EXPECT_EQ(loggedCategory(capture, *late), "Late");
+    EXPECT_EQ(loggedCategory(capture, *child), "Late");
+    EXPECT_EQ(loggedCategory(capture, *Proxy::proxyForObject(late)), "default");
 }

@@ -11,7 +11,7 @@ namespace zon::tool {
 namespace {
 
 struct LogOptions {
-    int level = 3;
+    int level = logger::kLevelInfo;
     std::string message;
     std::string category = "default";
     std::string identifier = "default";

@@ -1,7 +1,7 @@
 #include "platform/io/PropertyListXMLReaderInternal.h"
 
 #include "platform/io/PropertyListXMLTokenizerInternal.h"
-#include "platform/runtime/PageMemory.h"
+#include "platform/runtime/PageMemoryInternal.h"
 #include "platform/values/Base64.h"
 #include "platform/values/Data.h"
 #include "platform/values/Date.h"

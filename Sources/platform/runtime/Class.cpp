@@ -22,6 +22,10 @@ ClassRegistry& registry()
     return *instance;
 }
 
+// Counts class method additions, so that a lookup cached under an older count is known to be
+// stale; starts above the zero of a class that never looked up.
+std::atomic<uint64_t> gClassMethodAdditions {1};
+
 } // namespace
 
 Class::Class(std::string name, Class* superclass)
@@ -105,6 +109,8 @@ bool Class::addMethod(SEL sel, std::string_view types, Implementation implementa
 bool Class::addClassMethod(SEL sel, std::string_view types, Implementation implementation)
 {
     bool added = classMethods_.add(sel, types, std::move(implementation));
+    if (added)
+        gClassMethodAdditions.fetch_add(1, std::memory_order_release);
     return added;
 }
 
@@ -130,23 +136,20 @@ Ref<Object> Class::createInstance() const { return instanceFactory_ ? instanceFa
 
 void Class::setInstanceFactory(std::function<Ref<Object>()> factory) { instanceFactory_ = std::move(factory); }
 
-String* Class::logCategory() const
+const Method* Class::logCategoryMethod() const
 {
-    if (String* cached = logCategory_.load(std::memory_order_acquire))
-        return cached;
+    const uint64_t additions = gClassMethodAdditions.load(std::memory_order_acquire);
+    if (logCategoryLookupAdditions_.load(std::memory_order_acquire) == additions)
+        return logCategoryMethod_.load(std::memory_order_relaxed);
+
+    std::lock_guard lock(logCategoryLookupMutex_);
+    // Counted again under the lock: the lookup below sees at least the additions counted here.
+    const uint64_t seen = gClassMethodAdditions.load(std::memory_order_acquire);
     static const SEL sel = Selector::named("objectLogCategory");
-    String* category = ZSTR("default");
-    if (const Method* method = classMethod(sel)) {
-        Ref<Object> answer = method->implementation(const_cast<Class*>(this), sel, {});
-        // Categories are constant strings; a computed one is kept alive for the class's lifetime.
-        if (auto* text = dynamicCast<String>(answer.get())) {
-            category = text;
-            if (!text->isImmortal())
-                static_cast<void>(answer.leakRef());
-        }
-    }
-    logCategory_.store(category, std::memory_order_release);
-    return category;
+    const Method* method = classMethod(sel);
+    logCategoryMethod_.store(method, std::memory_order_relaxed);
+    logCategoryLookupAdditions_.store(seen, std::memory_order_release);
+    return method;
 }
 
 Ref<String> Class::description() const { return String::stringWithUTF8String(name_); }

@@ -75,8 +75,11 @@ public:
     void setInstanceFactory(std::function<Ref<Object>()> factory);
 
     // The class operation objectLogCategory: "default" unless this class or a base class
-    // exports its own; computed once per class.
+    // exports its own, asked again at each call. Defined with the logging extensions.
     String* logCategory() const;
+    // classMethod(objectLogCategory). Every log line asks, so the lookup is kept until a class
+    // method is added anywhere; the method's answer is never kept.
+    const Method* logCategoryMethod() const;
     String* objectLogCategory() const override { return logCategory(); }
 
     Ref<String> description() const override;
@@ -103,7 +106,11 @@ private:
     MethodTable instanceMethods_;
     MethodTable classMethods_;
     std::function<Ref<Object>()> instanceFactory_;
-    mutable std::atomic<String*> logCategory_ {nullptr};
+    // logCategoryMethod's last lookup and the count of class method additions it saw; lookups
+    // are made under the mutex, so a slower lookup cannot overwrite a newer one.
+    mutable std::mutex logCategoryLookupMutex_;
+    mutable std::atomic<const Method*> logCategoryMethod_ {nullptr};
+    mutable std::atomic<uint64_t> logCategoryLookupAdditions_ {0};
 };
 
 template <class Self>

@@ -1,11 +1,11 @@
 #include "platform/runtime/Object.h"
 
-#include "extensions/NSObject+ZonExtensions.h"
 #include "platform/runtime/AutoreleasePool.h"
 #include "platform/runtime/Class.h"
 #include "platform/runtime/MethodSignature.h"
-#include "platform/runtime/PageMemory.h"
-#include "platform/runtime/ReleaseBatch.h"
+#include "platform/runtime/PageMemoryInternal.h"
+#include "platform/runtime/ReleaseBatchInternal.h"
+#include "platform/runtime/RootClassInternal.h"
 #include "platform/values/Exception.h"
 #include "platform/values/String.h"
 
@@ -22,7 +22,7 @@ namespace {
 // destruction drains, so a million nested arrays are freed in constant stack depth.
 constexpr unsigned kMaxNestedDestruction = 16;
 
-// A stack of object pointers in page memory (see PageMemory.h), so that growing it while many
+// A stack of object pointers in page memory (see PageMemoryInternal.h), so that growing it while many
 // objects are being freed does not make malloc merge their blocks.
 struct PointerStack {
     const Object** items;
@@ -72,7 +72,7 @@ Class* Object::staticClass()
 {
     static Class* const cls = [] {
         Class* root = Class::defineClass("NSObject", nullptr);
-        detail::addLogCategoryClassMethod(root);
+        detail::addRootClassMethods(root);
         return root;
     }();
     return cls;

@@ -1,4 +1,4 @@
-#include "platform/runtime/PageMemory.h"
+#include "platform/runtime/PageMemoryInternal.h"
 
 #include <sys/mman.h>
 #include <unistd.h>

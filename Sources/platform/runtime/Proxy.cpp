@@ -1,7 +1,7 @@
 #include "platform/runtime/Proxy.h"
 
-#include "extensions/NSObject+ZonExtensions.h"
 #include "platform/runtime/Class.h"
+#include "platform/runtime/RootClassInternal.h"
 #include "platform/values/String.h"
 
 namespace zon {
@@ -10,7 +10,7 @@ Class* Proxy::staticClass()
 {
     static Class* const cls = [] {
         Class* root = Class::defineClass("NSProxy", nullptr);
-        detail::addLogCategoryClassMethod(root);
+        detail::addRootClassMethods(root);
         return root;
     }();
     return cls;

@@ -19,7 +19,7 @@ public:
 
 protected:
     explicit Proxy(Ref<Object> target);
-    Object* forwardingTargetForSelector(SEL sel) const override { return target_.get(); }
+    Object* forwardingTargetForSelector(SEL) const override { return target_.get(); }
 
 private:
     Ref<Object> target_;

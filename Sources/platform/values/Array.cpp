@@ -1,7 +1,7 @@
 #include "platform/values/Array.h"
 
 #include "platform/runtime/Class.h"
-#include "platform/runtime/ReleaseBatch.h"
+#include "platform/runtime/ReleaseBatchInternal.h"
 #include "platform/values/CollectionDescription.h"
 #include "platform/values/Exception.h"
 #include "platform/values/String.h"

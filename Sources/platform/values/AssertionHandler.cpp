@@ -24,15 +24,16 @@ void AssertionHandler::failInMethod(SEL method, const Object* object, const char
         : isClass                  ? static_cast<const Class*>(object)->name().c_str()
                                    : object->objectClass()->name().c_str();
     const char* selectorName = method ? method->name().c_str() : "(null)";
-    zon_log_obj(file, static_cast<int>(line), object ? object->objectLogCategory() : nullptr, 1, kDefaultLogIdentifier,
-        "*** Assertion failure in %c[%s %s], %s:%ld", isClass ? '+' : '-', className, selectorName, file, line);
+    zon_log_obj(file, static_cast<int>(line), object ? object->objectLogCategory() : nullptr, logger::kLevelError,
+        kDefaultLogIdentifier, "*** Assertion failure in %c[%s %s], %s:%ld", isClass ? '+' : '-', className,
+        selectorName, file, line);
     raiseInconsistency(format, args);
 }
 
 void AssertionHandler::failInFunction(const char* function, const char* file, long line, std::string_view format,
     std::span<const FormatArgument> args)
 {
-    zon_log_obj(file, static_cast<int>(line), nullptr, 1, kDefaultLogIdentifier,
+    zon_log_obj(file, static_cast<int>(line), nullptr, logger::kLevelError, kDefaultLogIdentifier,
         "*** Assertion failure in %s, %s:%ld", function, file, line);
     raiseInconsistency(format, args);
 }

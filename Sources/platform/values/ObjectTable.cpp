@@ -1,6 +1,6 @@
 #include "platform/values/ObjectTable.h"
 
-#include "platform/runtime/ReleaseBatch.h"
+#include "platform/runtime/ReleaseBatchInternal.h"
 #include "platform/values/Exception.h"
 
 #include <algorithm>

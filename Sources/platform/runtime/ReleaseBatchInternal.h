@@ -9,9 +9,9 @@ namespace zon::detail {
 // Lets a container that holds many objects free its own storage before it releases them.
 //
 // Freeing a large block makes glibc merge every small block freed since the last merge (see
-// PageMemory.h). A container's storage is freed after its elements, so a large container merges
-// all the memory of its elements at once, and whatever is allocated next comes from the merged
-// memory on the allocator's slow path. A container with at least kManyObjects elements instead
+// PageMemoryInternal.h). A container's storage is freed after its elements, so a large container
+// merges all the memory of its elements at once, and whatever is allocated next comes from the
+// merged memory on the allocator's slow path. A container with at least kManyObjects elements instead
 // hands its references to a batch, frees its storage, and the batch releases them when it ends.
 // Batches nest; their references wait in page memory of the thread.
 class ReleaseBatch {
