@@ -116,7 +116,7 @@ namespace {
 [[noreturn]] void servePort(const std::string& name)
 {
     auto port = MessagePort::createLocal(String::stringWithUTF8String(name), 0,
-        [](MessagePort*, int32_t, MessagePortMessage request) { return request; });
+        [](MessagePort*, int32_t, MessagePortMessage request, bool) { return request; });
     if (!port || !port->scheduleInRunLoop(RunLoop::currentRunLoop(), NSDefaultRunLoopMode))
         std::exit(1);
     RunLoop::currentRunLoop()->run();

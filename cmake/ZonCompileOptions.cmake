@@ -23,6 +23,10 @@ if(ZON_BUILD_FUZZERS)
   add_link_options(-fsanitize=address,undefined)
 endif()
 
+if(ZON_PLAIN_MEMORY)
+  add_compile_definitions(ZON_PLAIN_MEMORY=1)
+endif()
+
 # Adds the sources of one Sources/ folder to a library and installs its public headers
 # under include/ZonCommon/<folder>. Headers named *Internal.h serve the library's own units only
 # and are not installed.

@@ -15,7 +15,8 @@ using DataHandler = std::function<Ref<Data>(MessagePort* port, int32_t messageId
 
 inline Ref<MessagePort> createLocalPort(String* name, DataHandler handler)
 {
-    return MessagePort::createLocal(name, 0, [handler = std::move(handler)](MessagePort* port, int32_t messageId, MessagePortMessage request) {
+    return MessagePort::createLocal(name, 0,
+        [handler = std::move(handler)](MessagePort* port, int32_t messageId, MessagePortMessage request, bool) {
         return MessagePortMessage(HeldBytes(handler(port, messageId, request.body.data())));
     });
 }

@@ -112,9 +112,11 @@ class ZON_EXPORT MessagePort final : public Object {
     ZON_OBJECT(MessagePort, Object)
 public:
     // Handles one request on the thread of the port's run loop and answers the reply, or an empty
-    // message for none (what is answered to a one-way message is dropped). messageId is the
-    // sender's. The request comes with its first prefixLength bytes apart from its body.
-    using RequestHandler = std::function<MessagePortMessage(MessagePort* port, int32_t messageId, MessagePortMessage request)>;
+    // message for none. messageId is the sender's. The request comes with its first prefixLength
+    // bytes apart from its body. replyWanted is false for a one-way message, whose answer is
+    // dropped: a handler need not make one.
+    using RequestHandler = std::function<MessagePortMessage(
+        MessagePort* port, int32_t messageId, MessagePortMessage request, bool replyWanted)>;
 
     // Publishes name; nil when the name is held by a live port, the private directory cannot be
     // used, or a socket cannot be made. Nothing is received until scheduleInRunLoop. Requests

@@ -195,7 +195,7 @@ void MessagePortConnection::dispatchFrames()
         const bool replyWanted = header.flags & MessageFrameReplyWanted;
         MessagePortMessage reply;
         try {
-            reply = owner->handle(port, header.messageId, requestOfFrame(std::move(frame)));
+            reply = owner->handle(port, header.messageId, requestOfFrame(std::move(frame)), replyWanted);
         } catch (...) {
             // The sender still hears that nothing will come before the exception moves on.
             if (replyWanted)

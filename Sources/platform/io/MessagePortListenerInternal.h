@@ -46,9 +46,9 @@ public:
     RunLoop* loop() const { return loop_.get(); }
     String* mode() const { return mode_.get(); }
     size_t prefixLength() const { return prefixLength_; }
-    MessagePortMessage handle(MessagePort* port, int32_t messageId, MessagePortMessage request) const
+    MessagePortMessage handle(MessagePort* port, int32_t messageId, MessagePortMessage request, bool replyWanted) const
     {
-        return handler_(port, messageId, std::move(request));
+        return handler_(port, messageId, std::move(request), replyWanted);
     }
 
     bool schedule(RunLoop* loop, String* mode);

@@ -4,14 +4,21 @@
 
 namespace zon {
 
+Data* HeldBytes::exactData() const
+{
+    auto* data = dynamicCast<Data>(owner_.get());
+    if (data && !data->isKindOfClass(MutableData::staticClass()) && data->bytes() == bytes_.data()
+        && data->length() == bytes_.size())
+        return const_cast<Data*>(data);
+    return nullptr;
+}
+
 Ref<Data> HeldBytes::data() const
 {
     if (!owner_)
         return nullptr;
-    auto* data = dynamicCast<Data>(owner_.get());
-    if (data && !data->isKindOfClass(MutableData::staticClass()) && data->bytes() == bytes_.data()
-        && data->length() == bytes_.size())
-        return Ref<Data>(const_cast<Data*>(data));
+    if (Data* exact = exactData())
+        return Ref<Data>(exact);
     return Data::dataWithBytes(bytes_);
 }
 

@@ -32,8 +32,9 @@ public:
     bool isNil() const { return !owner_; }
     const Object* owner() const { return owner_.get(); }
 
-    // The bytes as a Data, nil when nothing is held: the owner itself when it is an immutable
-    // Data of exactly these bytes, else a copy.
+    // The owner when it is an immutable Data of exactly these bytes, else null.
+    Data* exactData() const;
+    // The bytes as a Data, nil when nothing is held: exactData() when there is one, else a copy.
     Ref<Data> data() const;
 
 private:

@@ -184,7 +184,10 @@ Ref<TXZonIPCPacket> TXZonIPCPacket::packetWithData(Data* data)
 
 Ref<TXZonIPCPacket> TXZonIPCPacket::packetWithString(String* string)
 {
-    return makeObject<TXZonIPCPacket>(kString, HeldBytes::utf8OfString(string));
+    if (!string)
+        return makeObject<TXZonIPCPacket>(kString, HeldBytes());
+    // A snapshot: an immutable string answers itself.
+    return makeObject<TXZonIPCPacket>(kString, staticRefCast<String>(string->copy()));
 }
 
 Ref<TXZonIPCPacket> TXZonIPCPacket::packetWithDictionary(Dictionary* dictionary)
@@ -222,7 +225,7 @@ Ref<Data> TXZonIPCPacket::ZONIPCPacketData() const
 {
     // Built once in the storage the returned data keeps: the payload is copied a single time.
     const auto type = typeWord();
-    const auto payload = payload_.span();
+    const auto payload = this->payload().span();
     ByteVector bytes;
     bytes.reserve(type.size() + payload.size());
     bytes.insert(bytes.end(), type.begin(), type.end());
@@ -237,17 +240,37 @@ std::array<uint8_t, 4> TXZonIPCPacket::typeWord() const
     return word;
 }
 
+const HeldBytes& TXZonIPCPacket::payload() const
+{
+    if (!text_)
+        return payload_;
+    std::lock_guard lock(made_);
+    if (!payloadMade_) {
+        payload_ = HeldBytes::utf8OfString(text_);
+        payloadMade_ = true;
+    }
+    return payload_;
+}
+
 Data* TXZonIPCPacket::sendData() const
 {
-    std::call_once(sendDataMade_, [&] { sendData_ = payload_.data(); });
-    return sendData_.get();
+    const HeldBytes& bytes = payload();
+    if (bytes.isNil())
+        return nullptr;
+    if (Data* exact = bytes.exactData())
+        return exact;
+    std::lock_guard lock(made_);
+    if (!madeData_)
+        madeData_ = Data::dataWithBytes(bytes.span());
+    return madeData_.get();
 }
 
 void TXZonIPCPacket::setSendData(Data* data)
 {
-    sendData(); // settles the made-once payload data, which this replaces
+    std::lock_guard lock(made_);
+    text_ = nullptr;
     payload_ = HeldBytes(Ref<Data>(data));
-    sendData_ = data;
+    madeData_ = nullptr;
 }
 
 Ref<Dictionary> TXZonIPCPacket::dictionaryValue() const
@@ -279,7 +302,7 @@ Ref<Dictionary> TXZonIPCPacket::dictionaryValue() const
 
 Ref<String> TXZonIPCPacket::stringValue() const
 {
-    if (payload_.isNil())
+    if (payload().isNil())
         return String::string();
     return stringWithUTF8Data(sendData());
 }
@@ -291,7 +314,7 @@ bool TXZonIPCPacket::isCommsPacket() const
 
 Ref<String> TXZonIPCPacket::description() const
 {
-    return descriptionWithType_size(packetType_, payload_.size());
+    return descriptionWithType_size(packetType_, payload().size());
 }
 
 Ref<String> TXZonIPCPacket::descriptionWithType_size(int32_t type, size_t payloadLength)

@@ -76,8 +76,9 @@ public:
     void setSendData(Data* data);
     int32_t type() const { return packetType_; }
     Data* dataValue() const { return sendData(); }
-    // The payload's bytes and what holds them: the form in which the packet is sent.
-    const HeldBytes& payload() const { return payload_; }
+    // The payload's bytes and what holds them: the form in which the packet is sent. A string
+    // packet encodes its text the first time it is asked.
+    const HeldBytes& payload() const;
 
     // The payload read as a property-list dictionary with its geometric values rebuilt and the
     // reserved key removed; an empty dictionary when the payload is not a dictionary.
@@ -97,11 +98,16 @@ public:
 
 private:
     TXZonIPCPacket(int32_t type, HeldBytes payload) : packetType_(type), payload_(std::move(payload)) {}
+    TXZonIPCPacket(int32_t type, Ref<String> text) : packetType_(type), text_(std::move(text)) {}
 
     int32_t packetType_;
-    HeldBytes payload_;
-    mutable std::once_flag sendDataMade_;
-    mutable Ref<Data> sendData_;
+    // A string packet keeps its text until its bytes are asked for: a reply that nobody reads
+    // (the answer to a one-way message) is never encoded.
+    Ref<String> text_;
+    mutable std::mutex made_; // guards making payload_ from text_, and madeData_
+    mutable HeldBytes payload_;
+    mutable bool payloadMade_ = false;
+    mutable Ref<Data> madeData_; // sendData() of a payload that lies in a string
 };
 
 } // namespace zon

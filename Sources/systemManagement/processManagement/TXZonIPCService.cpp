@@ -176,8 +176,8 @@ Ref<MessagePort> TXZonIPCService::remoteServicePort() const { return readLocked(
 bool TXZonIPCService::startService_error(String* name, Ref<Error>* error)
 {
     auto port = MessagePort::createLocal(name, kWirePrefixLength,
-        [this](MessagePort* port, int32_t messageId, MessagePortMessage request) {
-            return TXIPCServerRecvCallback(port, messageId, std::move(request), this);
+        [this](MessagePort* port, int32_t messageId, MessagePortMessage request, bool replyWanted) {
+            return TXIPCServerRecvCallback(port, messageId, std::move(request), this, replyWanted);
         });
     if (!port) {
         setError(error, Error::zonErrorWithCode_description(4, ZSTR("Failed to get servicePort")));
@@ -222,7 +222,8 @@ void TXZonIPCService::stopService()
         name.get());
 }
 
-MessagePortMessage TXIPCServerRecvCallback(MessagePort*, int32_t, MessagePortMessage message, void* info)
+MessagePortMessage TXIPCServerRecvCallback(
+    MessagePort*, int32_t, MessagePortMessage message, void* info, bool replyWanted)
 {
     AutoreleasePool pool;
     auto packet = packetOfMessage(std::move(message));
@@ -232,7 +233,7 @@ MessagePortMessage TXIPCServerRecvCallback(MessagePort*, int32_t, MessagePortMes
         return {};
     }
     auto reply = static_cast<TXZonIPCService*>(info)->handlePacket(packet);
-    return reply ? messageOfPacket(reply) : MessagePortMessage();
+    return reply && replyWanted ? messageOfPacket(reply) : MessagePortMessage();
 }
 
 // ---- The link to the peer ------------------------------------------------------------------------

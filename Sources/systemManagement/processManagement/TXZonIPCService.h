@@ -55,8 +55,10 @@ class Timer;
 // The receive callback of the local port: parses the message (its wire bytes, split after the
 // type word as the service's port delivers them) into a packet, hands it to the service (info) and
 // answers the wire bytes of the reply packet in the same two parts, or an empty message for none.
+// When the sender waits for no reply (replyWanted false) the reply is handled and logged as
+// always, but its wire bytes are not made.
 ZON_EXPORT MessagePortMessage TXIPCServerRecvCallback(
-    MessagePort* port, int32_t messageId, MessagePortMessage message, void* info);
+    MessagePort* port, int32_t messageId, MessagePortMessage message, void* info, bool replyWanted = true);
 
 class ZON_EXPORT TXZonIPCService : public Object {
     ZON_OBJECT(TXZonIPCService, Object)
@@ -154,7 +156,7 @@ public:
     ~TXZonIPCService() override;
 
 private:
-    friend MessagePortMessage TXIPCServerRecvCallback(MessagePort*, int32_t, MessagePortMessage, void*);
+    friend MessagePortMessage TXIPCServerRecvCallback(MessagePort*, int32_t, MessagePortMessage, void*, bool);
 
     TXZonIPCService() = default;
 

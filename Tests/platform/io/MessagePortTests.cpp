@@ -324,10 +324,11 @@ TEST_F(MessagePortTest, RequestsGetTheirRepliesAtEverySize)
 TEST_F(MessagePortTest, MessagesInTwoPartsArriveWholeOrSplitAsEachEndAsks)
 {
     std::mutex mutex;
-    std::vector<std::string> seen; // "prefix|body" as the handler got them
-    PortServer server(ZSTR("split"), 3, [&](MessagePort*, int32_t, MessagePortMessage request) {
+    std::vector<std::string> seen; // "prefix|body|wanted" as the handler got them
+    PortServer server(ZSTR("split"), 3, [&](MessagePort*, int32_t, MessagePortMessage request, bool replyWanted) {
         std::lock_guard lock(mutex);
-        seen.push_back(textOf(request.prefixBytes()) + "|" + textOf(request.body.data()));
+        seen.push_back(textOf(request.prefixBytes()) + "|" + textOf(request.body.data()) + "|"
+            + (replyWanted ? "wanted" : "dropped"));
         return MessagePortMessage(spanOf("R:"), dataOf("echo"));
     });
     ASSERT_TRUE(server.started());
@@ -345,7 +346,7 @@ TEST_F(MessagePortTest, MessagesInTwoPartsArriveWholeOrSplitAsEachEndAsks)
     EXPECT_EQ(textOf(joined), "R:echo");
     {
         std::lock_guard lock(mutex);
-        EXPECT_THAT(seen, ElementsAre("abc|def", "xyz|", "q|", "pla|in"));
+        EXPECT_THAT(seen, ElementsAre("abc|def|wanted", "xyz||dropped", "q||wanted", "pla|in|wanted"));
     }
 
     // A receiver that asked for no prefix gets the parts joined.
