@@ -43,6 +43,8 @@ public:
     void setThreshold(int level);
     // Called with the Logger's sink lock not held; a sink serialises its own output.
     virtual void write(const Record& record) noexcept = 0;
+    // Writes out whatever the sink holds back (counted repeats of a line); nothing by default.
+    virtual void flush() noexcept;
 
 private:
     std::atomic<int> threshold_;
@@ -54,6 +56,8 @@ ZON_LOGGER_EXPORT extern std::atomic<int> gMaximumThreshold;
 inline bool isEnabled(int level) noexcept { return level <= gMaximumThreshold.load(std::memory_order_relaxed); }
 
 ZON_LOGGER_EXPORT void write(const Record& record) noexcept;
+// Flushes every sink. Runs at exit, so that repeats counted by then are written.
+ZON_LOGGER_EXPORT void flush() noexcept;
 
 ZON_LOGGER_EXPORT void addSink(std::shared_ptr<Sink> sink);
 ZON_LOGGER_EXPORT void removeSink(const std::shared_ptr<Sink>& sink);

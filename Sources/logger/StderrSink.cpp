@@ -5,17 +5,14 @@
 
 namespace zon::logger {
 
-void StderrSink::write(const Record& record) noexcept
+StderrSink::~StderrSink() { flush(); }
+
+void StderrSink::writeLocked(const Record& record)
 {
-    try {
-        thread_local std::string line;
-        line.clear();
-        appendLine(line, record);
-        std::lock_guard guard(lock_);
-        writeFully(fd_, line);
-    } catch (...) {
-        // Out of memory while formatting: the record is dropped.
-    }
+    thread_local std::string line;
+    line.clear();
+    appendLine(line, record);
+    writeFully(fd_, line);
 }
 
 } // namespace zon::logger
