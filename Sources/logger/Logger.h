@@ -35,6 +35,17 @@ struct Record {
     int thread = 0;              // kernel id of the calling thread
 };
 
+// A record with owned copies of its fields, for sinks that keep records past write().
+struct KeptRecord {
+    std::string file;
+    int line = 0;
+    std::string category;
+    int level = 0;
+    std::string identifier;
+    std::string message;
+    int thread = 0;
+};
+
 class ZON_LOGGER_EXPORT Sink {
 public:
     explicit Sink(int threshold) : threshold_(threshold) {}

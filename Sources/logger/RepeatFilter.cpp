@@ -26,21 +26,22 @@ bool windowIsOver(std::chrono::system_clock::time_point start, std::chrono::syst
 
 bool RepeatFilter::Line::matches(size_t recordHash, const Record& record) const
 {
-    return used && hash == recordHash && line == record.line && level == record.level && message == record.message
-        && file == record.file && category == record.category && identifier == record.identifier;
+    return used && hash == recordHash && kept.line == record.line && kept.level == record.level
+        && kept.message == record.message && kept.file == record.file && kept.category == record.category
+        && kept.identifier == record.identifier;
 }
 
 void RepeatFilter::Line::assign(size_t recordHash, const Record& record)
 {
     used = true;
     hash = recordHash;
-    file.assign(record.file);
-    line = record.line;
-    category.assign(record.category);
-    level = record.level;
-    identifier.assign(record.identifier);
-    message.assign(record.message);
-    thread = record.thread;
+    kept.file.assign(record.file);
+    kept.line = record.line;
+    kept.category.assign(record.category);
+    kept.level = record.level;
+    kept.identifier.assign(record.identifier);
+    kept.message.assign(record.message);
+    kept.thread = record.thread;
     start = record.time;
     repeats = 0;
 }
@@ -50,10 +51,11 @@ void RepeatFilter::close(Line& line, std::chrono::system_clock::time_point now, 
     line.used = false;
     if (line.repeats == 0)
         return;
-    const std::string summary = line.message + " (repeated " + std::to_string(line.repeats) + " times)";
-    Record record {line.file, line.line, line.category, line.level, line.identifier, summary};
+    const KeptRecord& kept = line.kept;
+    const std::string summary = kept.message + " (repeated " + std::to_string(line.repeats) + " times)";
+    Record record {kept.file, kept.line, kept.category, kept.level, kept.identifier, summary};
     record.time = now;
-    record.thread = line.thread;
+    record.thread = kept.thread;
     emit(record);
 }
 

@@ -41,13 +41,7 @@ private:
     struct Line {
         bool used = false;
         size_t hash = 0;
-        std::string file;
-        int line = 0;
-        std::string category;
-        int level = 0;
-        std::string identifier;
-        std::string message;
-        int thread = 0;
+        KeptRecord kept;
         std::chrono::system_clock::time_point start {};
         uint64_t repeats = 0;
 
