@@ -74,22 +74,21 @@ void FileSink::rotateLocked()
 
 void FileSink::writeLocked(const Record& record)
 {
-    thread_local std::string line;
-    line.clear();
-    appendLine(line, record);
+    line_.clear();
+    appendLine(line_, record);
     if (fd_ < 0) {
         if (std::chrono::steady_clock::now() - lastOpenAttempt_ < std::chrono::seconds(1))
             return;
         if (!openLocked(OpenMode::Append))
             return;
     }
-    if (maxBytes_ > 0 && size_ > 0 && size_ + line.size() > maxBytes_) {
+    if (maxBytes_ > 0 && size_ > 0 && size_ + line_.size() > maxBytes_) {
         rotateLocked();
         if (fd_ < 0)
             return;
     }
-    if (writeFully(fd_, line))
-        size_ += line.size();
+    if (writeFully(fd_, line_))
+        size_ += line_.size();
 }
 
 } // namespace zon::logger

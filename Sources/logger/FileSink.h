@@ -39,6 +39,7 @@ private:
     const uint64_t maxBytes_;
     const int keptFiles_;
     int fd_ = -1;
+    std::string line_; // the line being written; kept to reuse its memory
     uint64_t size_ = 0;
     bool reportedFailure_ = false;
     std::chrono::steady_clock::time_point lastOpenAttempt_ {};

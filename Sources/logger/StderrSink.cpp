@@ -9,10 +9,9 @@ StderrSink::~StderrSink() { flush(); }
 
 void StderrSink::writeLocked(const Record& record)
 {
-    thread_local std::string line;
-    line.clear();
-    appendLine(line, record);
-    writeFully(fd_, line);
+    line_.clear();
+    appendLine(line_, record);
+    writeFully(fd_, line_);
 }
 
 } // namespace zon::logger

@@ -2,6 +2,7 @@
 
 #include "RepeatLimitedSink.h"
 
+#include <string>
 #include <unistd.h>
 
 namespace zon::logger {
@@ -18,6 +19,7 @@ private:
     void writeLocked(const Record& record) override;
 
     const int fd_;
+    std::string line_; // the line being written; kept to reuse its memory
 };
 
 } // namespace zon::logger
