@@ -40,8 +40,8 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size)
     const uint32_t second = take32(data, size);
     zon::Ref<zon::Data> bytes = zon::Data::dataWithBytes(data, size);
     zon::Ref<zon::InputStream> stream = zon::InputStream::inputStreamWithData(bytes);
-    // Stream lengths stay below 64 KB: a reader reserves the length it is asked for.
-    const uint32_t streamLength = first & 0xFFFF;
+    // Any length: a stream reader allocates about what the stream delivers, not what it is asked.
+    const uint32_t streamLength = first;
     try {
         switch (operation % 11) {
         case 0: TXZonTLEUtilities::readUInt64From_length(stream, streamLength & 0xF); break;

@@ -14,6 +14,7 @@
 #include <climits>
 #include <cstdlib>
 #include <cstring>
+#include <new>
 #include <string>
 #include <vector>
 
@@ -126,19 +127,41 @@ size_t grownSize(size_t size, size_t step) { return size + std::max(size, step);
 // zlib counts in 32-bit units; larger buffers are handed over in slices.
 uInt sliceOf(size_t available) { return static_cast<uInt>(std::min<size_t>(available, UINT_MAX)); }
 
-// The first output size for inflating: L + L/2, or the size a gzip trailer announces when it is
-// larger (within 64 times the input, so that a forged trailer cannot make us touch much more
-// memory than a real stream of that size might need). Only the buffer's growth depends on it,
-// not the bytes produced.
-size_t initialInflateSize(std::span<const uint8_t> input)
-{
-    const size_t guess = input.size() + input.size() / 2;
-    if (input.size() < 18 || input[0] != 0x1F || input[1] != 0x8B)
-        return guess;
-    const uint8_t* trailer = input.data() + input.size() - 4;
-    const size_t announced = trailer[0] | trailer[1] << 8 | trailer[2] << 16 | size_t {trailer[3]} << 24;
-    return std::clamp(announced, guess, std::max(guess, 64 * input.size()));
-}
+// How the inflate output buffer starts and grows. Only the number of inflate calls depends on
+// it, not the bytes produced. While per-call traces are wanted, each call is one step of L/2
+// bytes after a first buffer of L + L/2, so that the trace has one line per step of that size.
+// Otherwise the buffer starts at the size a gzip trailer announces when that is larger (within
+// 64 times the input, so that a forged trailer cannot make us touch much more memory than a real
+// stream of that size might need) and grows geometrically.
+class InflateBufferSteps {
+public:
+    InflateBufferSteps(std::span<const uint8_t> input, bool traced)
+        : inputLength_(input.size())
+        , half_(std::max<size_t>(input.size() / 2, 1))
+        , traced_(traced)
+        , initial_(traced ? input.size() + input.size() / 2 : announcedSize(input))
+    {
+    }
+
+    size_t initial() const { return initial_; }
+    size_t grown(size_t size) const { return traced_ ? size + half_ : grownSize(size, half_); }
+
+private:
+    size_t announcedSize(std::span<const uint8_t> input) const
+    {
+        const size_t guess = inputLength_ + inputLength_ / 2;
+        if (input.size() < 18 || input[0] != 0x1F || input[1] != 0x8B)
+            return guess;
+        const uint8_t* trailer = input.data() + input.size() - 4;
+        const size_t announced = trailer[0] | trailer[1] << 8 | trailer[2] << 16 | size_t {trailer[3]} << 24;
+        return std::clamp(announced, guess, std::max(guess, 64 * inputLength_));
+    }
+
+    size_t inputLength_;
+    size_t half_;
+    bool traced_;
+    size_t initial_;
+};
 
 Ref<Data> adoptBuffer(ByteVector& buffer, size_t used)
 {
@@ -219,8 +242,6 @@ Ref<Data> Data::gunzipWithZlib() const
     if (bytes_.empty())
         return Ref<Data>(const_cast<Data*>(this));
 
-    const size_t half = bytes_.size() / 2;
-    ByteVector out(initialInflateSize(bytes_));
     z_stream stream {};
     int rc = inflateInit2(&stream, kInflateBothGZipAndZlibFiles);
     if (rc != Z_OK) {
@@ -228,49 +249,60 @@ Ref<Data> Data::gunzipWithZlib() const
             "Failed to initialize zlib data: %d/%s", rc, zError(rc));
         return nullptr;
     }
+    auto inflateFailed = [&](int code) {
+        zon_log_obj(__FILE__, kLineInflateFailed, objectLogCategory(), 1, kDefaultLogIdentifier,
+            "Failed to inflate compressed data: %d/%s", code, zError(code));
+        inflateEnd(&stream);
+        return nullptr;
+    };
 
-    size_t consumed = 0;
-    for (;;) {
-        if (stream.total_out >= out.size())
-            out.resize(grownSize(out.size(), half));
-        if (stream.avail_in == 0 && consumed < bytes_.size()) {
-            stream.next_in = const_cast<Bytef*>(bytes_.data() + consumed);
-            stream.avail_in = sliceOf(bytes_.size() - consumed);
-            consumed += stream.avail_in;
+    // There is no limit of our own on the output: when memory runs out the answer is zlib's own
+    // memory error, never an exception.
+    try {
+        const InflateBufferSteps steps(bytes_, logger::isEnabled(5));
+        ByteVector out(steps.initial());
+        size_t consumed = 0;
+        for (;;) {
+            if (stream.total_out >= out.size())
+                out.resize(steps.grown(out.size()));
+            if (stream.avail_in == 0 && consumed < bytes_.size()) {
+                stream.next_in = const_cast<Bytef*>(bytes_.data() + consumed);
+                stream.avail_in = sliceOf(bytes_.size() - consumed);
+                consumed += stream.avail_in;
+            }
+            stream.next_out = out.data() + stream.total_out;
+            stream.avail_out = sliceOf(out.size() - stream.total_out);
+            rc = inflate(&stream, Z_NO_FLUSH);
+            switch (rc) {
+            case Z_OK:
+            case Z_STREAM_END:
+                zon_log_obj(__FILE__, kLineInflateProgress, objectLogCategory(), 5, kDefaultLogIdentifier,
+                    "ZLIB - inflate() rc=%d/%s", rc, zError(rc));
+                break;
+            case Z_BUF_ERROR:
+                zon_log_obj(__FILE__, kLineInflateBufferError, objectLogCategory(), 5, kDefaultLogIdentifier,
+                    "ZLIB - inflate() rc=%d/%s", rc, zError(rc));
+                break;
+            default:
+                return inflateFailed(rc);
+            }
+            // The loop ends on the first call that leaves output space free, not on the end code:
+            // a stream cut short answers what it gave. Input beyond one slice keeps it going.
+            const bool moreInput = stream.avail_in == 0 && consumed < bytes_.size() && rc == Z_OK;
+            if (stream.avail_out != 0 && !moreInput)
+                break;
         }
-        stream.next_out = out.data() + stream.total_out;
-        stream.avail_out = sliceOf(out.size() - stream.total_out);
-        rc = inflate(&stream, Z_NO_FLUSH);
-        switch (rc) {
-        case Z_OK:
-        case Z_STREAM_END:
-            zon_log_obj(__FILE__, kLineInflateProgress, objectLogCategory(), logger::kLevelDetail,
-                kDefaultLogIdentifier, "ZLIB - inflate() rc=%d/%s", rc, zError(rc));
-            break;
-        case Z_BUF_ERROR:
-            zon_log_obj(__FILE__, kLineInflateBufferError, objectLogCategory(), logger::kLevelDetail,
-                kDefaultLogIdentifier, "ZLIB - inflate() rc=%d/%s", rc, zError(rc));
-            break;
-        default:
-            zon_log_obj(__FILE__, kLineInflateFailed, objectLogCategory(), logger::kLevelError, kDefaultLogIdentifier,
-                "Failed to inflate compressed data: %d/%s", rc, zError(rc));
-            inflateEnd(&stream);
+        const size_t produced = stream.total_out;
+        rc = inflateEnd(&stream);
+        if (rc != Z_OK) {
+            zon_log_obj(__FILE__, kLineInflateEndFailed, objectLogCategory(), logger::kLevelError, kDefaultLogIdentifier,
+                "Failed to end inflate of zlib data: %d/%s", rc, zError(rc));
             return nullptr;
         }
-        // The loop ends on the first call that leaves output space free, not on the end code: a
-        // stream cut short answers what it gave. Input beyond one slice keeps it going.
-        const bool moreInput = stream.avail_in == 0 && consumed < bytes_.size() && rc == Z_OK;
-        if (stream.avail_out != 0 && !moreInput)
-            break;
+        return adoptBuffer(out, produced);
+    } catch (const std::bad_alloc&) {
+        return inflateFailed(Z_MEM_ERROR);
     }
-    const size_t produced = stream.total_out;
-    rc = inflateEnd(&stream);
-    if (rc != Z_OK) {
-        zon_log_obj(__FILE__, kLineInflateEndFailed, objectLogCategory(), logger::kLevelError, kDefaultLogIdentifier,
-            "Failed to end inflate of zlib data: %d/%s", rc, zError(rc));
-        return nullptr;
-    }
-    return adoptBuffer(out, produced);
 }
 
 // NSData(DataFetchZonExtensions)

@@ -12,15 +12,7 @@
 namespace zon::logger {
 
 // One record as a capture sink keeps it: owned copies of every field.
-struct CapturedRecord {
-    std::string file;
-    int line = 0;
-    std::string category;
-    int level = 0;
-    std::string identifier;
-    std::string message;
-    int thread = 0;
-};
+using CapturedRecord = KeptRecord;
 
 // Keeps the records it receives in memory, in arrival order, for tests to inspect. Safe from any
 // thread; the accessors answer copies.

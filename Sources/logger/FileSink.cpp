@@ -11,7 +11,7 @@
 namespace zon::logger {
 
 FileSink::FileSink(std::string path, int threshold, uint64_t maxBytes, int keptFiles)
-    : Sink(threshold)
+    : RepeatLimitedSink(threshold)
     , path_(std::move(path))
     , maxBytes_(maxBytes)
     , keptFiles_(keptFiles < 0 ? 0 : keptFiles)
@@ -22,6 +22,7 @@ FileSink::FileSink(std::string path, int threshold, uint64_t maxBytes, int keptF
 
 FileSink::~FileSink()
 {
+    flush();
     closeLocked();
 }
 
@@ -71,29 +72,23 @@ void FileSink::rotateLocked()
     openLocked(OpenMode::Append);
 }
 
-void FileSink::write(const Record& record) noexcept
+void FileSink::writeLocked(const Record& record)
 {
-    try {
-        thread_local std::string line;
-        line.clear();
-        appendLine(line, record);
-        std::lock_guard guard(lock_);
-        if (fd_ < 0) {
-            if (std::chrono::steady_clock::now() - lastOpenAttempt_ < std::chrono::seconds(1))
-                return;
-            if (!openLocked(OpenMode::Append))
-                return;
-        }
-        if (maxBytes_ > 0 && size_ > 0 && size_ + line.size() > maxBytes_) {
-            rotateLocked();
-            if (fd_ < 0)
-                return;
-        }
-        if (writeFully(fd_, line))
-            size_ += line.size();
-    } catch (...) {
-        // Out of memory while formatting or naming the rotated files: the record is dropped.
+    line_.clear();
+    appendLine(line_, record);
+    if (fd_ < 0) {
+        if (std::chrono::steady_clock::now() - lastOpenAttempt_ < std::chrono::seconds(1))
+            return;
+        if (!openLocked(OpenMode::Append))
+            return;
     }
+    if (maxBytes_ > 0 && size_ > 0 && size_ + line_.size() > maxBytes_) {
+        rotateLocked();
+        if (fd_ < 0)
+            return;
+    }
+    if (writeFully(fd_, line_))
+        size_ += line_.size();
 }
 
 } // namespace zon::logger

@@ -1,10 +1,9 @@
 #pragma once
 
-#include "Logger.h"
+#include "RepeatLimitedSink.h"
 
 #include <chrono>
 #include <cstdint>
-#include <mutex>
 #include <string>
 
 namespace zon::logger {
@@ -17,8 +16,8 @@ namespace zon::logger {
 // processes.
 //
 // A file that cannot be opened drops records; the sink says so once on standard error and tries
-// to open it again at most once a second.
-class ZON_LOGGER_EXPORT FileSink final : public Sink {
+// to open it again at most once a second. Floods of one line are summarised (RepeatFilter.h).
+class ZON_LOGGER_EXPORT FileSink final : public RepeatLimitedSink {
 public:
     FileSink(std::string path, int threshold, uint64_t maxBytes, int keptFiles);
     ~FileSink() override;
@@ -29,9 +28,8 @@ public:
     uint64_t maxBytes() const { return maxBytes_; }
     int keptFiles() const { return keptFiles_; }
 
-    void write(const Record& record) noexcept override;
-
 private:
+    void writeLocked(const Record& record) override;
     enum class OpenMode { Append, Truncate };
     bool openLocked(OpenMode mode);
     void closeLocked() noexcept;
@@ -40,8 +38,8 @@ private:
     const std::string path_;
     const uint64_t maxBytes_;
     const int keptFiles_;
-    std::mutex lock_;
     int fd_ = -1;
+    std::string line_; // the line being written; kept to reuse its memory
     uint64_t size_ = 0;
     bool reportedFailure_ = false;
     std::chrono::steady_clock::time_point lastOpenAttempt_ {};

@@ -37,7 +37,9 @@ int JournalSink::priorityForLevel(int level) noexcept
     return 7;
 }
 
-void JournalSink::write(const Record& record) noexcept
+JournalSink::~JournalSink() { flush(); }
+
+void JournalSink::writeLocked(const Record& record)
 {
 #ifdef ZON_HAVE_SYSTEMD
     auto length = [](std::string_view text) { return int(text.size()); };

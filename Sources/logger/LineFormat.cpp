@@ -1,6 +1,7 @@
 #include "LineFormat.h"
 
 #include <charconv>
+#include <cstdio>
 #include <ctime>
 #include <errno.h>
 #include <unistd.h>
@@ -20,25 +21,17 @@ void appendPadded(std::string& out, long value, int width)
 void appendNumber(std::string& out, long value) { appendPadded(out, value, 0); }
 
 // "YYYY-MM-DD HH:MM:SS" for a second, cached per thread: consecutive records mostly share it.
+// The cache is plain storage, so that it still serves lines written while the process exits,
+// after the thread's objects have been destroyed.
 std::string_view secondsText(std::time_t seconds)
 {
     thread_local std::time_t cachedSecond = -1;
-    thread_local std::string cachedText;
+    thread_local char cachedText[32];
     if (seconds != cachedSecond) {
         std::tm parts {};
         localtime_r(&seconds, &parts);
-        cachedText.clear();
-        appendPadded(cachedText, parts.tm_year + 1900, 4);
-        cachedText.push_back('-');
-        appendPadded(cachedText, parts.tm_mon + 1, 2);
-        cachedText.push_back('-');
-        appendPadded(cachedText, parts.tm_mday, 2);
-        cachedText.push_back(' ');
-        appendPadded(cachedText, parts.tm_hour, 2);
-        cachedText.push_back(':');
-        appendPadded(cachedText, parts.tm_min, 2);
-        cachedText.push_back(':');
-        appendPadded(cachedText, parts.tm_sec, 2);
+        std::snprintf(cachedText, sizeof cachedText, "%04d-%02d-%02d %02d:%02d:%02d", parts.tm_year + 1900,
+            parts.tm_mon + 1, parts.tm_mday, parts.tm_hour, parts.tm_min, parts.tm_sec);
         cachedSecond = seconds;
     }
     return cachedText;

@@ -54,6 +54,7 @@ State& configuredState()
         SinkList initial = makeSinks(configurationFromEnvironment(::getenv));
         std::lock_guard guard(s.lock);
         replaceSinks(s, std::move(initial));
+        std::atexit([] { flush(); });
     });
     return s;
 }
@@ -73,6 +74,8 @@ int currentThreadId() noexcept
 } // namespace
 
 Sink::~Sink() = default;
+
+void Sink::flush() noexcept {}
 
 void Sink::setThreshold(int level)
 {
@@ -96,6 +99,15 @@ void write(const Record& record) noexcept
         }
     } catch (...) {
         // Logging never fails its caller: a record that cannot be delivered is dropped.
+    }
+}
+
+void flush() noexcept
+{
+    try {
+        for (auto& sink : *snapshot(configuredState()))
+            sink->flush();
+    } catch (...) {
     }
 }
 

@@ -35,6 +35,17 @@ struct Record {
     int thread = 0;              // kernel id of the calling thread
 };
 
+// A record with owned copies of its fields, for sinks that keep records past write().
+struct KeptRecord {
+    std::string file;
+    int line = 0;
+    std::string category;
+    int level = 0;
+    std::string identifier;
+    std::string message;
+    int thread = 0;
+};
+
 class ZON_LOGGER_EXPORT Sink {
 public:
     explicit Sink(int threshold) : threshold_(threshold) {}
@@ -43,6 +54,8 @@ public:
     void setThreshold(int level);
     // Called with the Logger's sink lock not held; a sink serialises its own output.
     virtual void write(const Record& record) noexcept = 0;
+    // Writes out whatever the sink holds back (counted repeats of a line); nothing by default.
+    virtual void flush() noexcept;
 
 private:
     std::atomic<int> threshold_;
@@ -54,6 +67,8 @@ ZON_LOGGER_EXPORT extern std::atomic<int> gMaximumThreshold;
 inline bool isEnabled(int level) noexcept { return level <= gMaximumThreshold.load(std::memory_order_relaxed); }
 
 ZON_LOGGER_EXPORT void write(const Record& record) noexcept;
+// Flushes every sink. Runs at exit, so that repeats counted by then are written.
+ZON_LOGGER_EXPORT void flush() noexcept;
 
 ZON_LOGGER_EXPORT void addSink(std::shared_ptr<Sink> sink);
 ZON_LOGGER_EXPORT void removeSink(const std::shared_ptr<Sink>& sink);

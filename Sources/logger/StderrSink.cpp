@@ -5,17 +5,13 @@
 
 namespace zon::logger {
 
-void StderrSink::write(const Record& record) noexcept
+StderrSink::~StderrSink() { flush(); }
+
+void StderrSink::writeLocked(const Record& record)
 {
-    try {
-        thread_local std::string line;
-        line.clear();
-        appendLine(line, record);
-        std::lock_guard guard(lock_);
-        writeFully(fd_, line);
-    } catch (...) {
-        // Out of memory while formatting: the record is dropped.
-    }
+    line_.clear();
+    appendLine(line_, record);
+    writeFully(fd_, line_);
 }
 
 } // namespace zon::logger

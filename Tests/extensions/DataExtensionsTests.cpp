@@ -222,6 +222,95 @@ TEST(DataGzip, AStreamCutShortAnswersWhatItInflated)
     EXPECT_TRUE(std::equal(partial->span().begin(), partial->span().end(), bytes.begin()));
 }
 
+namespace {
+
+struct InflateTrace {
+    size_t lines = 0;
+    size_t bufferErrors = 0;
+    std::string last;
+};
+
+// The level-5 lines of one gunzipWithZlib call.
+InflateTrace traceOfGunzip(const Bytes& compressed)
+{
+    LogCapture capture;
+    dataOf(compressed)->gunzipWithZlib();
+    InflateTrace trace;
+    for (const logger::CapturedRecord& record : capture.records()) {
+        if (record.level != 5 || !record.file.ends_with("Sources/extensions/NSData+ZonExtensions.cpp"))
+            continue;
+        ++trace.lines;
+        trace.bufferErrors += record.line == 190;
+        trace.last = record.message;
+    }
+    return trace;
+}
+
+} // namespace
+
+TEST(DataGzip, TracedInflateTakesOneCallPerHalfOfTheInputLength)
+{
+    // The buffer starts at L + L/2 bytes and grows by L/2, one traced inflate call per step:
+    // 133 bytes of gzip give 100,000 bytes in 199 + 1,512 x 66 + a last partial step.
+    const Bytes as = bytesOf(dataOf(Bytes(100000, 'a'))->gzipWithZlib());
+    ASSERT_EQ(as.size(), 133u);
+    InflateTrace whole = traceOfGunzip(as);
+    EXPECT_EQ(whole.lines, 1514u);
+    EXPECT_EQ(whole.bufferErrors, 0u);
+    EXPECT_EQ(whole.last, "ZLIB - inflate() rc=1/stream end");
+
+    // Cut after 32 bytes, the output ends exactly on a step: one more call finds neither input
+    // nor anything to write, and says so at line 190.
+    InflateTrace cut = traceOfGunzip(Bytes(as.begin(), as.begin() + 32));
+    EXPECT_EQ(cut.lines, 370u);
+    EXPECT_EQ(cut.bufferErrors, 1u);
+    EXPECT_EQ(cut.last, "ZLIB - inflate() rc=-5/buffer error");
+
+    // 200 bytes of a less regular stream inflate to 413 bytes: 300, then 100, then 13.
+    Bytes sample = bytesOf(dataOf(sampleBytes(3000, 1))->gzipWithZlib());
+    sample.resize(200);
+    EXPECT_EQ(traceOfGunzip(sample).lines, 3u);
+    EXPECT_EQ(dataOf(sample)->gunzipWithZlib()->length(), 413u);
+}
+
+TEST(DataGzip, RunningOutOfMemoryGivesNilAndTheMemoryErrorLine)
+{
+    if (!kMemoryLimitsApply)
+        GTEST_SKIP() << "memory limits do not apply under the sanitizers";
+    // 64 MiB of zeros in 64 KiB, inflated with 16 MiB to spare.
+    z_stream stream {};
+    ASSERT_EQ(deflateInit2(&stream, Z_BEST_COMPRESSION, Z_DEFLATED, kDeflateToGZipFileFormat, 8, Z_DEFAULT_STRATEGY), Z_OK);
+    const Bytes zeros(1 << 20, 0);
+    Bytes bomb(1 << 20);
+    for (int chunk = 0; chunk < 64; ++chunk) {
+        stream.next_in = const_cast<Bytef*>(zeros.data());
+        stream.avail_in = static_cast<uInt>(zeros.size());
+        stream.next_out = bomb.data() + stream.total_out;
+        stream.avail_out = static_cast<uInt>(bomb.size() - stream.total_out);
+        ASSERT_EQ(deflate(&stream, chunk == 63 ? Z_FINISH : Z_NO_FLUSH), chunk == 63 ? Z_STREAM_END : Z_OK);
+    }
+    bomb.resize(stream.total_out);
+    deflateEnd(&stream);
+    Ref<Data> compressed = dataOf(bomb);
+
+    const int status = exitStatusUnderMemoryLimit(16 << 20, [&] {
+        auto errors = std::make_shared<logger::CaptureSink>(logger::kLevelError);
+        logger::addSink(errors);
+        try {
+            if (compressed->gunzipWithZlib())
+                return 1;
+        } catch (const std::bad_alloc&) {
+            return 2;
+        }
+        const auto records = errors->records();
+        const bool logged = std::any_of(records.begin(), records.end(), [](const logger::CapturedRecord& record) {
+            return record.line == 199 && record.message == "Failed to inflate compressed data: -4/insufficient memory";
+        });
+        return logged ? 0 : 3;
+    });
+    EXPECT_EQ(status, 0) << "1: data answered, 2: std::bad_alloc escaped, 3: no log line";
+}
+
 TEST(DataGzip, OnlyTheFirstMemberOfAMultiMemberFileIsRead)
 {
     Bytes joined = bytesOf(dataOf(sampleBytes(3000, 1))->gzipWithZlib());
@@ -291,3 +380,4 @@ TEST(MutableDataAppend, BothOrdersUnderBothNames)
                                  0x44, 0x55, 0x66, 0x77, 0x88, 0x0B, 0x0A, 0xFE, 0x88, 0x77, 0x66, 0x55, 0x44, 0x33,
                                  0x22, 0x11}));
 }
+

@@ -1,12 +1,12 @@
 #pragma once
 
-// Helpers shared by the codec tests: byte vectors, raised exceptions, temporary files and
-// commands run through the shell.
+// Helpers shared by the codec tests: byte vectors, raised exceptions, temporary files, commands
+// run through the shell and child processes under a memory limit.
 
 #include "platform/values/Data.h"
 #include "platform/values/String.h"
 #include "support/Raised.h"
-#include "support/Values.h"
+#include "support/PeerProcess.h"
 #include "support/Values.h"
 
 #include <gtest/gtest.h>
@@ -14,10 +14,13 @@
 #include <cstdio>
 #include <cstdlib>
 #include <fstream>
+#include <functional>
 #include <initializer_list>
 #include <iterator>
 #include <sstream>
 #include <string>
+#include <sys/resource.h>
+#include <sys/wait.h>
 #include <unistd.h>
 #include <vector>
 
@@ -94,6 +97,42 @@ inline std::string commandOutput(const std::string& command)
 inline bool haveCommand(const std::string& name)
 {
     return std::system(("command -v " + name + " >/dev/null 2>&1").c_str()) == 0;
+}
+
+// The sanitizers reserve terabytes of address space up front and abort on a failed allocation
+// instead of throwing, so a memory limit cannot be tested under them.
+#if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
+inline constexpr bool kMemoryLimitsApply = false;
+#else
+inline constexpr bool kMemoryLimitsApply = true;
+#endif
+
+// Runs body in a child process whose address space may grow by at most headroom bytes past its
+// size at the fork, and answers body's result as the child's exit status, or 128 + the signal
+// that ended the child. The limit never touches the test process itself.
+inline int exitStatusUnderMemoryLimit(size_t headroom, const std::function<int()>& body)
+{
+    std::fflush(nullptr);
+    PeerProcess child;
+    const bool started = child.runInChild([&] {
+        unsigned long pages = 0;
+        if (FILE* statm = std::fopen("/proc/self/statm", "r")) {
+            if (std::fscanf(statm, "%lu", &pages) != 1)
+                pages = 0;
+            std::fclose(statm);
+        }
+        const rlim_t size = static_cast<rlim_t>(pages) * static_cast<rlim_t>(sysconf(_SC_PAGESIZE)) + headroom;
+        const rlimit limit {size, size};
+        if (pages == 0 || setrlimit(RLIMIT_AS, &limit) != 0)
+            return 126;
+        const int status = body();
+        std::fflush(nullptr);
+        return status;
+    });
+    const int status = started ? child.wait() : -1;
+    if (status < 0)
+        return -1;
+    return WIFEXITED(status) ? WEXITSTATUS(status) : 128 + WTERMSIG(status);
 }
 
 } // namespace zon::test

@@ -233,3 +233,64 @@ TEST(TXJSONParser, DeepNestingNeitherOverflowsNorFailsWrongly)
         objects += u"{\"k\":";
     expectFailure(objects);
 }
+
+namespace {
+
+// An array of count numbers: about 50 bytes of objects per element once parsed.
+std::u16string wideArray(size_t count)
+{
+    std::u16string text = u"[";
+    for (size_t i = 0; i < count; ++i)
+        text += u"1,";
+    return text + u"]";
+}
+
+// Maps stack pages that a later call may need once no more can be mapped.
+void touchStack()
+{
+    volatile char pages[256 * 1024];
+    for (size_t i = 0; i < sizeof pages; i += 4096)
+        pages[i] = 0;
+}
+
+} // namespace
+
+TEST(TXJSONParser, RunningOutOfMemoryFailsAndFreesWhatWasBuilt)
+{
+    if (!kMemoryLimitsApply)
+        GTEST_SKIP() << "memory limits do not apply under the sanitizers";
+    // The elements need far more than the 32 MiB allowed; what was built when an allocation
+    // fails is freed on the way out, with no memory to spare for it.
+    Ref<String> json = str(wideArray(4000000));
+    const int status = exitStatusUnderMemoryLimit(32 << 20, [&] {
+        bool success = true;
+        try {
+            if (TXJSONParser::JsonDecode_withSuccess(json, &success))
+                return 1;
+        } catch (const std::bad_alloc&) {
+            return 2;
+        }
+        return success ? 3 : 0;
+    });
+    EXPECT_EQ(status, 0) << "1: a value, 2: std::bad_alloc escaped, 3: flag left true";
+}
+
+TEST(TXJSONParser, ALargeTreeIsFreedWithNoMemoryLeft)
+{
+    if (!kMemoryLimitsApply)
+        GTEST_SKIP() << "memory limits do not apply under the sanitizers";
+    // A long chain of nested arrays beside a wide array, freed when not a page more can be mapped.
+    const size_t depth = 300000;
+    Ref<String> json = str(u"[" + std::u16string(depth, u'[') + std::u16string(depth, u']') + u"," + wideArray(200000) + u"]");
+    const int status = exitStatusUnderMemoryLimit(size_t {1} << 30, [&] {
+        Ref<Object> tree = TXJSONParser::JsonDecode(json);
+        if (!tree)
+            return 1;
+        touchStack();
+        const rlimit none {0, 0};
+        setrlimit(RLIMIT_AS, &none);
+        tree = nullptr;
+        return 0;
+    });
+    EXPECT_EQ(status, 0) << "1: parsed nothing; a signal is 128 and more";
+}

@@ -218,6 +218,45 @@ TEST(TXZonTLEUtilities, StreamReadersPassTheirLengthToTheByteHelpersAfterReading
         "TXZonTLEUtilities::bytesToInt received an invalid length: 0");
 }
 
+TEST(TXZonTLEUtilities, LongValuesAreReadWholeInGrowingSteps)
+{
+    const Bytes value = sampleBytes(300000, 3);
+    Ref<InputStream> stream = streamOf(value);
+    EXPECT_EQ(bytesOf(TLE::readBytesFrom_length(stream, 300000)), value);
+    // Past the first step, a read the stream cannot fill fails the whole value.
+    EXPECT_EQ(inconsistencyReason([&] { TLE::readBytesFrom_length(streamOf(value), 300001); }),
+        "TXZonTLEUtilities::readBytesFrom couldn't read from provided stream.");
+}
+
+TEST(TXZonTLEUtilities, ALengthTheStreamDoesNotBackRaisesUnderAMemoryLimit)
+{
+    if (!kMemoryLimitsApply)
+        GTEST_SKIP() << "memory limits do not apply under the sanitizers";
+    // A forged length of 4 GiB - 1 over ten bytes must cost no more than the ten bytes.
+    const Bytes tenBytes = sampleBytes(10);
+    const std::function<void(InputStream*)> readers[] = {
+        [](InputStream* stream) { TLE::readUInt64From_length(stream, UINT32_MAX); },
+        [](InputStream* stream) { TLE::readUInt32From_length(stream, UINT32_MAX); },
+        [](InputStream* stream) { TLE::readBytesFrom_length(stream, UINT32_MAX); },
+        [](InputStream* stream) { TLE::readStringFrom_length(stream, UINT32_MAX); },
+    };
+    for (const auto& read : readers) {
+        const int status = exitStatusUnderMemoryLimit(64 << 20, [&] {
+            try {
+                read(streamOf(tenBytes));
+            } catch (const Exception& exception) {
+                const bool expected = exception.name()->isEqualToString(NSInternalInconsistencyException)
+                    && utf8(exception.reason()).ends_with("couldn't read from provided stream.");
+                return expected ? 0 : 1;
+            } catch (const std::bad_alloc&) {
+                return 2;
+            }
+            return 3;
+        });
+        EXPECT_EQ(status, 0) << "1: another exception, 2: std::bad_alloc, 3: nothing raised";
+    }
+}
+
 TEST(TXZonTLEUtilities, TheStringReaderDoesNotUnderstandWhatTheStringWriterMakesOfLatin1)
 {
     Bytes field = written([](MutableData* b) { TLE::writeStringFieldToBuffer_ofType_withValue(b, 5, str(u"caf\u00E9")); });

@@ -22,37 +22,62 @@ namespace {
 // destruction drains, so a million nested arrays are freed in constant stack depth.
 constexpr unsigned kMaxNestedDestruction = 16;
 
-// A stack of object pointers in page memory (see PageMemoryInternal.h), so that growing it while many
-// objects are being freed does not make malloc merge their blocks.
+// A stack of object pointers: a few slots of its own, then page memory (see PageMemoryInternal.h), so
+// that growing it while many objects are being freed does not make malloc merge their blocks.
+// Destruction must work when no memory is left: a push that finds no room answers false and the
+// caller does the work at once instead. A refused growth is not tried again until the stack has
+// emptied, so running out costs one failed request, not one per object.
 struct PointerStack {
-    const Object** items;
+    static constexpr size_t kOwnSlots = 32; // enough for any chain of single children
+
+    const Object* own[kOwnSlots];
+    const Object** pages;
     size_t count;
-    size_t capacity;
+    size_t capacity; // of pages
+    bool refused;
 
     bool push(const Object* object) noexcept
     {
-        if (count == capacity) {
-            const size_t grown = capacity ? capacity * 2 : 4096 / sizeof(Object*);
-            try {
-                items = static_cast<const Object**>(capacity
-                        ? detail::reallocatePages(items, capacity * sizeof(Object*), grown * sizeof(Object*))
-                        : detail::allocatePages(grown * sizeof(Object*)));
-            } catch (const std::bad_alloc&) {
-                return false;
-            }
-            capacity = grown;
+        if (count < kOwnSlots) {
+            own[count++] = object;
+            return true;
         }
-        items[count++] = object;
+        const size_t paged = count - kOwnSlots;
+        if (paged == capacity && !grow())
+            return false;
+        pages[paged] = object;
+        ++count;
         return true;
     }
-    // Gives the memory back once the stack is empty.
+    const Object* at(size_t index) const noexcept { return index < kOwnSlots ? own[index] : pages[index - kOwnSlots]; }
+    const Object* pop() noexcept { return at(--count); }
+    // Gives the memory back once the stack is empty, and lets it try to grow again.
     void trim() noexcept
     {
         if (count)
             return;
-        detail::freePages(items, capacity * sizeof(Object*));
-        items = nullptr;
+        detail::freePages(pages, capacity * sizeof(Object*));
+        pages = nullptr;
         capacity = 0;
+        refused = false;
+    }
+
+private:
+    bool grow() noexcept
+    {
+        if (refused)
+            return false;
+        const size_t grown = capacity ? capacity * 2 : 4096 / sizeof(Object*);
+        try {
+            pages = static_cast<const Object**>(capacity
+                    ? detail::reallocatePages(pages, capacity * sizeof(Object*), grown * sizeof(Object*))
+                    : detail::allocatePages(grown * sizeof(Object*)));
+        } catch (const std::bad_alloc&) {
+            refused = true;
+            return false;
+        }
+        capacity = grown;
+        return true;
     }
 };
 
@@ -110,7 +135,7 @@ void Object::destroy(const Object* object) noexcept
     delete object;
     if (s.depth == 1) {
         while (s.pending.count)
-            delete s.pending.items[--s.pending.count];
+            delete s.pending.pop();
         s.pending.trim();
     }
     --s.depth;
@@ -126,7 +151,7 @@ ReleaseBatch::~ReleaseBatch()
     // back at this batch's end after every step (though its memory may have moved).
     auto& releases = destruction.releases;
     for (size_t i = start_; i < releases.count; ++i)
-        releases.items[i]->release();
+        releases.at(i)->release();
     releases.count = start_;
     releases.trim();
 }

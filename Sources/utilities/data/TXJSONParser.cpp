@@ -9,6 +9,7 @@
 #include "platform/values/String.h"
 
 #include <cstdio>
+#include <new>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -277,6 +278,19 @@ Ref<Object> parse(Text text, size_t& index, bool& success, Start start)
     }
 }
 
+// Runs a parse that allocates as it goes: running out of memory is a failure like any other,
+// answered with nil and the flag false. What was built so far is freed on the way out.
+template <class Parse>
+auto failingWhenMemoryRunsOut(bool& success, Parse&& parse) -> decltype(parse())
+{
+    try {
+        return parse();
+    } catch (const std::bad_alloc&) {
+        success = false;
+        return nullptr;
+    }
+}
+
 // The position of a step operation as an index into text.
 size_t checkedIndex(Text text, int32_t index)
 {
@@ -320,32 +334,42 @@ Ref<Object> TXJSONParser::JsonDecode_withSuccess(const String* json, bool* succe
     if (!json)
         return nullptr;
     size_t index = 0;
-    return parse(textOf(json), index, flag, Start::Value);
+    return failingWhenMemoryRunsOut(flag, [&] { return parse(textOf(json), index, flag, Start::Value); });
 }
 
 Ref<Object> TXJSONParser::ParseValue_withRefIndex_withRefSuccess(const String* json, int32_t& index, bool& success)
 {
-    return step(json, index, [&](Text text, size_t& at) { return parse(text, at, success, Start::Value); });
+    return step(json, index, [&](Text text, size_t& at) {
+        return failingWhenMemoryRunsOut(success, [&] { return parse(text, at, success, Start::Value); });
+    });
 }
 
 Ref<Object> TXJSONParser::ParseObject_withRefIndex_withRefSuccess(const String* json, int32_t& index, bool& success)
 {
-    return step(json, index, [&](Text text, size_t& at) { return parse(text, at, success, Start::Object); });
+    return step(json, index, [&](Text text, size_t& at) {
+        return failingWhenMemoryRunsOut(success, [&] { return parse(text, at, success, Start::Object); });
+    });
 }
 
 Ref<Object> TXJSONParser::ParseArray_withRefIndex_withRefSuccess(const String* json, int32_t& index, bool& success)
 {
-    return step(json, index, [&](Text text, size_t& at) { return parse(text, at, success, Start::Array); });
+    return step(json, index, [&](Text text, size_t& at) {
+        return failingWhenMemoryRunsOut(success, [&] { return parse(text, at, success, Start::Array); });
+    });
 }
 
 Ref<String> TXJSONParser::ParseString_withRefIndex_withRefSuccess(const String* json, int32_t& index, bool& success)
 {
-    return step(json, index, [&](Text text, size_t& at) { return parseString(text, at, success); });
+    return step(json, index, [&](Text text, size_t& at) {
+        return failingWhenMemoryRunsOut(success, [&] { return parseString(text, at, success); });
+    });
 }
 
-Ref<String> TXJSONParser::ParseNumber_withRefIndex_withRefSuccess(const String* json, int32_t& index, bool&)
+Ref<String> TXJSONParser::ParseNumber_withRefIndex_withRefSuccess(const String* json, int32_t& index, bool& success)
 {
-    return step(json, index, [&](Text text, size_t& at) { return parseNumber(text, at); });
+    return step(json, index, [&](Text text, size_t& at) {
+        return failingWhenMemoryRunsOut(success, [&] { return parseNumber(text, at); });
+    });
 }
 
 int TXJSONParser::NextToken_withRefInt(const String* json, int32_t& index)

@@ -10,7 +10,6 @@
 #include <algorithm>
 #include <cstdio>
 #include <cstring>
-#include <memory>
 #include <string_view>
 #include <vector>
 
@@ -59,14 +58,24 @@ void writeFixedWidthField(MutableData* buffer, int32_t type, uint64_t value, int
     appendBigEndian(buffer, value, byteCount);
 }
 
-// Reads exactly length bytes with one read; one spare byte follows them for a terminator.
-std::unique_ptr<uint8_t[]> readExactly(InputStream* stream, uint32_t length, std::string_view failureReason)
+// Reads exactly length bytes and one spare byte after them for a terminator. A length up to
+// kFirstReadStep is one read; a longer one is read in steps as large as what has arrived so far,
+// so that a length the stream does not back costs no more memory than the bytes it delivers. A
+// read that delivers other than it asked for fails the whole read; a short read is not retried.
+ByteVector readExactly(InputStream* stream, uint32_t length, std::string_view failureReason)
 {
-    auto buffer = std::make_unique_for_overwrite<uint8_t[]>(size_t {length} + 1);
-    const long delivered = stream ? stream->read_maxLength(buffer.get(), length) : 0;
-    if (delivered != static_cast<long>(length))
-        raiseInconsistency(failureReason);
-    return buffer;
+    constexpr size_t kFirstReadStep = 64 * 1024;
+    ByteVector bytes;
+    size_t filled = 0;
+    do {
+        const size_t step = std::min(length - filled, std::max(kFirstReadStep, filled));
+        bytes.resize(filled + step + 1);
+        const long delivered = stream ? stream->read_maxLength(bytes.data() + filled, step) : 0;
+        if (delivered != static_cast<long>(step))
+            raiseInconsistency(failureReason);
+        filled += step;
+    } while (filled < length);
+    return bytes;
 }
 
 // The bytes of range copied out of data: Data::getBytes_range raises NSRangeException past the
@@ -224,7 +233,7 @@ uint64_t TXZonTLEUtilities::readUInt64From(InputStream* stream) { return readUIn
 uint64_t TXZonTLEUtilities::readUInt64From_length(InputStream* stream, uint32_t length)
 {
     auto bytes = readExactly(stream, length, "TXZonTLEUtilities::readUInt64From couldn't read from provided stream.");
-    return bytesToInt64_length(bytes.get(), length);
+    return bytesToInt64_length(bytes.data(), length);
 }
 
 uint32_t TXZonTLEUtilities::readUInt32From(InputStream* stream) { return readUInt32From_length(stream, 4); }
@@ -232,20 +241,21 @@ uint32_t TXZonTLEUtilities::readUInt32From(InputStream* stream) { return readUIn
 uint32_t TXZonTLEUtilities::readUInt32From_length(InputStream* stream, uint32_t length)
 {
     auto bytes = readExactly(stream, length, "TXZonTLEUtilities::readUInt32From couldn't read from provided stream.");
-    return bytesToInt_length(bytes.get(), length);
+    return bytesToInt_length(bytes.data(), length);
 }
 
 Ref<Data> TXZonTLEUtilities::readBytesFrom_length(InputStream* stream, uint32_t length)
 {
     auto bytes = readExactly(stream, length, "TXZonTLEUtilities::readBytesFrom couldn't read from provided stream.");
-    return Data::dataWithBytes(bytes.get(), length);
+    bytes.resize(length);
+    return Data::dataWithVector(std::move(bytes));
 }
 
 Ref<String> TXZonTLEUtilities::readStringFrom_length(InputStream* stream, uint32_t length)
 {
     auto bytes = readExactly(stream, length, "TXZonTLEUtilities::readStringFrom couldn't read from provided stream.");
     bytes[length] = 0;
-    return stringFromZeroTerminatedUTF8(bytes.get());
+    return stringFromZeroTerminatedUTF8(bytes.data());
 }
 
 // Location readers
