@@ -7,6 +7,7 @@
 
 #include "platform/io/PropertyListSerialization.h"
 #include "platform/runtime/Class.h"
+#include "platform/system/EventCallsInternal.h"
 #include "platform/threads/RunLoop.h"
 #include "platform/values/Data.h"
 #include "platform/values/Dictionary.h"
@@ -18,7 +19,6 @@
 #include <CLI/CLI.hpp>
 
 #include <signal.h>
-#include <sys/signalfd.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -198,16 +198,13 @@ void serve(const std::string& name, bool quiet)
     service->setDelegate(narrator);
     say("[serve] listening as '", name, "'; Ctrl-C stops");
 
-    sigset_t signals;
-    sigemptyset(&signals);
-    sigaddset(&signals, SIGINT);
-    sigaddset(&signals, SIGTERM);
-    ::pthread_sigmask(SIG_BLOCK, &signals, nullptr);
-    int signalFd = ::signalfd(-1, &signals, SFD_CLOEXEC);
+    auto stopSignals = createSignalWatch({SIGINT, SIGTERM});
+    if (!stopSignals)
+        fail("cannot watch for Ctrl-C: " + stopSignals.error().text());
     bool stopping = false;
     RunLoop* loop = RunLoop::currentRunLoop();
     RunLoopSource stopSource = loop->addSource(
-        signalFd, RunLoopSourceReadable,
+        stopSignals.value().get(), RunLoopSourceReadable,
         [&](uint32_t) {
             stopping = true;
             loop->stop();
@@ -216,7 +213,6 @@ void serve(const std::string& name, bool quiet)
     while (!stopping)
         loop->runInMode(NSDefaultRunLoopMode, 3600, false);
     stopSource.invalidate();
-    ::close(signalFd);
     if (service->remoteServiceName())
         service->disconnect();
     service->stopService();

@@ -100,7 +100,7 @@ MessageFrameReader::~MessageFrameReader()
 bool MessageFrameReader::growPayload()
 {
     const size_t size = current_.payload.size();
-    const size_t target = std::min(expected_, std::max(kFirstPayloadSize, 2 * size));
+    const size_t target = std::min(expected_, std::max(kFirstPayloadSize, 4 * size));
     const size_t more = target - size;
     if (budget_ && !budget_->tryTake(more))
         return false;

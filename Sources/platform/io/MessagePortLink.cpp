@@ -87,16 +87,15 @@ struct MessagePortLink::WaitScope {
 
 MessagePortResult MessagePortLink::send(MessagePortRequest request)
 {
-    const MessagePortMessage& message = request.message;
-    if (message.length() > kMessagePortMaxLength)
+    if (request.message.length() > kMessagePortMaxLength)
         return {MessagePortStatus::TransportError, {}};
     MessageFrameHeader header;
-    header.length = static_cast<uint32_t>(message.length());
+    header.length = static_cast<uint32_t>(request.message.length());
     header.messageId = request.messageId;
     const MessagePortReplyWait wait = request.reply;
     // Nothing answers a one-way message, so it needs no request id.
     if (!wait.isWanted()) {
-        auto status = write(header, message, request.sendTimeout, NSDefaultRunLoopMode, nullptr);
+        auto status = write(header, std::move(request.message), request.sendTimeout, NSDefaultRunLoopMode, nullptr);
         return {status, {}};
     }
     header.requestId = nextRequestId_.fetch_add(1, std::memory_order_relaxed);
@@ -105,9 +104,8 @@ MessagePortResult MessagePortLink::send(MessagePortRequest request)
     RunLoop* loop = RunLoop::currentRunLoop();
     Waiter waiter {header.requestId, loop, wait.mode};
     WaitScope scope(*this, waiter);
-    auto status = write(header, message, request.sendTimeout, wait.mode, &waiter);
     // The body is let go of once written: a large message is freed before the reply is read.
-    request.message = {};
+    auto status = write(header, std::move(request.message), request.sendTimeout, wait.mode, &waiter);
     if (status != MessagePortStatus::Success)
         return {status, {}};
     if (!watchFromCurrentThread(loop, wait.mode)) {
@@ -166,10 +164,10 @@ void MessagePortLink::flushLocked()
     }
 }
 
-MessagePortStatus MessagePortLink::write(const MessageFrameHeader& header, const MessagePortMessage& message,
+MessagePortStatus MessagePortLink::write(const MessageFrameHeader& header, MessagePortMessage&& message,
     MessagePortSeconds sendTimeout, String* waitMode, Waiter* waiter)
 {
-    MessageFrameWrite direct {MessageFrameLead(header, message.prefixBytes()), message.body};
+    MessageFrameWrite direct {MessageFrameLead(header, message.prefixBytes()), std::move(message.body)};
     std::shared_ptr<MessageFrameWrite> frame;
     {
         std::lock_guard lock(mutex_);

@@ -52,7 +52,7 @@ private:
     struct WaitScope;
 
     // Writes one message, entering waiter (when there is one) among those expecting a reply first.
-    MessagePortStatus write(const MessageFrameHeader& header, const MessagePortMessage& message,
+    MessagePortStatus write(const MessageFrameHeader& header, MessagePortMessage&& message,
         MessagePortSeconds sendTimeout, String* waitMode, Waiter* waiter);
     MessagePortStatus waitForRoom(const std::shared_ptr<MessageFrameWrite>& frame, MessagePortSeconds sendTimeout,
         String* waitMode);

@@ -2,7 +2,9 @@
 
 #include <algorithm>
 #include <climits>
+#include <csignal>
 #include <sys/eventfd.h>
+#include <sys/signalfd.h>
 #include <unistd.h>
 
 namespace zon {
@@ -41,6 +43,20 @@ SystemResult<size_t> epollWait(int epoll, std::span<epoll_event> events, std::ch
     if (errno == EINTR)
         return size_t(0);
     return SystemError::last("epoll_wait");
+}
+
+SystemResult<FileDescriptor> createSignalWatch(std::initializer_list<int> signals)
+{
+    sigset_t set;
+    sigemptyset(&set);
+    for (int signal : signals)
+        sigaddset(&set, signal);
+    if (const int failed = ::pthread_sigmask(SIG_BLOCK, &set, nullptr); failed != 0)
+        return SystemError {failed, "pthread_sigmask", {}};
+    FileDescriptor fd(::signalfd(-1, &set, SFD_CLOEXEC | SFD_NONBLOCK));
+    if (!fd)
+        return SystemError::last("signalfd");
+    return fd;
 }
 
 SystemResult<FileDescriptor> createEventCounter()

@@ -7,6 +7,7 @@
 
 #include <chrono>
 #include <cstdint>
+#include <initializer_list>
 #include <span>
 #include <sys/epoll.h>
 
@@ -19,6 +20,10 @@ ZON_EXPORT SystemResult<> epollRemove(int epoll, int fd);
 // Waits for events up to timeout (negative: without a limit); an interruption by a signal is
 // no failure and answers no events.
 ZON_EXPORT SystemResult<size_t> epollWait(int epoll, std::span<epoll_event> events, std::chrono::milliseconds timeout);
+
+// Blocks the given signals on the calling thread and answers a descriptor that reads as readable
+// while one of them is pending, so that a run loop can watch for them like any other source.
+ZON_EXPORT SystemResult<FileDescriptor> createSignalWatch(std::initializer_list<int> signals);
 
 // A non-blocking counter that reads as readable while it is above zero.
 ZON_EXPORT SystemResult<FileDescriptor> createEventCounter();

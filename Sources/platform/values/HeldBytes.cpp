@@ -4,13 +4,11 @@
 
 namespace zon {
 
-Data* HeldBytes::exactData() const
+HeldBytes::HeldBytes(Ref<Data> data)
+    : bytes_(data ? data->span() : std::span<const uint8_t>())
+    , owner_(std::move(data))
+    , ownerIsData_(owner_ && !owner_->isKindOfClass(MutableData::staticClass()))
 {
-    auto* data = dynamicCast<Data>(owner_.get());
-    if (data && !data->isKindOfClass(MutableData::staticClass()) && data->bytes() == bytes_.data()
-        && data->length() == bytes_.size())
-        return const_cast<Data*>(data);
-    return nullptr;
 }
 
 Ref<Data> HeldBytes::data() const

@@ -18,7 +18,7 @@ class ZON_EXPORT HeldBytes {
 public:
     HeldBytes() = default;
     // The bytes of data, held by data; nil holds nothing.
-    HeldBytes(Ref<Data> data) : bytes_(data ? data->span() : std::span<const uint8_t>()), owner_(std::move(data)) {}
+    HeldBytes(Ref<Data> data);
     // Bytes that lie in owner, which keeps them unchanged for as long as it lives.
     HeldBytes(std::span<const uint8_t> bytes, Ref<Object> owner) : bytes_(bytes), owner_(std::move(owner)) {}
     // Bytes the caller holds only for now: copied into a Data of their own.
@@ -33,13 +33,14 @@ public:
     const Object* owner() const { return owner_.get(); }
 
     // The owner when it is an immutable Data of exactly these bytes, else null.
-    Data* exactData() const;
+    Data* exactData() const { return ownerIsData_ ? static_cast<Data*>(owner_.get()) : nullptr; }
     // The bytes as a Data, nil when nothing is held: exactData() when there is one, else a copy.
     Ref<Data> data() const;
 
 private:
     std::span<const uint8_t> bytes_;
     Ref<Object> owner_;
+    bool ownerIsData_ = false; // owner_ is an immutable Data whose bytes are exactly bytes_
 };
 
 } // namespace zon

@@ -10,6 +10,7 @@
 #include "platform/values/Geometry.h"
 #include "platform/values/Number.h"
 #include "platform/values/String.h"
+#include "platform/values/UTF.h"
 #include "platform/values/Value.h"
 
 #include <cstring>
@@ -184,10 +185,17 @@ Ref<TXZonIPCPacket> TXZonIPCPacket::packetWithData(Data* data)
 
 Ref<TXZonIPCPacket> TXZonIPCPacket::packetWithString(String* string)
 {
-    if (!string)
-        return makeObject<TXZonIPCPacket>(kString, HeldBytes());
-    // A snapshot: an immutable string answers itself.
-    return makeObject<TXZonIPCPacket>(kString, staticRefCast<String>(string->copy()));
+    if (string && !string->asciiCharacters() && string->length() <= kInlinePayloadSize) {
+        char utf8[3 * kInlinePayloadSize];
+        const size_t length = static_cast<size_t>(utf::convertUTF16ToUTF8(string->view(), utf8) - utf8);
+        if (length <= kInlinePayloadSize) {
+            auto packet = makeObject<TXZonIPCPacket>(kString);
+            std::memcpy(packet->inlinePayload_, utf8, length);
+            packet->inlineLength_ = static_cast<uint8_t>(length + 1);
+            return packet;
+        }
+    }
+    return makeObject<TXZonIPCPacket>(kString, HeldBytes::utf8OfString(string));
 }
 
 Ref<TXZonIPCPacket> TXZonIPCPacket::packetWithDictionary(Dictionary* dictionary)
@@ -225,7 +233,7 @@ Ref<Data> TXZonIPCPacket::ZONIPCPacketData() const
 {
     // Built once in the storage the returned data keeps: the payload is copied a single time.
     const auto type = typeWord();
-    const auto payload = this->payload().span();
+    const auto payload = payloadBytes();
     ByteVector bytes;
     bytes.reserve(type.size() + payload.size());
     bytes.insert(bytes.end(), type.begin(), type.end());
@@ -240,37 +248,43 @@ std::array<uint8_t, 4> TXZonIPCPacket::typeWord() const
     return word;
 }
 
-const HeldBytes& TXZonIPCPacket::payload() const
+TXZonIPCPacket::~TXZonIPCPacket()
 {
-    if (!text_)
-        return payload_;
-    std::lock_guard lock(made_);
-    if (!payloadMade_) {
-        payload_ = HeldBytes::utf8OfString(text_);
-        payloadMade_ = true;
-    }
+    if (Data* made = madeData_.load(std::memory_order_acquire))
+        made->release();
+}
+
+HeldBytes TXZonIPCPacket::payload() const
+{
+    if (inlineLength_)
+        return HeldBytes(payloadBytes(), Ref<Object>(const_cast<TXZonIPCPacket*>(this)));
     return payload_;
 }
 
 Data* TXZonIPCPacket::sendData() const
 {
-    const HeldBytes& bytes = payload();
-    if (bytes.isNil())
-        return nullptr;
-    if (Data* exact = bytes.exactData())
-        return exact;
-    std::lock_guard lock(made_);
-    if (!madeData_)
-        madeData_ = Data::dataWithBytes(bytes.span());
-    return madeData_.get();
+    if (!inlineLength_) {
+        if (payload_.isNil())
+            return nullptr;
+        if (Data* exact = payload_.exactData())
+            return exact;
+    }
+    // Made once; threads that ask at once agree on the one that was published first.
+    if (Data* made = madeData_.load(std::memory_order_acquire))
+        return made;
+    Ref<Data> data = Data::dataWithBytes(payloadBytes());
+    Data* expected = nullptr;
+    if (madeData_.compare_exchange_strong(expected, data.get(), std::memory_order_acq_rel))
+        return data.leakRef();
+    return expected;
 }
 
 void TXZonIPCPacket::setSendData(Data* data)
 {
-    std::lock_guard lock(made_);
-    text_ = nullptr;
+    inlineLength_ = 0;
     payload_ = HeldBytes(Ref<Data>(data));
-    madeData_ = nullptr;
+    if (Data* made = madeData_.exchange(nullptr, std::memory_order_acq_rel))
+        made->release();
 }
 
 Ref<Dictionary> TXZonIPCPacket::dictionaryValue() const
@@ -302,7 +316,7 @@ Ref<Dictionary> TXZonIPCPacket::dictionaryValue() const
 
 Ref<String> TXZonIPCPacket::stringValue() const
 {
-    if (payload().isNil())
+    if (!inlineLength_ && payload_.isNil())
         return String::string();
     return stringWithUTF8Data(sendData());
 }
@@ -314,7 +328,7 @@ bool TXZonIPCPacket::isCommsPacket() const
 
 Ref<String> TXZonIPCPacket::description() const
 {
-    return descriptionWithType_size(packetType_, payload().size());
+    return descriptionWithType_size(packetType_, payloadBytes().size());
 }
 
 Ref<String> TXZonIPCPacket::descriptionWithType_size(int32_t type, size_t payloadLength)

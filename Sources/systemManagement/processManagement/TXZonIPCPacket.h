@@ -5,7 +5,7 @@
 
 #include <array>
 #include <cstdint>
-#include <mutex>
+#include <atomic>
 #include <span>
 
 namespace zon {
@@ -76,9 +76,8 @@ public:
     void setSendData(Data* data);
     int32_t type() const { return packetType_; }
     Data* dataValue() const { return sendData(); }
-    // The payload's bytes and what holds them: the form in which the packet is sent. A string
-    // packet encodes its text the first time it is asked.
-    const HeldBytes& payload() const;
+    // The payload's bytes and what holds them: the form in which the packet is sent.
+    HeldBytes payload() const;
 
     // The payload read as a property-list dictionary with its geometric values rebuilt and the
     // reserved key removed; an empty dictionary when the payload is not a dictionary.
@@ -97,17 +96,24 @@ public:
     static String* descriptionOfPacketType(int32_t type);
 
 private:
+    // Short UTF-8 (a command, a ping) lies in the packet itself, so that a short string costs no
+    // data object of its own: IPCBenchmarks' one-way string rows.
+    static constexpr size_t kInlinePayloadSize = 64;
+
     TXZonIPCPacket(int32_t type, HeldBytes payload) : packetType_(type), payload_(std::move(payload)) {}
-    TXZonIPCPacket(int32_t type, Ref<String> text) : packetType_(type), text_(std::move(text)) {}
+    explicit TXZonIPCPacket(int32_t type) : packetType_(type) {}
+    ~TXZonIPCPacket() override;
+
+    std::span<const uint8_t> payloadBytes() const
+    {
+        return inlineLength_ ? std::span<const uint8_t>(inlinePayload_, inlineLength_ - 1) : payload_.span();
+    }
 
     int32_t packetType_;
-    // A string packet keeps its text until its bytes are asked for: a reply that nobody reads
-    // (the answer to a one-way message) is never encoded.
-    Ref<String> text_;
-    mutable std::mutex made_; // guards making payload_ from text_, and madeData_
-    mutable HeldBytes payload_;
-    mutable bool payloadMade_ = false;
-    mutable Ref<Data> madeData_; // sendData() of a payload that lies in a string
+    HeldBytes payload_; // unless the payload lies in inlinePayload_
+    uint8_t inlinePayload_[kInlinePayloadSize];
+    uint8_t inlineLength_ = 0; // the inline payload's length plus one; 0 when there is none
+    mutable std::atomic<Data*> madeData_ {nullptr}; // owned: sendData() of a payload that is no Data
 };
 
 } // namespace zon

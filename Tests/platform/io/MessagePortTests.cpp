@@ -237,7 +237,7 @@ TEST(MessageFrameReader, HoldsWhatArrivedNotWhatAHeaderAnnouncesAndStopsAtItsBud
         MessageFrameReader stalled(kMessageFrameMaxLength, 0, &budget);
         ASSERT_EQ(stalled.feed(header), MessageFrameReader::Status::Ok);
         EXPECT_TRUE(stalled.hasPartialFrame());
-        EXPECT_LE(budget.held(), 64u * 1024) << "a header alone costs one read's worth";
+        EXPECT_LE(budget.held(), 256u * 1024) << "a header alone costs a first piece, not what it announces";
 
         // Bytes that arrive take the budget until it is spent; then the reader takes no more.
         const std::vector<uint8_t> bytes(4 << 20, 'x');
