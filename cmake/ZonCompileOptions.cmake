@@ -23,8 +23,11 @@ if(ZON_BUILD_FUZZERS)
   add_link_options(-fsanitize=address,undefined)
 endif()
 
-if(ZON_PLAIN_MEMORY)
-  add_compile_definitions(ZON_PLAIN_MEMORY=1)
+if("pages" IN_LIST ZON_PLAIN_FALLBACKS)
+  add_compile_definitions(ZON_PLAIN_PAGES=1)
+endif()
+if("bytes" IN_LIST ZON_PLAIN_FALLBACKS)
+  add_compile_definitions(ZON_PLAIN_BYTES=1)
 endif()
 
 # Adds the sources of one Sources/ folder to a library and installs its public headers

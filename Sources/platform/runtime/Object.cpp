@@ -158,7 +158,7 @@ ReleaseBatch::~ReleaseBatch()
 
 void ReleaseBatch::add(Ref<Object>&& object) noexcept
 {
-#if ZON_PLAIN_MEMORY
+#if ZON_PLAIN_PAGES
     // The plain fallback, for measuring what batches earn (PropertyListBenchmarks' read rows,
     // which free each document they read): released at once, as the container itself would.
     object = nullptr;

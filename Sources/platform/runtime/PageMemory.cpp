@@ -16,7 +16,7 @@ namespace {
 
 } // namespace
 
-#if ZON_PLAIN_MEMORY
+#if ZON_PLAIN_PAGES
 // The plain fallback, for measuring what page memory earns (PropertyListBenchmarks'
 // BM_PropertyListReadXML of the 17 MB document, and its release): malloc's own blocks.
 void* allocatePages(size_t bytes)

@@ -32,7 +32,7 @@ void ByteVector::reserve(size_t capacity)
         return;
     if (capacity > max_size())
         throw std::bad_alloc();
-#if ZON_PLAIN_MEMORY
+#if ZON_PLAIN_BYTES
     // The plain fallback, for measuring what this class earns (IPCBenchmarks' 4 MiB echo rows,
     // PropertyListBenchmarks' read and write rows): what std::vector<uint8_t> does, new storage
     // zero-filled and the bytes copied over on growth.
