@@ -53,9 +53,14 @@ def status_kib(pid, field):
 
 
 def connect(path, timeout=5.0):
+    # A blocking connect bounded by the send timeout, as the library's own: a full queue of new
+    # connections is waited out for that long instead of failing at once.
     client = socket.socket(socket.AF_UNIX, socket.SOCK_STREAM)
-    client.settimeout(timeout)
+    seconds = int(timeout)
+    client.setsockopt(socket.SOL_SOCKET, socket.SO_SNDTIMEO,
+                      struct.pack("ll", seconds, int((timeout - seconds) * 1e6)))
     client.connect(path)
+    client.settimeout(timeout)
     return client
 
 
