@@ -147,22 +147,36 @@ void MessagePortConnection::pauseReading()
 // One timer at a time watches a message in progress; it looks again when it fires.
 void MessagePortConnection::watchForStall()
 {
+    {
+        std::lock_guard lock(mutex_);
+        if (stallTimer_ || closed_)
+            return;
+    }
     auto owner = listener_.lock();
-    if (stallTimer_ || !owner)
+    if (!owner)
         return;
     const auto due = lastActive_ + owner->stallLimit() - std::chrono::steady_clock::now();
     std::weak_ptr<MessagePortConnection> weak = weak_from_this();
-    stallTimer_ = Timer::timerWithTimeInterval(
+    auto timer = Timer::timerWithTimeInterval(
         std::max<Timer::Clock::duration>(due, std::chrono::milliseconds(1)), false, [weak] {
             if (auto self = weak.lock())
                 self->checkStall();
         });
-    owner->loop()->addTimer_forMode(stallTimer_, owner->mode());
+    {
+        std::lock_guard lock(mutex_);
+        if (stallTimer_ || closed_)
+            return;
+        stallTimer_ = timer;
+    }
+    owner->loop()->addTimer_forMode(timer, owner->mode());
 }
 
 void MessagePortConnection::checkStall()
 {
-    stallTimer_ = nullptr;
+    {
+        std::lock_guard lock(mutex_);
+        stallTimer_ = nullptr;
+    }
     auto owner = listener_.lock();
     if (!owner || closed_ || paused_ || !reader_.hasPartialFrame())
         return;
@@ -256,9 +270,9 @@ void MessagePortConnection::close()
             return;
         closed_ = true;
         source_.invalidate();
+        if (stallTimer_)
+            stallTimer_->invalidate();
     }
-    if (stallTimer_)
-        stallTimer_->invalidate();
     (void)shutdownSocket(socket_.get());
     if (auto owner = listener_.lock())
         owner->forget(this);

@@ -54,7 +54,7 @@ private:
     bool paused_ = false; // waiting for room in the budget
     Ref<Timer> stallTimer_;
 
-    std::mutex mutex_; // guards source_, and closed_'s change
+    std::mutex mutex_; // guards source_, stallTimer_, and closed_'s change
     RunLoopSource source_;
     std::atomic<bool> closed_ {false};
 };
