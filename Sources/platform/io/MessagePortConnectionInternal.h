@@ -4,9 +4,10 @@
 // it reads requests, hands them to the port's handler one at a time and writes the replies back
 // in order. While the budget of partial messages is spent it stops reading, as a sender on a full
 // socket waits; a message that makes no progress for the listener's stall limit closes it, and so
-// does running out of memory while reading (logged; the port keeps serving the others). close() from another thread only shuts the socket down and unregisters it; the
-// descriptor closes with the last reference, so a callback still running never reads a number
-// that was closed and reused.
+// does running out of memory while reading (logged; the port keeps serving the others).
+// close() from another thread only shuts the socket down and unregisters it; the descriptor
+// closes with the last reference, so a callback still running never reads a number that was
+// closed and reused.
 
 #include "platform/io/MessageFrameInternal.h"
 #include "platform/system/FileDescriptor.h"

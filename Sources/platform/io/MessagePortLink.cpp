@@ -26,7 +26,8 @@ Clock::time_point deadlineAfter(MessagePortSeconds timeout)
 
 std::chrono::milliseconds millisecondsUntil(Clock::time_point deadline)
 {
-    return std::max(std::chrono::ceil<std::chrono::milliseconds>(deadline - Clock::now()), std::chrono::milliseconds(1));
+    const auto left = std::chrono::ceil<std::chrono::milliseconds>(deadline - Clock::now());
+    return std::max(left, std::chrono::milliseconds(1));
 }
 
 // A received frame as a message: its prefix, and its payload as the body. An empty reply says

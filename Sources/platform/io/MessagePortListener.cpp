@@ -214,8 +214,8 @@ void MessagePortListener::acceptPending()
             const bool madeRoom = closeIdlestConnection();
             if (size_t times = gLimitLines.occurred(kLimitReportInterval))
                 zon_log_obj(__FILE__, __LINE__, nullptr, logger::kLevelWarning, kDefaultLogIdentifier,
-                    "Message port %@ is at the limit of %lu connections: closed %lu idle or new connections", name_.get(),
-                    static_cast<unsigned long>(connectionLimit_), static_cast<unsigned long>(times));
+                    "Message port %@ is at the limit of %lu connections: closed %lu idle or new connections",
+                    name_.get(), static_cast<unsigned long>(connectionLimit_), static_cast<unsigned long>(times));
             if (!madeRoom)
                 continue; // the new connection closes as it goes out of scope
         }

@@ -338,7 +338,8 @@ TEST_F(MessagePortTest, MessagesInTwoPartsArriveWholeOrSplitAsEachEndAsks)
         MessagePortStatus::Success);
     EXPECT_EQ(textOf(reply.prefixBytes()), "R:");
     EXPECT_EQ(textOf(reply.body.span()), "echo");
-    EXPECT_EQ(sendRequest(remote, 2, spanOf("x"), HeldBytes::copyOf(spanOf("yz")), 5, 0, nullptr, nullptr), MessagePortStatus::Success);
+    EXPECT_EQ(sendRequest(remote, 2, spanOf("x"), HeldBytes::copyOf(spanOf("yz")), 5, 0, nullptr, nullptr),
+        MessagePortStatus::Success);
     EXPECT_EQ(sendRequest(remote, 3, {}, dataOf("q"), 5, 5, NSDefaultRunLoopMode, &reply), MessagePortStatus::Success);
     Ref<Data> joined;
     EXPECT_EQ(
@@ -351,7 +352,8 @@ TEST_F(MessagePortTest, MessagesInTwoPartsArriveWholeOrSplitAsEachEndAsks)
 
     // A receiver that asked for no prefix gets the parts joined.
     PortServer plain(ZSTR("plain"), echoWithPrefix(""));
-    EXPECT_EQ(sendRequest(MessagePort::createRemote(ZSTR("plain")).get(), 7, spanOf("ab"), HeldBytes::copyOf(spanOf("cd")), 5, 5,
+    EXPECT_EQ(sendRequest(MessagePort::createRemote(ZSTR("plain")).get(), 7, spanOf("ab"),
+                  HeldBytes::copyOf(spanOf("cd")), 5, 5,
                   NSDefaultRunLoopMode, &reply),
         MessagePortStatus::Success);
     EXPECT_EQ(textOf(reply.body.span()), "7:abcd");
@@ -384,7 +386,8 @@ TEST_F(MessagePortTest, CopiedAndHandedOverBytesCutShortByASendTimeoutStillArriv
             return std::to_string(messageId) + ":" + std::to_string(bytes.size()) + (intact ? "" : " changed");
         });
         auto remote = MessagePort::createRemote(ZSTR("held"));
-        ASSERT_EQ(sendRequest(remote, 1, {}, HeldBytes::copyOf(spanOf("\7")), 5, 0, nullptr, nullptr), MessagePortStatus::Success);
+        ASSERT_EQ(sendRequest(remote, 1, {}, HeldBytes::copyOf(spanOf("\7")), 5, 0, nullptr, nullptr),
+            MessagePortStatus::Success);
         EXPECT_EQ(sendCutShort(remote.get()), MessagePortStatus::SendTimeout);
         server.release();
         Ref<Data> reply;
