@@ -216,37 +216,30 @@ void BM_QueuedCalls_ConditionVariable(benchmark::State& state)
 }
 BENCHMARK(BM_QueuedCalls_ConditionVariable)->UseRealTime();
 
-void BM_Atomic_TXAtomicIncrement32(benchmark::State& state)
+// Times one operation on a 32-bit slot that starts at initial. Slot is int32_t for the TXAtomic
+// functions and std::atomic<int32_t> for the standard operations they are measured against.
+template <class Slot, class Operation>
+void registerSlotBenchmark(const char* name, int32_t initial, Operation operation)
 {
-    int32_t slot = 0;
-    for (auto _ : state)
-        benchmark::DoNotOptimize(TXAtomicIncrement32(&slot));
+    benchmark::RegisterBenchmark(name, [=](benchmark::State& state) {
+        Slot slot{initial};
+        for (auto _ : state)
+            benchmark::DoNotOptimize(operation(slot));
+    });
 }
-BENCHMARK(BM_Atomic_TXAtomicIncrement32);
 
-void BM_Atomic_StdFetchAdd(benchmark::State& state)
-{
-    std::atomic<int32_t> slot = 0;
-    for (auto _ : state)
-        benchmark::DoNotOptimize(slot.fetch_add(1) + 1);
-}
-BENCHMARK(BM_Atomic_StdFetchAdd);
+using StdSlot = std::atomic<int32_t>;
 
-void BM_Atomic_TXAtomicReadInt32(benchmark::State& state)
-{
-    int32_t slot = 7;
-    for (auto _ : state)
-        benchmark::DoNotOptimize(TXAtomicReadInt32(&slot));
-}
-BENCHMARK(BM_Atomic_TXAtomicReadInt32);
-
-void BM_Atomic_StdLoad(benchmark::State& state)
-{
-    std::atomic<int32_t> slot = 7;
-    for (auto _ : state)
-        benchmark::DoNotOptimize(slot.load());
-}
-BENCHMARK(BM_Atomic_StdLoad);
+const bool kSlotBenchmarksRegistered = [] {
+    registerSlotBenchmark<int32_t>(
+        "BM_Atomic_TXAtomicIncrement32", 0, [](int32_t& slot) { return TXAtomicIncrement32(&slot); });
+    registerSlotBenchmark<StdSlot>(
+        "BM_Atomic_StdFetchAdd", 0, [](StdSlot& slot) { return slot.fetch_add(1) + 1; });
+    registerSlotBenchmark<int32_t>(
+        "BM_Atomic_TXAtomicReadInt32", 7, [](int32_t& slot) { return TXAtomicReadInt32(&slot); });
+    registerSlotBenchmark<StdSlot>("BM_Atomic_StdLoad", 7, [](StdSlot& slot) { return slot.load(); });
+    return true;
+}();
 
 void BM_Atomic_TXAtomicWriteInt32(benchmark::State& state)
 {

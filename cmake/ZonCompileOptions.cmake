@@ -48,3 +48,18 @@ function(zon_add_sources target folder)
   target_sources(${target} PRIVATE ${sources} ${headers})
   install(FILES ${headers} DESTINATION ${CMAKE_INSTALL_INCLUDEDIR}/ZonCommon/${folder})
 endfunction()
+
+# Declares one of the project's shared libraries: the Zon::<alias> name, the versioned file name,
+# and the include paths consumers see in the build tree and once installed. Each library adds
+# its own link dependencies.
+function(zon_add_shared_library target alias)
+  add_library(${target} SHARED)
+  add_library(Zon::${alias} ALIAS ${target})
+  set_target_properties(${target} PROPERTIES OUTPUT_NAME ${target} VERSION ${PROJECT_VERSION} SOVERSION ${PROJECT_VERSION_MAJOR})
+  target_include_directories(${target} PUBLIC
+    $<BUILD_INTERFACE:${CMAKE_CURRENT_SOURCE_DIR}>
+    $<BUILD_INTERFACE:${CMAKE_BINARY_DIR}/include>
+    $<INSTALL_INTERFACE:${CMAKE_INSTALL_INCLUDEDIR}>
+    $<INSTALL_INTERFACE:${CMAKE_INSTALL_INCLUDEDIR}/ZonCommon>)
+  target_compile_features(${target} PUBLIC cxx_std_20)
+endfunction()

@@ -1,6 +1,7 @@
 #pragma once
 
 #include "platform/runtime/Object.h"
+#include "platform/threads/OwnedMutex.h"
 
 #include <condition_variable>
 #include <mutex>
@@ -18,15 +19,10 @@ class Date;
 //
 // wait() gives up the mutex while it sleeps and holds it again when it returns; it may return
 // without a signal, so test the predicate in a loop.
-class ZON_EXPORT Condition final : public Object {
+class ZON_EXPORT Condition final : public Object, public detail::OwnedMutex<std::mutex> {
     ZON_OBJECT(Condition, Object)
 public:
     static Ref<Condition> init();
-
-    void lock() { mutex_.lock(); }
-    void unlock() { mutex_.unlock(); }
-    bool tryLock() { return mutex_.try_lock(); }
-    bool try_lock() { return tryLock(); }
 
     // The caller holds the lock.
     void wait();
@@ -37,7 +33,6 @@ public:
 
 private:
     Condition() = default;
-    std::mutex mutex_;
     std::condition_variable condition_;
 };
 

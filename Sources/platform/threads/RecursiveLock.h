@@ -1,6 +1,7 @@
 #pragma once
 
 #include "platform/runtime/Object.h"
+#include "platform/threads/OwnedMutex.h"
 
 #include <mutex>
 
@@ -10,20 +11,15 @@ class Date;
 
 // A lock the holding thread may take again; it is free once unlocked as often as locked.
 // Run-time class NSRecursiveLock.
-class ZON_EXPORT RecursiveLock final : public Object {
+class ZON_EXPORT RecursiveLock final : public Object, public detail::OwnedMutex<std::recursive_mutex> {
     ZON_OBJECT(RecursiveLock, Object)
 public:
     static Ref<RecursiveLock> init();
 
-    void lock() { mutex_.lock(); }
-    void unlock() { mutex_.unlock(); }
-    bool tryLock() { return mutex_.try_lock(); }
-    bool try_lock() { return tryLock(); }
     bool lockBeforeDate(const Date* limit);
 
 private:
     RecursiveLock() = default;
-    std::recursive_mutex mutex_;
 };
 
 } // namespace zon
