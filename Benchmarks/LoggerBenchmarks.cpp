@@ -5,6 +5,7 @@
 #include "logger/FileSink.h"
 #include "logger/Logger.h"
 #include "logger/ZonLog.h"
+#include "platform/runtime/Class.h"
 #include "platform/values/String.h"
 
 #include "RatioReporter.h"
@@ -60,6 +61,43 @@ void BM_ZonLogObjFilteredOut(benchmark::State& state)
     std::remove(scratchPath("filtered.log").c_str());
 }
 BENCHMARK(BM_ZonLogObjFilteredOut);
+
+// An object whose class answers its own log category, as a line about it would pass it: the
+// object itself (the category is asked for only when the line is written) or its category.
+class Labelled final : public Object {
+    ZON_OBJECT(Labelled, Object)
+public:
+    static void exportMethods(Class& cls)
+    {
+        cls.exportClassMethod("objectLogCategory", +[]() -> String* { return ZSTR("Labelled"); });
+    }
+};
+ZON_DEFINE_CLASS(Labelled, "BenchLabelled")
+
+enum class CategoryPassed { Object, Eagerly };
+
+void filteredOutForObject(benchmark::State& state, CategoryPassed passed)
+{
+    SinkScope scope(std::make_shared<logger::FileSink>(scratchPath("filtered.log"), logger::kLevelWarning, 0, 0));
+    auto object = makeObject<Labelled>();
+    for (auto _ : state) {
+        if (passed == CategoryPassed::Object)
+            zon_log_obj(__FILE__, __LINE__, object.get(), logger::kLevelDetail, kDefaultLogIdentifier, "%d", 512);
+        else
+            zon_log_obj(__FILE__, __LINE__, object->objectLogCategory(), logger::kLevelDetail, kDefaultLogIdentifier,
+                "%d", 512);
+    }
+    std::remove(scratchPath("filtered.log").c_str());
+}
+
+void BM_ZonLogObjFilteredOutForObject(benchmark::State& state) { filteredOutForObject(state, CategoryPassed::Object); }
+BENCHMARK(BM_ZonLogObjFilteredOutForObject);
+
+void BM_ZonLogObjFilteredOutCategoryAskedFirst(benchmark::State& state)
+{
+    filteredOutForObject(state, CategoryPassed::Eagerly);
+}
+BENCHMARK(BM_ZonLogObjFilteredOutCategoryAskedFirst);
 
 void BM_ZonLogObjToFileSink(benchmark::State& state)
 {

@@ -209,7 +209,7 @@ Ref<Data> Data::gzipWithZlib() const
     int rc = deflateInit2(&stream, Z_DEFAULT_COMPRESSION, Z_DEFLATED, kDeflateToGZipFileFormat,
         kDefaultMemoryLevelToUseForCompression, Z_DEFAULT_STRATEGY);
     if (rc != Z_OK) {
-        zon_log_obj(__FILE__, kLineDeflateInitFailed, objectLogCategory(), logger::kLevelError, kDefaultLogIdentifier,
+        zon_log_obj(__FILE__, kLineDeflateInitFailed, this, logger::kLevelError, kDefaultLogIdentifier,
             "Unable to initialize gzip compression, error = %d", rc);
         return nullptr;
     }
@@ -245,12 +245,12 @@ Ref<Data> Data::gunzipWithZlib() const
     z_stream stream {};
     int rc = inflateInit2(&stream, kInflateBothGZipAndZlibFiles);
     if (rc != Z_OK) {
-        zon_log_obj(__FILE__, kLineInflateInitFailed, objectLogCategory(), logger::kLevelError, kDefaultLogIdentifier,
+        zon_log_obj(__FILE__, kLineInflateInitFailed, this, logger::kLevelError, kDefaultLogIdentifier,
             "Failed to initialize zlib data: %d/%s", rc, zError(rc));
         return nullptr;
     }
     auto inflateFailed = [&](int code) {
-        zon_log_obj(__FILE__, kLineInflateFailed, objectLogCategory(), 1, kDefaultLogIdentifier,
+        zon_log_obj(__FILE__, kLineInflateFailed, this, logger::kLevelError, kDefaultLogIdentifier,
             "Failed to inflate compressed data: %d/%s", code, zError(code));
         inflateEnd(&stream);
         return nullptr;
@@ -276,11 +276,11 @@ Ref<Data> Data::gunzipWithZlib() const
             switch (rc) {
             case Z_OK:
             case Z_STREAM_END:
-                zon_log_obj(__FILE__, kLineInflateProgress, objectLogCategory(), 5, kDefaultLogIdentifier,
+                zon_log_obj(__FILE__, kLineInflateProgress, this, logger::kLevelDetail, kDefaultLogIdentifier,
                     "ZLIB - inflate() rc=%d/%s", rc, zError(rc));
                 break;
             case Z_BUF_ERROR:
-                zon_log_obj(__FILE__, kLineInflateBufferError, objectLogCategory(), 5, kDefaultLogIdentifier,
+                zon_log_obj(__FILE__, kLineInflateBufferError, this, logger::kLevelDetail, kDefaultLogIdentifier,
                     "ZLIB - inflate() rc=%d/%s", rc, zError(rc));
                 break;
             default:
@@ -295,7 +295,7 @@ Ref<Data> Data::gunzipWithZlib() const
         const size_t produced = stream.total_out;
         rc = inflateEnd(&stream);
         if (rc != Z_OK) {
-            zon_log_obj(__FILE__, kLineInflateEndFailed, objectLogCategory(), logger::kLevelError, kDefaultLogIdentifier,
+            zon_log_obj(__FILE__, kLineInflateEndFailed, this, logger::kLevelError, kDefaultLogIdentifier,
                 "Failed to end inflate of zlib data: %d/%s", rc, zError(rc));
             return nullptr;
         }

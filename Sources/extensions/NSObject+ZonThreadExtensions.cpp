@@ -29,7 +29,7 @@ Ref<MethodSignature> signatureForCall(Object* target, SEL sel, Thread* thread)
 {
     Ref<MethodSignature> signature = target->methodSignatureForSelector(sel);
     if (!signature) {
-        zon_log_obj(kUnitFile, __LINE__, target->objectLogCategory(), logger::kLevelError, kDefaultLogIdentifier,
+        zon_log_obj(kUnitFile, __LINE__, target, logger::kLevelError, kDefaultLogIdentifier,
             "Error trying to start perform selector %@ on thread %@", sel, thread ? thread->name() : nullptr);
     }
     return signature;
@@ -113,7 +113,7 @@ Ref<Object> resultOfCall(Object* target, SEL sel, Thread* thread, Array* objects
     case 'v':
         return nullptr;
     default:
-        zon_log_obj(kUnitFile, __LINE__, target->objectLogCategory(), logger::kLevelWarning, kDefaultLogIdentifier,
+        zon_log_obj(kUnitFile, __LINE__, target, logger::kLevelWarning, kDefaultLogIdentifier,
             "Returning nil, return type not handled");
         return nullptr;
     }

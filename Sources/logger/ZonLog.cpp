@@ -1,5 +1,6 @@
 #include "logger/ZonLog.h"
 
+#include "platform/runtime/Object.h"
 #include "platform/values/String.h"
 
 namespace zon {
@@ -7,6 +8,15 @@ namespace zon {
 ZON_STRING_CONSTANT(kDefaultLogIdentifier, "default");
 
 namespace detail {
+
+const String* logCategoryOf(const Object* object) noexcept
+{
+    try {
+        return object ? object->objectLogCategory() : nullptr;
+    } catch (...) {
+        return nullptr;
+    }
+}
 
 void writeLogRecord(const char* file, int line, const String* category, int level, const String* identifier,
     std::string_view format, std::span<const FormatArgument> args) noexcept

@@ -49,9 +49,13 @@ class Relabelled : public Object {
     ZON_OBJECT(Relabelled, Object)
 public:
     static inline std::string category = "first";
+    static inline int asked = 0;
     static void exportMethods(Class& cls)
     {
-        cls.exportClassMethod("objectLogCategory", +[]() -> Ref<String> { return String::stringWithUTF8String(category); });
+        cls.exportClassMethod("objectLogCategory", +[]() -> Ref<String> {
+            ++asked;
+            return String::stringWithUTF8String(category);
+        });
     }
 };
 ZON_DEFINE_CLASS(Relabelled, "Relabelled")
@@ -69,7 +73,7 @@ ZON_DEFINE_CLASS(LateLabelledChild, "LateLabelledChild")
 
 std::string loggedCategory(const LogCapture& capture, const Object& object)
 {
-    zon_log_obj(__FILE__, __LINE__, object.objectLogCategory(), logger::kLevelInfo, kDefaultLogIdentifier, "line");
+    zon_log_obj(__FILE__, __LINE__, &object, logger::kLevelInfo, kDefaultLogIdentifier, "line");
     auto records = capture.records();
     return records.empty() ? "(no line)" : records.back().category;
 }
@@ -186,4 +190,17 @@ TEST(Object, LogCategoryIsAskedForEveryLine)
     EXPECT_EQ(loggedCategory(capture, *late), "Late");
     EXPECT_EQ(loggedCategory(capture, *child), "Late");
     EXPECT_EQ(loggedCategory(capture, *Proxy::proxyForObject(late)), "default");
+}
+
+TEST(Object, ACategoryIsAskedForOnlyWhenALineIsWritten)
+{
+    LogCapture capture;
+    AutoreleasePool pool;
+    auto relabelled = makeObject<Relabelled>();
+    const int asked = Relabelled::asked;
+    zon_log_obj(__FILE__, __LINE__, relabelled.get(), 9, kDefaultLogIdentifier, "a level no sink wants");
+    EXPECT_EQ(Relabelled::asked, asked);
+    zon_log_obj(__FILE__, __LINE__, relabelled.get(), logger::kLevelInfo, kDefaultLogIdentifier, "a line");
+    EXPECT_EQ(Relabelled::asked, asked + 1);
+    EXPECT_EQ(capture.records().back().category, Relabelled::category);
 }

@@ -24,7 +24,7 @@ void AssertionHandler::failInMethod(SEL method, const Object* object, const char
         : isClass                  ? static_cast<const Class*>(object)->name().c_str()
                                    : object->objectClass()->name().c_str();
     const char* selectorName = method ? method->name().c_str() : "(null)";
-    zon_log_obj(file, static_cast<int>(line), object ? object->objectLogCategory() : nullptr, logger::kLevelError,
+    zon_log_obj(file, static_cast<int>(line), object, logger::kLevelError,
         kDefaultLogIdentifier, "*** Assertion failure in %c[%s %s], %s:%ld", isClass ? '+' : '-', className,
         selectorName, file, line);
     raiseInconsistency(format, args);

@@ -45,13 +45,11 @@ Ref<T> answerOfKind(Ref<Object> answer, SEL sel)
     return staticRefCast<T>(std::move(answer));
 }
 
-// The per-message detail lines (level 5) are usually off: the category is only looked up for a
-// line that is written.
+// The per-message detail lines (level 5), usually off.
 template <class... Args>
 void logDetail(const Object* self, const char* file, int line, std::string_view format, const Args&... args)
 {
-    if (logger::isEnabled(logger::kLevelDetail))
-        zon_log_obj(file, line, self->objectLogCategory(), logger::kLevelDetail, kDefaultLogIdentifier, format, args...);
+    zon_log_obj(file, line, self, logger::kLevelDetail, kDefaultLogIdentifier, format, args...);
 }
 
 // Packets travel through the ports in two parts, the type word and the payload, so that neither
@@ -117,7 +115,7 @@ Ref<TXZonIPCService> TXZonIPCService::initWithLocalServiceName(String* name)
     auto service = makeObject<TXZonIPCService>();
     Ref<Error> error;
     if (!service->startService_error(name, &error)) {
-        zon_log_obj(__FILE__, __LINE__, service->objectLogCategory(), logger::kLevelError, kDefaultLogIdentifier,
+        zon_log_obj(__FILE__, __LINE__, service, logger::kLevelError, kDefaultLogIdentifier,
             "Cannot create service %@ due to %@", name, error.get());
         return nullptr;
     }
@@ -198,7 +196,7 @@ bool TXZonIPCService::startService_error(String* name, Ref<Error>* error)
         serviceThread_ = Thread::currentThread();
     }
     zon_log_obj(
-        __FILE__, __LINE__, objectLogCategory(), logger::kLevelInfo, kDefaultLogIdentifier, "IPC Service Started with name: %@", name);
+        __FILE__, __LINE__, this, logger::kLevelInfo, kDefaultLogIdentifier, "IPC Service Started with name: %@", name);
     setLocalServiceName(name);
     return true;
 }
@@ -218,7 +216,8 @@ void TXZonIPCService::stopService()
     if (!port)
         return;
     port->invalidate();
-    zon_log_obj(__FILE__, __LINE__, objectLogCategory(), logger::kLevelInfo, kDefaultLogIdentifier, "IPC Service Shutdown with name: %@",
+    zon_log_obj(__FILE__, __LINE__, this, logger::kLevelInfo, kDefaultLogIdentifier,
+        "IPC Service Shutdown with name: %@",
         name.get());
 }
 
@@ -242,7 +241,7 @@ bool TXZonIPCService::startConnectionTo_error(String* name, Ref<Error>* error)
 {
     setRemoteServiceStarted(true);
     if (remoteServicePort()) {
-        zon_log_obj(__FILE__, __LINE__, objectLogCategory(), logger::kLevelError, kDefaultLogIdentifier,
+        zon_log_obj(__FILE__, __LINE__, this, logger::kLevelError, kDefaultLogIdentifier,
             "Failed to establish connection to '%@' as currently connected to '%@'", name, remoteServiceName().get());
         setError(error,
             Error::zonErrorWithCode_description(
@@ -255,7 +254,7 @@ bool TXZonIPCService::startConnectionTo_error(String* name, Ref<Error>* error)
         return false;
     }
     zon_log_obj(
-        __FILE__, __LINE__, objectLogCategory(), logger::kLevelInfo, kDefaultLogIdentifier, "IPC Service Connected To: %@", name);
+        __FILE__, __LINE__, this, logger::kLevelInfo, kDefaultLogIdentifier, "IPC Service Connected To: %@", name);
     Ref<TXZonIPCService> self(this);
     // The timer keeps the service alive while connected, as a timer keeps its target.
     auto timer = Timer::scheduledTimer(
@@ -287,7 +286,8 @@ void TXZonIPCService::stopClientService()
     if (timer)
         timer->invalidate();
     port->invalidate();
-    zon_log_obj(__FILE__, __LINE__, objectLogCategory(), logger::kLevelInfo, kDefaultLogIdentifier, "IPC Service Disconnected From: %@",
+    zon_log_obj(__FILE__, __LINE__, this, logger::kLevelInfo, kDefaultLogIdentifier,
+        "IPC Service Disconnected From: %@",
         name.get());
     setRemoteServiceStarted(false);
 }
@@ -296,7 +296,7 @@ bool TXZonIPCService::connectToRemoteServiceNamed_error(String* name, Ref<Error>
 {
     if (!startConnectionTo_error(name, error))
         return false;
-    zon_log_obj(__FILE__, __LINE__, objectLogCategory(), logger::kLevelInfo, kDefaultLogIdentifier,
+    zon_log_obj(__FILE__, __LINE__, this, logger::kLevelInfo, kDefaultLogIdentifier,
         "Connection Estabslished... Sending Connect Packet to establish two way communication");
     Ref<TXZonIPCPacket> reply;
     bool sent = sendPacket_withResponse_error(
@@ -305,7 +305,7 @@ bool TXZonIPCService::connectToRemoteServiceNamed_error(String* name, Ref<Error>
         return true;
     if (sent)
         setError(error, Error::zonErrorWithCode(2));
-    zon_log_obj(__FILE__, __LINE__, objectLogCategory(), logger::kLevelInfo, kDefaultLogIdentifier,
+    zon_log_obj(__FILE__, __LINE__, this, logger::kLevelInfo, kDefaultLogIdentifier,
         "Connection Failure... stoping client service");
     stopClientService();
     return false;
@@ -314,7 +314,7 @@ bool TXZonIPCService::connectToRemoteServiceNamed_error(String* name, Ref<Error>
 void TXZonIPCService::connectToRemoteServiceViaRemoteServiceRequest(String* name)
 {
     Ref<Error> error;
-    zon_log_obj(__FILE__, __LINE__, objectLogCategory(), logger::kLevelInfo, kDefaultLogIdentifier,
+    zon_log_obj(__FILE__, __LINE__, this, logger::kLevelInfo, kDefaultLogIdentifier,
         "Attempt to establish connection back to: %@", name);
     startConnectionTo_error(name, &error);
     // The acknowledgement carries the requester's own name.
@@ -326,7 +326,7 @@ void TXZonIPCService::connectToRemoteServiceViaRemoteServiceRequest(String* name
     } else {
         performOnServiceThread(
             "ipcService:didFailToEstablishConnectionToRemoteService:error:", this, name, error.get());
-        zon_log_obj(__FILE__, __LINE__, objectLogCategory(), logger::kLevelError, kDefaultLogIdentifier,
+        zon_log_obj(__FILE__, __LINE__, this, logger::kLevelError, kDefaultLogIdentifier,
             "Failed to establish remote connection to %@ due to %@", name, error.get());
     }
 }
@@ -339,7 +339,7 @@ bool TXZonIPCService::connected()
     sendPacket_withResponse_error(TXZonIPCPacket::pingPacket(), &reply, nullptr);
     if (reply && reply->type() == TXZonIPCPacket::kPing)
         return true;
-    zon_log_obj(__FILE__, __LINE__, objectLogCategory(), logger::kLevelWarning, kDefaultLogIdentifier,
+    zon_log_obj(__FILE__, __LINE__, this, logger::kLevelWarning, kDefaultLogIdentifier,
         "Was connected to '%@', but can no longer communicate", remoteServiceName().get());
     disconnect();
     return false;
@@ -382,7 +382,8 @@ bool TXZonIPCService::sendPacket_withResponse_timeout_error(
         .messageId = messageId,
         .message = messageOfPacket(packet),
         .sendTimeout = seconds(kSendTimeout),
-        .reply = waits ? MessagePortReplyWait::inMode(NSDefaultRunLoopMode, seconds(timeout)) : MessagePortReplyWait::none(),
+        .reply = waits ? MessagePortReplyWait::inMode(NSDefaultRunLoopMode, seconds(timeout))
+                       : MessagePortReplyWait::none(),
     });
 
     Ref<TXZonIPCPacket> reply;
@@ -394,14 +395,14 @@ bool TXZonIPCService::sendPacket_withResponse_timeout_error(
         setError(error, Error::zonErrorWithCode_systemErrorCode(6, static_cast<int>(status)));
 
     if (reply && !response)
-        zon_log_obj(__FILE__, __LINE__, objectLogCategory(), logger::kLevelWarning, kDefaultLogIdentifier,
+        zon_log_obj(__FILE__, __LINE__, this, logger::kLevelWarning, kDefaultLogIdentifier,
             "Received Response Packet: %@ when no packet response was expected", reply.get());
     if (response && !reply) {
         if (isPing)
-            zon_log_obj(__FILE__, __LINE__, objectLogCategory(), logger::kLevelWarning, kDefaultLogIdentifier,
+            zon_log_obj(__FILE__, __LINE__, this, logger::kLevelWarning, kDefaultLogIdentifier,
                 "Did not recv ping packet");
         else
-            zon_log_obj(__FILE__, __LINE__, objectLogCategory(), logger::kLevelWarning, kDefaultLogIdentifier,
+            zon_log_obj(__FILE__, __LINE__, this, logger::kLevelWarning, kDefaultLogIdentifier,
                 "Did not receive response packet when one was expected -- sent %@", packet);
     }
     if (reply && reply->type() != TXZonIPCPacket::kPing)
@@ -429,8 +430,8 @@ Ref<TXZonIPCPacket> TXZonIPCService::handlePacket(TXZonIPCPacket* packet)
         performOnServiceThread("ipcServiceDidEstablishConnectionToRemoteService:", this);
         break;
     case TXZonIPCPacket::kConnectionNak:
-        zon_log_obj(
-            __FILE__, __LINE__, objectLogCategory(), logger::kLevelWarning, kDefaultLogIdentifier, "Recieved a Response ONLY packet...");
+        zon_log_obj(__FILE__, __LINE__, this, logger::kLevelWarning, kDefaultLogIdentifier,
+            "Recieved a Response ONLY packet...");
         break;
     case TXZonIPCPacket::kDisconnect:
         performOnServiceThread("ipcServiceDidDisconnectFromRemoteService:", this);
@@ -455,7 +456,7 @@ Ref<TXZonIPCPacket> TXZonIPCService::handlePacket(TXZonIPCPacket* packet)
         break;
     }
     default:
-        zon_log_obj(__FILE__, __LINE__, objectLogCategory(), logger::kLevelWarning, kDefaultLogIdentifier,
+        zon_log_obj(__FILE__, __LINE__, this, logger::kLevelWarning, kDefaultLogIdentifier,
             "Unknown Packet Type being handled: %d", type);
         break;
     }
@@ -578,7 +579,8 @@ void TXZonIPCService::queueSend(const char* sender, Object* object)
 
 void TXZonIPCService::scheduleSendQueued(Thread* thread)
 {
-    thread->runLoop()->performBlock({NSRunLoopCommonModes}, [self = Ref<TXZonIPCService>(this)] { self->sendQueued(); });
+    thread->runLoop()->performBlock(
+        {NSRunLoopCommonModes}, [self = Ref<TXZonIPCService>(this)] { self->sendQueued(); });
 }
 
 void TXZonIPCService::sendQueued()
