@@ -1,6 +1,7 @@
 #include "platform/io/MessageFrameInternal.h"
 
 #include "platform/system/FileCallsInternal.h"
+#include "platform/values/Data.h"
 
 #include <algorithm>
 #include <cerrno>
@@ -81,6 +82,16 @@ size_t MessageFrameBudget::held() const
 {
     std::lock_guard lock(mutex_);
     return held_;
+}
+
+MessagePortMessage messageOfFrame(MessageFrame&& frame, EmptyPayload empty)
+{
+    MessagePortMessage message;
+    message.prefix = frame.prefix;
+    message.prefixLength = frame.prefixLength;
+    if (empty == EmptyPayload::Data || !frame.payload.empty())
+        message.body = Data::dataWithVector(std::move(frame.payload));
+    return message;
 }
 
 MessageFrameReader::MessageFrameReader(uint32_t maxLength, size_t prefixLength, MessageFrameBudget* budget)

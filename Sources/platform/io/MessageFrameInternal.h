@@ -106,6 +106,12 @@ private:
     std::vector<std::function<void()>> waiting_;
 };
 
+// What an empty payload becomes: a request always has a body; an empty reply says that the
+// receiver answered nothing.
+enum class EmptyPayload { Data, Nil };
+// A received frame as a message: its prefix, and its payload as the body, without a copy.
+MessagePortMessage messageOfFrame(MessageFrame&& frame, EmptyPayload empty);
+
 // Reassembles frames from a byte stream that arrives in pieces of any size.
 //
 // Reads go into buffer(): a staging area for headers and small messages, or, once a large

@@ -32,7 +32,6 @@ void logUnreachable(String* name, const SystemError& error)
             "Message port %@ cannot be reached: %@", name, String::stringWithUTF8String(error.text()).get());
 }
 
-Ref<String> copyOfName(String* name) { return adoptRef(static_cast<String*>(name->copy().leakRef())); }
 
 } // namespace
 
@@ -93,7 +92,7 @@ Ref<MessagePort> MessagePort::createRemote(String* name, size_t replyPrefixLengt
     if (!peer || peer.value().uid != ::geteuid())
         return nullptr;
     auto link = std::make_shared<MessagePortLink>(std::move(socket).value(), replyPrefixLength);
-    return makeObject<MessagePort>(copyOfName(name), nullptr, std::move(link));
+    return makeObject<MessagePort>(staticRefCast<String>(name->copy()), nullptr, std::move(link));
 }
 
 bool MessagePort::scheduleInRunLoop(RunLoop* loop, String* mode)

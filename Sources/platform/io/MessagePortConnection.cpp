@@ -8,20 +8,6 @@
 
 namespace zon {
 
-namespace {
-
-// A received request as a message: its prefix, and its payload as the body (never nil).
-MessagePortMessage requestOfFrame(MessageFrame&& frame)
-{
-    MessagePortMessage message;
-    message.prefix = frame.prefix;
-    message.prefixLength = frame.prefixLength;
-    message.body = Data::dataWithVector(std::move(frame.payload));
-    return message;
-}
-
-} // namespace
-
 MessagePortConnection::MessagePortConnection(
     std::weak_ptr<MessagePortListener> listener, FileDescriptor socket, size_t prefixLength)
     : listener_(std::move(listener))
@@ -209,7 +195,7 @@ void MessagePortConnection::dispatchFrames()
         const bool replyWanted = header.flags & MessageFrameReplyWanted;
         MessagePortMessage reply;
         try {
-            reply = owner->handle(port, header.messageId, requestOfFrame(std::move(frame)), replyWanted);
+            reply = owner->handle(port, header.messageId, messageOfFrame(std::move(frame), EmptyPayload::Data), replyWanted);
         } catch (...) {
             // The sender still hears that nothing will come before the exception moves on.
             if (replyWanted)

@@ -30,18 +30,6 @@ std::chrono::milliseconds millisecondsUntil(Clock::time_point deadline)
     return std::max(left, std::chrono::milliseconds(1));
 }
 
-// A received frame as a message: its prefix, and its payload as the body. An empty reply says
-// the receiver answered nothing.
-MessagePortMessage replyOfFrame(MessageFrame&& frame)
-{
-    MessagePortMessage message;
-    message.prefix = frame.prefix;
-    message.prefixLength = frame.prefixLength;
-    if (!frame.payload.empty())
-        message.body = Data::dataWithVector(std::move(frame.payload));
-    return message;
-}
-
 } // namespace
 
 thread_local std::vector<MessagePortLink::Waiter*> MessagePortLink::waitStack_;
@@ -309,7 +297,7 @@ void MessagePortLink::deliverRepliesLocked()
             continue; // a reply that came after its sender stopped waiting
         Waiter* waiter = *it;
         waiters_.erase(it);
-        waiter->reply = replyOfFrame(std::move(frame));
+        waiter->reply = messageOfFrame(std::move(frame), EmptyPayload::Nil);
         waiter->done = true;
         // The waiting thread may be asleep in its own loop: a block ends its wait. On this thread
         // the run that reads is the waiter's own, or one nested in it (see send).

@@ -16,34 +16,9 @@ namespace {
 
 constexpr int kListenBacklog = 128;
 constexpr auto kAcceptPause = std::chrono::milliseconds(100);
-constexpr auto kLimitReportInterval = std::chrono::minutes(1);
 
 // Accepted connections of every listener of this process.
 std::atomic<size_t> gConnectionCount {0};
-
-// Lets a repeated line out once per interval, counting what it held back meanwhile.
-class LineThrottle {
-public:
-    // The number of occurrences to report now (this one included), or 0 to stay quiet.
-    size_t occurred(std::chrono::steady_clock::duration interval)
-    {
-        const auto now = std::chrono::steady_clock::now();
-        std::lock_guard lock(mutex_);
-        ++count_;
-        if (reported_ != std::chrono::steady_clock::time_point() && now - reported_ < interval)
-            return 0;
-        reported_ = now;
-        return std::exchange(count_, 0);
-    }
-
-private:
-    std::mutex mutex_;
-    std::chrono::steady_clock::time_point reported_;
-    size_t count_ = 0;
-};
-
-LineThrottle gLimitLines;
-LineThrottle gDescriptorLines;
 
 void logCannotPublish(String* name, const SystemError& error)
 {
@@ -84,7 +59,7 @@ MessagePortListener::~MessagePortListener() { invalidate(); }
 std::shared_ptr<MessagePortListener> MessagePortListener::publish(
     String* name, size_t prefixLength, MessagePort::RequestHandler handler)
 {
-    Ref<String> ownName = adoptRef(static_cast<String*>(name->copy().leakRef()));
+    auto ownName = staticRefCast<String>(name->copy());
     std::shared_ptr<MessagePortListener> listener(
         new MessagePortListener(ownName, prefixLength, std::move(handler)));
     auto paths = messagePortPaths(name->UTF8String());
@@ -153,10 +128,9 @@ bool MessagePortListener::watchSocketLocked()
 
 void MessagePortListener::pauseAccepting()
 {
-    if (size_t times = gDescriptorLines.occurred(kLimitReportInterval))
-        zon_log_obj(__FILE__, __LINE__, nullptr, logger::kLevelError, kDefaultLogIdentifier,
-            "Message port %@ cannot accept connections: the process has no descriptors left (%lu times)", name_.get(),
-            static_cast<unsigned long>(times));
+    // A run of these is summarised by the Logger's repeat filter.
+    zon_log_obj(__FILE__, __LINE__, nullptr, logger::kLevelError, kDefaultLogIdentifier,
+        "Message port %@ cannot accept connections: the process has no descriptors left", name_.get());
     {
         std::lock_guard lock(mutex_);
         listenSource_.invalidate();
@@ -212,10 +186,10 @@ void MessagePortListener::acceptPending()
         }
         if (gConnectionCount.load(std::memory_order_relaxed) >= connectionLimit_) {
             const bool madeRoom = closeIdlestConnection();
-            if (size_t times = gLimitLines.occurred(kLimitReportInterval))
-                zon_log_obj(__FILE__, __LINE__, nullptr, logger::kLevelWarning, kDefaultLogIdentifier,
-                    "Message port %@ is at the limit of %lu connections: closed %lu idle or new connections",
-                    name_.get(), static_cast<unsigned long>(connectionLimit_), static_cast<unsigned long>(times));
+            zon_log_obj(__FILE__, __LINE__, nullptr, logger::kLevelWarning, kDefaultLogIdentifier,
+                "Message port %@ is at the limit of %lu connections: closed %s", name_.get(),
+                static_cast<unsigned long>(connectionLimit_),
+                madeRoom ? "the connection idle longest" : "the new connection");
             if (!madeRoom)
                 continue; // the new connection closes as it goes out of scope
         }

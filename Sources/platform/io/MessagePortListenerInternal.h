@@ -11,9 +11,9 @@
 // Descriptors are kept in reserve: the connections of all listeners of a process together stay
 // below the process's descriptor limit by an eighth of it (at least 64), so that connecting back
 // to a client and file work still find descriptors. A connection beyond that replaces the one
-// that has been idle longest (one log line per minute says how many were closed). When accepting
-// fails for want of descriptors all the same, the listener stops watching its socket for a tenth
-// of a second instead of spinning.
+// that has been idle longest. When accepting fails for want of descriptors all the same, the
+// listener stops watching its socket for a tenth of a second instead of spinning. Each event
+// logs a line; the Logger's repeat filter turns a run of them into a count.
 
 #include "platform/io/MessagePort.h"
 #include "platform/io/MessagePortDirectory.h"
