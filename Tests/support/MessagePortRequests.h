@@ -38,6 +38,16 @@ inline MessagePortStatus sendRequest(MessagePort* port, int32_t messageId, std::
     return result.status;
 }
 
+// The whole message as one data, nil for an empty one.
+inline Ref<Data> joinedData(const MessagePortMessage& message)
+{
+    if (message.length() == 0)
+        return nullptr;
+    ByteVector bytes(message.prefixBytes().begin(), message.prefixBytes().end());
+    bytes.insert(bytes.end(), message.body.span().begin(), message.body.span().end());
+    return Data::dataWithVector(std::move(bytes));
+}
+
 // Data out whole; the reply joined into one data, nil for none.
 inline MessagePortStatus sendRequest(MessagePort* port, int32_t messageId, Data* data, double sendTimeout,
     double receiveTimeout, String* replyMode, Ref<Data>* reply)
@@ -46,7 +56,7 @@ inline MessagePortStatus sendRequest(MessagePort* port, int32_t messageId, Data*
     const auto status = sendRequest(port, messageId, {}, HeldBytes(Ref<Data>(data)), sendTimeout, receiveTimeout,
         replyMode, &replyMessage);
     if (reply)
-        *reply = replyMessage.length() ? replyMessage.joined() : nullptr;
+        *reply = joinedData(replyMessage);
     return status;
 }
 

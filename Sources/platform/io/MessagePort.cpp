@@ -42,16 +42,6 @@ MessagePortMessage::MessagePortMessage(std::span<const uint8_t> prefix, HeldByte
     std::copy_n(prefix.begin(), prefixLength, this->prefix.begin());
 }
 
-Ref<Data> MessagePortMessage::joined() const
-{
-    if (prefixLength == 0)
-        return body.data();
-    ByteVector bytes(prefix.begin(), prefix.begin() + prefixLength);
-    const auto rest = body.span();
-    bytes.insert(bytes.end(), rest.begin(), rest.end());
-    return Data::dataWithVector(std::move(bytes));
-}
-
 ZON_DEFINE_CLASS(MessagePort, "NSMessagePort")
 
 MessagePort::MessagePort(

@@ -73,9 +73,6 @@ struct ZON_EXPORT MessagePortMessage {
 
     std::span<const uint8_t> prefixBytes() const { return {prefix.data(), prefixLength}; }
     size_t length() const { return prefixLength + body.size(); }
-    // The whole message as one Data (the body itself when there is no prefix); nil for a message
-    // with neither prefix nor body.
-    Ref<Data> joined() const;
 
     std::array<uint8_t, kMessagePrefixMaxLength> prefix {};
     uint8_t prefixLength = 0;
