@@ -34,6 +34,7 @@
 #include "platform/threads/RunLoop.h"
 #include "platform/threads/Thread.h"
 #include "platform/threads/Timer.h"
+#include "platform/io/Coder.h"
 #include "platform/io/MessagePort.h"
 #include "platform/io/PropertyListSerialization.h"
 
