@@ -3,6 +3,7 @@
 #include "platform/runtime/Object.h"
 
 #include "logger/ZonLog.h"
+#include "platform/runtime/Class.h"
 #include "platform/runtime/Invocation.h"
 #include "platform/runtime/MethodSignature.h"
 #include "platform/threads/RunLoop.h"
@@ -11,6 +12,8 @@
 #include "platform/values/AssertionHandler.h"
 #include "platform/values/String.h"
 
+#include <array>
+#include <span>
 #include <vector>
 
 namespace zon {
@@ -35,6 +38,17 @@ Ref<MethodSignature> signatureForCall(Object* target, SEL sel, Thread* thread)
     return signature;
 }
 
+void checkArgumentCount(Object* target, unsigned numberOfArguments, Array* objects, CountCheck check, SEL operation)
+{
+    const long expected = static_cast<long>(numberOfArguments) - 2;
+    const long received = objects ? static_cast<long>(objects->count()) : 0;
+    if (check == CountCheck::Exact ? received != expected : received > expected) {
+        AssertionHandler::handleFailureInMethod_object_file_lineNumber_description(operation, target, kUnitFile,
+            __LINE__, "Performing selector with incorrect argument count, expected: %d, recieved: %d",
+            static_cast<int>(expected), static_cast<int>(received));
+    }
+}
+
 Ref<Invocation> invocationForCall(Object* target, SEL sel, MethodSignature* signature, Array* objects,
     CountCheck check, SEL operation)
 {
@@ -42,13 +56,8 @@ Ref<Invocation> invocationForCall(Object* target, SEL sel, MethodSignature* sign
     invocation->setTarget(target);
     invocation->setSelector(sel);
     const long slots = static_cast<long>(signature->numberOfArguments());
-    const long expected = slots - 2;
     const long received = objects ? static_cast<long>(objects->count()) : 0;
-    if (check == CountCheck::Exact ? received != expected : received > expected) {
-        AssertionHandler::handleFailureInMethod_object_file_lineNumber_description(operation, target, kUnitFile,
-            __LINE__, "Performing selector with incorrect argument count, expected: %d, recieved: %d",
-            static_cast<int>(expected), static_cast<int>(received));
-    }
+    checkArgumentCount(target, signature->numberOfArguments(), objects, check, operation);
     for (long i = 2; i < slots; ++i) {
         if (i - 2 < received)
             invocation->setArgument_atIndex(objects->objectAtIndex(static_cast<size_t>(i - 2)), i);
@@ -87,13 +96,49 @@ void invokeOnThread(Ref<Invocation> invocation, Thread* thread, bool waitUntilDo
         loop->performBlock(modes, std::move(call));
 }
 
+// A queued call to a method the target answers itself, looked up once, with up to four arguments
+// carried inline: what an invocation does, without its signature and argument objects. Broadcasts
+// queue one per observer (ThreadBenchmarks, BM_QueuedCalls_PerformSelector rows).
+struct InlineCall {
+    static constexpr size_t kMaxArguments = 4;
+
+    Ref<Object> target;
+    const Method* method;
+    std::array<Ref<Object>, kMaxArguments> arguments;
+
+    void operator()() const
+    {
+        const size_t count = method->numberOfArguments - 2;
+        std::array<Object*, kMaxArguments> slots;
+        for (size_t i = 0; i < count; ++i)
+            slots[i] = arguments[i].get();
+        method->implementation(target.get(), method->selector, std::span(slots.data(), count));
+    }
+};
+
 // performSelector:onThread:withObjects:waitUntilDone:modes:, which the other queued forms share.
 void queueCall(Object* target, SEL sel, Thread* thread, Array* objects, bool waitUntilDone, RunLoopModes modes)
 {
     static const SEL operation = selector("performSelector:onThread:withObjects:waitUntilDone:modes:");
-    Ref<MethodSignature> signature = signatureForCall(target, sel, thread);
-    auto invocation = invocationForCall(target, sel, signature, objects, CountCheck::AtMost, operation);
-    invokeOnThread(std::move(invocation), thread, waitUntilDone, modes);
+    const Method* method = sel ? target->methodForSelector(sel) : nullptr;
+    if (!method || method->numberOfArguments - 2 > InlineCall::kMaxArguments) {
+        // Forwarded and unknown selectors, and long argument lists, take the invocation.
+        Ref<MethodSignature> signature = signatureForCall(target, sel, thread);
+        auto invocation = invocationForCall(target, sel, signature, objects, CountCheck::AtMost, operation);
+        invokeOnThread(std::move(invocation), thread, waitUntilDone, modes);
+        return;
+    }
+    checkArgumentCount(target, method->numberOfArguments, objects, CountCheck::AtMost, operation);
+    if (!thread)
+        return;
+    InlineCall call {Ref<Object>(target), method, {}};
+    for (size_t i = 0; objects && i < objects->count(); ++i)
+        call.arguments[i] = objects->objectAtIndex(i);
+    RunLoop* loop = thread->runLoop();
+    if (waitUntilDone)
+        loop->performBlockAndWait(modes, std::move(call));
+    else
+        loop->performBlock(modes, std::move(call));
 }
 
 // performSelectorWithExpectedReturn:onThread:withObjects:modes:, which the other result forms share.

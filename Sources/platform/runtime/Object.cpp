@@ -3,6 +3,7 @@
 #include "platform/runtime/AutoreleasePool.h"
 #include "platform/runtime/Class.h"
 #include "platform/runtime/MethodSignature.h"
+#include "platform/runtime/ObjectSideTablesInternal.h"
 #include "platform/runtime/PageMemoryInternal.h"
 #include "platform/runtime/ReleaseBatchInternal.h"
 #include "platform/runtime/RootClassInternal.h"
@@ -119,12 +120,46 @@ void Object::release() const noexcept
     if (count == kImmortal)
         return;
     // The last reference needs no atomic decrement: no other thread holds one to retain it with,
-    // and the acquire load has seen every other thread's release.
-    if (count == 1 || refCount_.fetch_sub(1, std::memory_order_acq_rel) == 1)
+    // and the acquire load has seen every other thread's release. A marked object never takes
+    // this path, since its weak references may still retain it.
+    if (count == 1) {
         destroy(this);
+        return;
+    }
+    const uint32_t before = refCount_.fetch_sub(1, std::memory_order_acq_rel);
+    if (before == 1) {
+        destroy(this);
+    } else if (before == (kSideTableFlag | 1)) {
+        // From here on weak loads fail (they see a count of zero); the side tables forget the
+        // object before it is freed.
+        ObjectSideTables::objectWillDie(this);
+        destroy(this);
+    }
 }
 
-uint32_t Object::retainCount() const noexcept { return refCount_.load(std::memory_order_relaxed); }
+uint32_t Object::retainCount() const noexcept
+{
+    const uint32_t count = refCount_.load(std::memory_order_relaxed);
+    return count == kImmortal ? count : count & ~kSideTableFlag;
+}
+
+void Object::markSideTableEntries() const noexcept
+{
+    if (refCount_.load(std::memory_order_relaxed) != kImmortal)
+        refCount_.fetch_or(kSideTableFlag, std::memory_order_relaxed);
+}
+
+bool Object::tryRetain() const noexcept
+{
+    uint32_t count = refCount_.load(std::memory_order_relaxed);
+    do {
+        if (count == kImmortal)
+            return true;
+        if ((count & ~kSideTableFlag) == 0)
+            return false;
+    } while (!refCount_.compare_exchange_weak(count, count + 1, std::memory_order_acquire, std::memory_order_relaxed));
+    return true;
+}
 
 void Object::destroy(const Object* object) noexcept
 {

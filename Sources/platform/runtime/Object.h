@@ -81,6 +81,13 @@ public:
     void release() const noexcept;
     uint32_t retainCount() const noexcept;
     bool isImmortal() const noexcept { return refCount_.load(std::memory_order_relaxed) == kImmortal; }
+    // Whether weak references or key-value observers were ever registered for this object; only
+    // such objects look into those side tables when they die.
+    bool hasSideTableEntries() const noexcept
+    {
+        const uint32_t count = refCount_.load(std::memory_order_relaxed);
+        return count != kImmortal && (count & kSideTableFlag);
+    }
     // Hands one reference to the innermost autorelease pool of this thread.
     virtual Object* autorelease() const;
 
@@ -112,6 +119,27 @@ public:
         Object* args[] = {first, second};
         return performSelectorWithArguments(sel, args);
     }
+
+    // Key-value coding. valueForKey calls the method named key (scalar results come back boxed);
+    // setValue_forKey calls setKey: (the key with its first letter upper-cased). Without such a
+    // method both raise NSUndefinedKeyException; nil for a scalar parameter raises
+    // NSInvalidArgumentException. Classes override them to serve keys of their own.
+    virtual Ref<Object> valueForKey(String* key);
+    virtual void setValue_forKey(Object* value, String* key);
+
+    // Key-value observing of single keys (no key paths). willChangeValueForKey and
+    // didChangeValueForKey bracket a change: the did call sends each observer of the key its
+    // exported observeValueForKeyPath:ofObject:change:context: at once, on the calling thread, with
+    // a change dictionary ("kind" 1, and "old" and "new" as the options ask; nil reads as the null
+    // marker). Observers are not retained: one that dies while registered is skipped. An object
+    // that dies with observers registered logs an error and drops them. The context is retained.
+    void addObserver_forKeyPath_options_context(Object* observer, String* keyPath, unsigned long options, Object* context);
+    // Removes the observer's latest registration for the key; one it never made raises
+    // NSRangeException. The context form removes the one made with that context.
+    void removeObserver_forKeyPath(Object* observer, String* keyPath);
+    void removeObserver_forKeyPath_context(Object* observer, String* keyPath, Object* context);
+    void willChangeValueForKey(String* key);
+    void didChangeValueForKey(String* key);
 
     // The method that answers sel for this receiver, or null. Classes answer their class
     // methods; proxies answer for the object they stand for.
@@ -177,14 +205,34 @@ protected:
     [[noreturn]] void doesNotRecognizeSelector(SEL sel) const;
 
 private:
+    friend struct ObjectSideTables;
+
+    // The count's top bit marks an object with side-table entries (weak references, key-value
+    // observers): set once by a holder of a strong reference, never cleared, and tested by the
+    // same load that reads the count, so objects without entries pay nothing when they die.
     static constexpr uint32_t kImmortal = UINT32_MAX;
+    static constexpr uint32_t kSideTableFlag = 0x80000000u;
     static void destroy(const Object* object) noexcept;
+    // Marks the object (the caller holds a strong reference); immortal objects stay unmarked.
+    void markSideTableEntries() const noexcept;
+    // Takes a reference unless the count already reached zero (the object is dying); for loading
+    // weak references, under their table's lock.
+    bool tryRetain() const noexcept;
 
     // The argument list forms of NSObject(ZonThreadExtensions); modes nil means the common modes.
     void performSelectorOnThreadWithObjectList(SEL sel, Thread* thread, bool waitUntilDone, Array* modes, Arguments objects);
 
     mutable std::atomic<uint32_t> refCount_ {1};
 };
+
+// The options of addObserver_forKeyPath_options_context; the values are the platform's.
+enum KeyValueObservingOptions : unsigned long {
+    NSKeyValueObservingOptionNew = 0x01,
+    NSKeyValueObservingOptionOld = 0x02,
+    NSKeyValueObservingOptionInitial = 0x04,
+    NSKeyValueObservingOptionPrior = 0x08,
+};
+inline constexpr long NSKeyValueChangeSetting = 1;
 
 // Answers object as a T when it is of class T or a subclass, else null.
 template <class T>
