@@ -109,3 +109,8 @@ printf '\n$ zon packet decode "$(zon packet encode --dict settings.plist | tail 
 run "$zon" packet decode 0900000068656c6c6f
 run "$zon" packet decode 2a000000ff
 run "$zon" packet decode 010203
+
+# Model objects: observers called on their own threads, and a store written by two threads whose
+# main-thread mirror and observers follow when the main loop runs.
+run "$zon" observe bench --observers 8 --threads 2 --broadcasts 1000
+run "$zon" store demo 2>&1
