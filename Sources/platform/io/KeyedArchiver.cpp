@@ -46,10 +46,10 @@ Ref<Data> KeyedArchiver::archive(Object* root)
     append(nullMarker());
     Ref<KeyedArchiverUID> rootReference = referenceTo(root);
     Ref<Dictionary> top = Dictionary::dictionaryWithObjectsAndKeys({
-        {archiverName(), archiverKey()},
-        {Array::arrayWithVector(std::move(objects_)).get(), objectsKey()},
-        {Dictionary::dictionaryWithObject_forKey(rootReference.get(), rootKey()).get(), topKey()},
-        {Number::numberWithLong(kVersion).get(), versionKey()},
+        {archiverKey(), archiverName()},
+        {objectsKey(), Array::arrayWithVector(std::move(objects_)).get()},
+        {topKey(), Dictionary::dictionaryWithObject_forKey(rootReference.get(), rootKey()).get()},
+        {versionKey(), Number::numberWithLong(kVersion).get()},
     });
     Ref<Error> error;
     Ref<Data> data = PropertyListSerialization::dataWithPropertyList(top.get(), NSPropertyListXMLFormat_v1_0, &error);
@@ -152,8 +152,8 @@ Ref<MutableDictionary> KeyedArchiver::recordOfClass(const Class* cls)
         for (const Class* link = cls; link; link = link->superclass())
             chain.push_back(String::stringWithUTF8String(link->name()));
         Ref<Object> classRecord = Dictionary::dictionaryWithObjectsAndKeys({
-            {String::stringWithUTF8String(cls->name()).get(), classNameKey()},
-            {Array::arrayWithVector(std::move(chain)).get(), classesKey()},
+            {classNameKey(), String::stringWithUTF8String(cls->name()).get()},
+            {classesKey(), Array::arrayWithVector(std::move(chain)).get()},
         });
         found = classReferences_.emplace(cls, KeyedArchiverUID::uidWithValue(append(std::move(classRecord)))).first;
     }
