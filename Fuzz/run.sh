@@ -1,7 +1,8 @@
 #!/usr/bin/env bash
 # Usage: Fuzz/run.sh DIR SECONDS
 # Runs every fuzzer in DIR (executables named *_fuzzer) for SECONDS each, keeping its corpus in
-# build/fuzz/corpus/NAME so that later runs start where earlier ones stopped. Fails when a fuzzer
+# build/fuzz/corpus/NAME so that later runs start where earlier ones stopped; Fuzz/seeds/NAME, when
+# there is one, holds hand-made inputs read alongside the corpus. Fails when a fuzzer
 # finds a crash, leak, hang or sanitizer report; the reproducer lands in build/fuzz/artifacts/NAME/.
 set -euo pipefail
 dir=${1:?usage: Fuzz/run.sh DIR SECONDS}
@@ -17,9 +18,11 @@ for fuzzer in "$dir"/*_fuzzer; do
   found=1
   name=$(basename "$fuzzer")
   mkdir -p "$corpora/$name" "$artifacts/$name"
+  seeds=()
+  [ -d "$root/Fuzz/seeds/$name" ] && seeds=("$root/Fuzz/seeds/$name")
   echo "== $name: ${seconds}s"
   if "$fuzzer" -max_total_time="$seconds" -timeout=10 -rss_limit_mb=2048 -print_final_stats=1 \
-      -artifact_prefix="$artifacts/$name/" "$corpora/$name" >"$artifacts/$name/log" 2>&1; then
+      -artifact_prefix="$artifacts/$name/" "$corpora/$name" "${seeds[@]}" >"$artifacts/$name/log" 2>&1; then
     grep -E '^stat::number_of_executed_units|^stat::new_units_added' "$artifacts/$name/log" || true
   else
     tail -40 "$artifacts/$name/log"

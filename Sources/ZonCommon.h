@@ -24,6 +24,7 @@
 #include "platform/values/Format.h"
 #include "platform/values/Geometry.h"
 #include "platform/values/MutableString.h"
+#include "platform/values/KeyedArchiverUID.h"
 #include "platform/values/Null.h"
 #include "platform/values/Number.h"
 #include "platform/values/Set.h"
@@ -37,6 +38,8 @@
 #include "platform/threads/Thread.h"
 #include "platform/threads/Timer.h"
 #include "platform/io/Coder.h"
+#include "platform/io/KeyedArchiver.h"
+#include "platform/io/KeyedUnarchiver.h"
 #include "platform/io/MessagePort.h"
 #include "platform/io/PropertyListSerialization.h"
 

@@ -1,4 +1,7 @@
+#include "platform/io/KeyedArchiver.h"
+#include "platform/values/Array.h"
 #include "platform/values/Data.h"
+#include "platform/values/Dictionary.h"
 #include "platform/values/String.h"
 
 #include <gmock/gmock.h>
@@ -160,7 +163,8 @@ TEST(ZonTool, InputThatIsNoFileOrNeverEndsIsRefusedNamingThePath)
     // Whole-input commands refuse a FIFO too (at once, without waiting for a writer).
     for (const std::string& path : {folder.path, std::string("/dev/zero"), fifo}) {
         for (ToolArguments args :
-            {ToolArguments {"json", path}, {"plist", "convert", path, "-"}, {"packet", "encode", "--data", path}}) {
+            {ToolArguments {"json", path}, {"plist", "convert", path, "-"}, {"packet", "encode", "--data", path},
+                {"archive", "dump", path}}) {
             ToolRun run = runZon(args);
             EXPECT_EQ(run.exitCode, 2) << args[0] << ' ' << path;
             EXPECT_THAT(run.err,
@@ -343,4 +347,35 @@ TEST(ZonTool, LogLinesNameTheToolSourceFromTheTreeOn)
     EXPECT_EQ(run.exitCode, 0);
     EXPECT_THAT(run.err, HasSubstr(" Tools/zon/LogCommands.cpp:"));
     EXPECT_THAT(run.err, HasSubstr(": from the tool\n"));
+}
+
+TEST(ZonTool, ArchiveDumpPrintsTheGraphAndRefusesWhatTheUnarchiverRefuses)
+{
+    ScratchFolder folder;
+    Ref<Array> shared = Array::arrayWithObject(String::stringWithUTF8String("leaf"));
+    Ref<Dictionary> root = Dictionary::dictionaryWithObjectsAndKeys(
+        {{ZSTR("first"), shared.get()}, {ZSTR("second"), shared.get()}});
+    Ref<Data> archive = KeyedArchiver::archivedDataWithRootObject(root.get(), nullptr);
+    ASSERT_TRUE(archive);
+    std::ofstream(folder.file("graph")).write(static_cast<const char*>(archive->bytes()), archive->length());
+
+    ToolRun dump = runZon({"archive", "dump", folder.file("graph"), "--allow", "NSObject"});
+    EXPECT_EQ(dump.exitCode, 0) << dump.err;
+    EXPECT_EQ(dump.out, "root: NSDictionary #1 (2)\n"
+                        "  \"first\" = NSArray #2 (1)\n"
+                        "    [0] NSString \"leaf\"\n"
+                        "  \"second\" = NSArray #2 (shown above)\n");
+
+    std::string text(static_cast<const char*>(archive->bytes()), archive->length());
+    text.replace(text.find("<string>NSArray</string>"), 24, "<string>NSString</string>");
+    std::ofstream(folder.file("odd")) << text;
+    std::ofstream(folder.file("broken")) << "<plist><dict>";
+    for (const auto& [args, message] : std::vector<std::pair<ToolArguments, std::string>> {
+             {{"archive", "dump", folder.file("broken")}, "is not a property list"},
+             {{"archive", "dump", folder.file("odd")}, "has no \"NS.string\" text"},
+             {{"archive", "dump", folder.file("graph"), "--allow", "NoSuchClass"}, "no class is named 'NoSuchClass'"}}) {
+        ToolRun run = runZon(args);
+        EXPECT_EQ(run.exitCode, 1) << args[2];
+        EXPECT_THAT(run.err, HasSubstr(message));
+    }
 }

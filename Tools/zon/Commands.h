@@ -16,5 +16,6 @@ void addPlistCommands(CLI::App& app);
 void addCodecCommands(CLI::App& app);
 void addIPCCommands(CLI::App& app);
 void addModelCommands(CLI::App& app);
+void addArchiveCommands(CLI::App& app);
 
 } // namespace zon::tool

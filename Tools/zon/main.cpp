@@ -44,6 +44,7 @@ int main(int argc, char** argv)
     zon::tool::addCodecCommands(app);
     zon::tool::addIPCCommands(app);
     zon::tool::addModelCommands(app);
+    zon::tool::addArchiveCommands(app);
 
     int exitCode = 0;
     try {

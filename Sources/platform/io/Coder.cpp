@@ -15,14 +15,26 @@ namespace zon {
 
 ZON_DEFINE_CLASS(Coder, "NSCoder")
 
-void Coder::encodeObject_forKey(Object*, String*)
+namespace {
+
+[[noreturn]] void raiseAbstractEncode(const Coder& coder, const std::string& selectorText)
 {
     raisePlatformException(NSInvalidArgumentException,
-        "*** -encodeObject:forKey: only defined for abstract class. Define -[" + objectClass()->name()
-            + " encodeObject:forKey:]!");
+        "*** -" + selectorText + " only defined for abstract class. Define -[" + coder.objectClass()->name() + " "
+            + selectorText + "]!");
 }
 
+} // namespace
+
+void Coder::encodeObject_forKey(Object*, String*) { raiseAbstractEncode(*this, "encodeObject:forKey:"); }
+void Coder::encodeBool_forKey(bool, String*) { raiseAbstractEncode(*this, "encodeBool:forKey:"); }
+void Coder::encodeInteger_forKey(long, String*) { raiseAbstractEncode(*this, "encodeInteger:forKey:"); }
+void Coder::encodeDouble_forKey(double, String*) { raiseAbstractEncode(*this, "encodeDouble:forKey:"); }
+
 Ref<Object> Coder::decodeObjectForKey(String*) { return nullptr; }
+bool Coder::decodeBoolForKey(String*) { return false; }
+long Coder::decodeIntegerForKey(String*) { return 0; }
+double Coder::decodeDoubleForKey(String*) { return 0; }
 
 bool Coder::containsValueForKey(String*) const { return false; }
 

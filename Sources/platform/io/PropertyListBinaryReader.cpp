@@ -2,6 +2,7 @@
 
 #include "platform/values/Data.h"
 #include "platform/values/Date.h"
+#include "platform/values/KeyedArchiverUID.h"
 #include "platform/values/Number.h"
 #include "platform/values/String.h"
 
@@ -222,6 +223,20 @@ bool Reader::readScalar(uint64_t object, const Header& header, Ref<Object>& valu
         }
         value = String::initWithBytes_length_encoding(contents, header.count, NSASCIIStringEncoding);
         return true;
+    case 0x8: {
+        // A keyed archive's object reference: 1 to 16 bytes, big-endian. Indexes past 64 bits
+        // cannot name an object of any document.
+        const size_t size = size_t {1} + low;
+        if (available < size)
+            return fail("Truncated UID in the binary property list");
+        for (size_t i = 0; i + 8 < size; ++i) {
+            if (contents[i] != 0)
+                return fail("UID out of the 64-bit range in the binary property list");
+        }
+        const size_t tail = std::min<size_t>(size, 8);
+        value = KeyedArchiverUID::uidWithValue(readBigEndian(contents + size - tail, tail));
+        return true;
+    }
     case 0x6: {
         // Big-endian UTF-16, kept unit for unit (a lone surrogate stays one).
         std::u16string units(header.count, u'\0');

@@ -7,6 +7,7 @@
 #include "platform/values/Data.h"
 #include "platform/values/Date.h"
 #include "platform/values/Dictionary.h"
+#include "platform/values/KeyedArchiverUID.h"
 #include "platform/values/Number.h"
 #include "platform/values/String.h"
 #include "platform/values/UTF.h"
@@ -36,7 +37,7 @@ constexpr size_t kBase64LineLength = 76;
 constexpr size_t kBase64LineShrinkPerLevel = 8;
 constexpr size_t kBase64MaxShrinkLevels = 8;
 
-enum class Kind : uint8_t { String, Number, Boolean, Data, Date, Array, Dictionary, Other };
+enum class Kind : uint8_t { String, Number, Boolean, Data, Date, Array, Dictionary, UID, Other };
 
 // The run-time classes the writer meets, looked up once; exact matches skip the class-chain walk.
 struct Classes {
@@ -48,6 +49,7 @@ struct Classes {
     Class* mutableDictionary = MutableDictionary::staticClass();
     Class* data = Data::staticClass();
     Class* date = Date::staticClass();
+    Class* uid = KeyedArchiverUID::staticClass();
 };
 
 Kind kindOf(const Object* object)
@@ -60,6 +62,8 @@ Kind kindOf(const Object* object)
         return Kind::Dictionary;
     if (cls == classes.array || cls == classes.mutableArray)
         return Kind::Array;
+    if (cls == classes.uid)
+        return Kind::UID;
     if (object->isKindOfClass(classes.number))
         return static_cast<const Number*>(object)->isBoolean() ? Kind::Boolean : Kind::Number;
     if (object->isKindOfClass(classes.string))
@@ -249,6 +253,9 @@ size_t estimatedSize(const Object* root)
         case Kind::String:
             total += static_cast<const String*>(object)->length();
             break;
+        case Kind::UID:
+            total += 3 * level + 2 * kPerValue; // three more lines than a plain value
+            break;
         case Kind::Data: {
             const size_t characters = static_cast<const Data*>(object)->length() / 3 * 4 + 4;
             total += characters + (characters / 12 + 2) * (level + 1);
@@ -409,6 +416,21 @@ private:
             out_.indent(level);
             out_.append("<dict>\n"sv);
             stack_.push_back({Kind::Dictionary, value, {}, {}, dictionary->begin(), dictionary->end()});
+            return true;
+        }
+        case Kind::UID: {
+            // XML has no UID type: the one-entry dictionary that keyed archives use stands for it.
+            out_.indent(level);
+            out_.append("<dict>\n"sv);
+            out_.indent(level + 1);
+            out_.append("<key>CF$UID</key>\n"sv);
+            out_.indent(level + 1);
+            out_.append("<integer>"sv);
+            char* p = out_.room(24);
+            out_.advanceTo(std::to_chars(p, p + 24, static_cast<const KeyedArchiverUID*>(value)->value()).ptr);
+            out_.append("</integer>\n"sv);
+            out_.indent(level);
+            out_.append("</dict>\n"sv);
             return true;
         }
         case Kind::Other:

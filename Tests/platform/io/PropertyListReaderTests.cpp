@@ -443,7 +443,8 @@ TEST(PropertyListReader, RefusesHostileBinaryDocuments)
         {binaryOf({0x34, 0, 0, 0, 0, 0, 0, 0, 0}), "Invalid date"},
         {binaryOf({0x52, 'a', 0xE9}), "Non-ASCII"},
         {binaryOf({0x00}), "Unsupported object type 0x00"},
-        {binaryOf({0x80, 0}), "Unsupported object type 0x80"},
+        {binaryOf({0x81, 0}), "Truncated UID"},
+        {binaryOf({0x70, 0}), "Unsupported object type 0x70"},
         {binaryOf({0xC1, 0}), "Unsupported object type 0xc1"},
     };
     for (const auto& [document, message] : cases) {
