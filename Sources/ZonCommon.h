@@ -48,6 +48,8 @@
 #include "extensions/NSData+ZonExtensions.h"
 #include "extensions/NSError+ZonExtensions.h"
 #include "extensions/NSObject+ZonExtensions.h"
+#include "genericObjects/DynamicPropertyTable.h"
+#include "genericObjects/TXZonDynamicObject.h"
 #include "systemManagement/processManagement/TXZonIPCPacket.h"
 #include "systemManagement/processManagement/TXZonIPCService.h"
 #include "utilities/data/InputStream.h"
