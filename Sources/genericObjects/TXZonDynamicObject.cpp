@@ -17,6 +17,8 @@
 #include <optional>
 #include <vector>
 
+namespace zon {
+
 ZON_STRING_CONSTANT(ZonDynamicPropertyClassKey, "Class");
 ZON_STRING_CONSTANT(ZonDynamicPropertyVarNameKey, "Name");
 ZON_STRING_CONSTANT(ZonDynamicPropertyVarValueKey, "Value");
@@ -32,8 +34,6 @@ ZON_STRING_CONSTANT(ZonDynamicPropertyPostRemoveSelectorKey, "BuisnessPostRemove
 ZON_STRING_CONSTANT(ZonDynamicPropertyContainerKey, "Container");
 ZON_STRING_CONSTANT(ZonDynamicPropertyVariableAccessReadOnly, "ReadOnlyAccess");
 ZON_STRING_CONSTANT(ZonDynamicPropertyVariableAccessStandard, "StandardAccess");
-
-namespace zon {
 
 ZON_DEFINE_CLASS(TXZonDynamicObject, "TXZonDynamicObject")
 
@@ -405,7 +405,8 @@ void TXZonDynamicObject::removeObjects_fromContainerWithPropertyName(Object* col
 
 void TXZonDynamicObject::encodeWithCoder(Coder* coder)
 {
-    for (Object* key : *allProperties()) {
+    Ref<Array> names = allProperties();
+    for (Object* key : *names) {
         auto* name = dynamicCast<String>(key);
         Ref<Object> value = valueForPropertyName(name);
         if (value && supportsKeyedArchiving(value.get()))
@@ -415,7 +416,8 @@ void TXZonDynamicObject::encodeWithCoder(Coder* coder)
 
 Ref<Object> TXZonDynamicObject::initWithCoder(Coder* coder)
 {
-    for (Object* key : *allProperties()) {
+    Ref<Array> names = allProperties();
+    for (Object* key : *names) {
         auto* name = dynamicCast<String>(key);
         setValue_forPropertyName_withSetterLogic(coder->decodeObjectForKey(name).get(), name, false);
     }
@@ -427,12 +429,21 @@ Ref<Object> TXZonDynamicObject::copy() const
     Ref<TXZonDynamicObject> copy = dynamicCast<TXZonDynamicObject>(objectClass()->createInstance());
     ZON_ASSERT(copy, "No instance factory for %@: its exportMethods calls registerInstanceFactory",
         static_cast<Object*>(objectClass()));
-    for (Object* key : *allProperties()) {
+    Ref<Array> names = allProperties();
+    for (Object* key : *names) {
         auto* name = dynamicCast<String>(key);
-        Ref<Object> value = valueForPropertyName(name);
-        copy->setValue_forPropertyName_withSetterLogic(value ? value->copy().get() : nullptr, name, false);
+        copy->setValue_forPropertyName_withSetterLogic(copyOfValue(name).get(), name, false);
     }
     return copy;
+}
+
+Ref<Object> TXZonDynamicObject::copyOfValue(String* name) const
+{
+    const Property& found = property(name);
+    // Copied under the lock, so that a container is not copied while another thread changes it.
+    PropertyLockScope scope(lockOf(found));
+    Object* value = entryOf(found.record, ZonDynamicPropertyVarValueKey);
+    return value ? value->copy() : nullptr;
 }
 
 } // namespace zon

@@ -137,6 +137,7 @@ private:
 
     const Property& property(String* name) const;
     Lock* lockOf(const Property& property) const;
+    Ref<Object> copyOfValue(String* name) const;
 
     Ref<Dictionary> attributes_;
     std::unordered_map<std::u16string_view, Property> properties_; // keys view the table's names
