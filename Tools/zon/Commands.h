@@ -15,5 +15,6 @@ void addLogCommands(CLI::App& app);
 void addPlistCommands(CLI::App& app);
 void addCodecCommands(CLI::App& app);
 void addIPCCommands(CLI::App& app);
+void addDynamicCommands(CLI::App& app);
 
 } // namespace zon::tool

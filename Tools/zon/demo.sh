@@ -109,3 +109,7 @@ printf '\n$ zon packet decode "$(zon packet encode --dict settings.plist | tail 
 run "$zon" packet decode 0900000068656c6c6f
 run "$zon" packet decode 2a000000ff
 run "$zon" packet decode 010203
+
+# A model object whose properties a table declares: generated accessors, a default for nil, the
+# type check, hooks around a set, a container, and a copy that runs no hooks.
+run "$zon" dynamic demo

@@ -43,6 +43,7 @@ int main(int argc, char** argv)
     zon::tool::addPlistCommands(app);
     zon::tool::addCodecCommands(app);
     zon::tool::addIPCCommands(app);
+    zon::tool::addDynamicCommands(app);
 
     int exitCode = 0;
     try {
