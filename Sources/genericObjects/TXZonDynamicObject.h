@@ -4,7 +4,7 @@
 #include "platform/runtime/Object.h"
 
 #include <string_view>
-#include <unordered_map>
+#include <vector>
 
 namespace zon {
 
@@ -129,18 +129,34 @@ protected:
     virtual void init();
 
 private:
-    // What the accessors and operations need of one property, fixed when the table is set.
+    // What the accessors and operations need of one property, fixed when the table is set. The
+    // name is a view of the table's key, hashed once.
     struct Property {
+        size_t nameHash;
+        std::u16string_view name;
         Object* record;
         Lock* lock;
     };
+    // A property name with its hash, as the generated accessors keep it.
+    struct PropertyName {
+        Ref<String> name;
+        size_t hash;
+    };
 
-    const Property& property(String* name) const;
+    static PropertyName propertyName(Ref<String> name);
+    // The generic getter and setter; installedUnder is the selector they are added under (null
+    // for objectProperty and setObjectProperty:), whose property name they work out once.
+    static Implementation getterImplementation(SEL installedUnder);
+    static Implementation setterImplementation(SEL installedUnder);
+
+    const Property& property(const PropertyName& name) const;
     Lock* lockOf(const Property& property) const;
+    Ref<Object> valueOf(const Property& property) const;
+    void setValueOf(const Property& property, Object* value, bool setterLogic);
     Ref<Object> copyOfValue(String* name) const;
 
     Ref<Dictionary> attributes_;
-    std::unordered_map<std::u16string_view, Property> properties_; // keys view the table's names
+    std::vector<Property> properties_; // sorted by nameHash
 };
 
 template <class T>
