@@ -66,8 +66,10 @@ bool isRecordKeyConstant(const Object* key)
 // constants; keys.size() when it has none.
 size_t indexOfEqualKey(const Object* entryKey, std::span<String* const> keys)
 {
+    if (isRecordKeyConstant(entryKey))
+        return keys.size();
     auto* text = dynamicCast<String>(entryKey);
-    if (!text || isRecordKeyConstant(entryKey))
+    if (!text)
         return keys.size();
     size_t i = 0;
     while (i < keys.size() && !(text->length() == keys[i]->length() && text->isEqualToString(keys[i])))
