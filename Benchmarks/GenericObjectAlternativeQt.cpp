@@ -2,8 +2,8 @@
 // properties set by setProperty, read by property() and written with setProperty, which sends
 // the object a QDynamicPropertyChangeEvent for every change (so an application object exists).
 
-#include <QByteArray>
-#include <QCoreApplication>
+#include "QtApplication.h"
+
 #include <QObject>
 #include <QString>
 #include <QVariant>
@@ -14,18 +14,9 @@
 
 namespace {
 
-void ensureApplication()
-{
-    static int argc = 1;
-    static char name[] = "GenericObjectBenchmarks";
-    static char* argv[] = {name, nullptr};
-    if (!QCoreApplication::instance())
-        new QCoreApplication(argc, argv); // lives as long as the process
-}
-
 std::unique_ptr<QObject> filledObject()
 {
-    ensureApplication();
+    zon::bench::ensureQtApplication();
     auto object = std::make_unique<QObject>();
     for (const char* name : {"title", "artist", "album", "genre"})
         object->setProperty(name, QString());
