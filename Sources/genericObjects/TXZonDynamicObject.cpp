@@ -77,10 +77,9 @@ size_t indexOfEqualKey(const Object* entryKey, std::span<String* const> keys)
     return i;
 }
 
-void entriesOf(Object* record, std::span<String* const> keys, std::span<Object*> found)
+void entriesOf(Object* record, Dictionary* dictionary, std::span<String* const> keys, std::span<Object*> found)
 {
     std::fill(found.begin(), found.end(), nullptr);
-    auto* dictionary = dynamicCast<Dictionary>(record);
     if (!dictionary) {
         static const SEL objectForKey = selector("objectForKey:");
         record->performSelector(objectForKey, keys[0]);
@@ -107,10 +106,17 @@ void entriesOf(Object* record, std::span<String* const> keys, std::span<Object*>
     }
 }
 
-Object* entryOf(Object* record, String* key)
+// One entry; the entry under the constant itself is found without the general pass.
+Object* entryOf(Object* record, Dictionary* dictionary, String* key)
 {
+    if (dictionary && dictionary->count() <= kScannedRecordEntries) {
+        for (auto [entryKey, value] : *dictionary) {
+            if (entryKey == key)
+                return value;
+        }
+    }
     Object* found = nullptr;
-    entriesOf(record, std::span<String* const>(&key, 1), std::span<Object*>(&found, 1));
+    entriesOf(record, dictionary, std::span<String* const>(&key, 1), std::span<Object*>(&found, 1));
     return found;
 }
 
@@ -286,8 +292,9 @@ void TXZonDynamicObject::setZonObjcAttributes(Dictionary* attributes)
     properties_.reserve(attributes_->count());
     for (auto [key, record] : *attributes_) {
         if (auto* name = dynamicCast<String>(key)) {
-            auto* lock = dynamicCast<Lock>(entryOf(record, ZonDynamicPropertyLockKey));
-            properties_.push_back(Property {name->hash(), name->view(), record, lock});
+            auto* dictionary = dynamicCast<Dictionary>(record);
+            auto* lock = dynamicCast<Lock>(entryOf(record, dictionary, ZonDynamicPropertyLockKey));
+            properties_.push_back(Property {name->hash(), name->view(), record, dictionary, lock});
         }
     }
     std::sort(properties_.begin(), properties_.end(),
@@ -367,14 +374,14 @@ struct SetterEntries {
     bool container = false;
 };
 
-SetterEntries setterEntriesOf(Object* record, bool setterLogic)
+SetterEntries setterEntriesOf(Object* record, Dictionary* dictionary, bool setterLogic)
 {
     static String* const keys[] = {ZonDynamicPropertyDefaultVarValueKey, ZonDynamicPropertyClassKey,
         ZonDynamicPropertyContainerKey, ZonDynamicPropertyPreSetterKey, ZonDynamicPropertyPostSetterKey};
     Object* found[std::size(keys)];
     // Without setter logic the hooks are not even looked for.
     const size_t wanted = setterLogic ? std::size(keys) : std::size(keys) - 2;
-    entriesOf(record, std::span(keys, wanted), std::span(found, wanted));
+    entriesOf(record, dictionary, std::span(keys, wanted), std::span(found, wanted));
 
     SetterEntries entries;
     entries.defaultValue = found[0];
@@ -392,7 +399,8 @@ SetterEntries setterEntriesOf(Object* record, bool setterLogic)
 
 Ref<Object> TXZonDynamicObject::contextForPropertyName(String* name) const
 {
-    return entryOf(property(propertyName(name)).record, ZonDynamicPropertyContextKey);
+    const Property& found = property(propertyName(name));
+    return entryOf(found.record, found.dictionary, ZonDynamicPropertyContextKey);
 }
 
 Ref<Object> TXZonDynamicObject::valueForPropertyName(String* name) const { return valueOf(property(propertyName(name))); }
@@ -400,7 +408,7 @@ Ref<Object> TXZonDynamicObject::valueForPropertyName(String* name) const { retur
 Ref<Object> TXZonDynamicObject::valueOf(const Property& found) const
 {
     PropertyLockScope scope(lockOf(found));
-    return entryOf(found.record, ZonDynamicPropertyVarValueKey);
+    return entryOf(found.record, found.dictionary, ZonDynamicPropertyVarValueKey);
 }
 
 void TXZonDynamicObject::setValue_forPropertyName(Object* value, String* name)
@@ -419,7 +427,7 @@ void TXZonDynamicObject::setValueOf(const Property& found, Object* value, bool s
     SetterEntries entries;
     {
         PropertyLockScope scope(lock);
-        entries = setterEntriesOf(found.record, setterLogic);
+        entries = setterEntriesOf(found.record, found.dictionary, setterLogic);
     }
 
     Ref<Object> stored = value;
@@ -456,8 +464,8 @@ void TXZonDynamicObject::addObjects_toContainerWithPropertyName(Object* collecti
     SEL postAdd;
     {
         PropertyLockScope scope(lock);
-        containedClass = classIn(entryOf(found.record, ZonDynamicPropertyContainedClassKey));
-        postAdd = selectorIn(entryOf(found.record, ZonDynamicPropertyPostAddSelectorKey));
+        containedClass = classIn(entryOf(found.record, found.dictionary, ZonDynamicPropertyContainedClassKey));
+        postAdd = selectorIn(entryOf(found.record, found.dictionary, ZonDynamicPropertyPostAddSelectorKey));
     }
 
     const std::vector<Object*> elements = elementsOf(collection);
@@ -472,7 +480,7 @@ void TXZonDynamicObject::addObjects_toContainerWithPropertyName(Object* collecti
     }
     {
         PropertyLockScope scope(lock);
-        Object* container = entryOf(found.record, ZonDynamicPropertyVarValueKey);
+        Object* container = entryOf(found.record, found.dictionary, ZonDynamicPropertyVarValueKey);
         for (Object* element : elements)
             changeContainer(container, element, ContainerChange::Add);
     }
@@ -486,8 +494,8 @@ void TXZonDynamicObject::removeObjects_fromContainerWithPropertyName(Object* col
     SEL postRemove;
     {
         PropertyLockScope scope(lock);
-        postRemove = selectorIn(entryOf(found.record, ZonDynamicPropertyPostRemoveSelectorKey));
-        Object* container = entryOf(found.record, ZonDynamicPropertyVarValueKey);
+        postRemove = selectorIn(entryOf(found.record, found.dictionary, ZonDynamicPropertyPostRemoveSelectorKey));
+        Object* container = entryOf(found.record, found.dictionary, ZonDynamicPropertyVarValueKey);
         for (Object* element : elementsOf(collection))
             changeContainer(container, element, ContainerChange::Remove);
     }
@@ -533,7 +541,7 @@ Ref<Object> TXZonDynamicObject::copyOfValue(String* name) const
     const Property& found = property(propertyName(name));
     // Copied under the lock, so that a container is not copied while another thread changes it.
     PropertyLockScope scope(lockOf(found));
-    Object* value = entryOf(found.record, ZonDynamicPropertyVarValueKey);
+    Object* value = entryOf(found.record, found.dictionary, ZonDynamicPropertyVarValueKey);
     return value ? value->copy() : nullptr;
 }
 

@@ -135,6 +135,7 @@ private:
         size_t nameHash;
         std::u16string_view name;
         Object* record;
+        Dictionary* dictionary; // the record, when it is one (it always should be)
         Lock* lock;
     };
     // A property name with its hash, as the generated accessors keep it.
