@@ -158,19 +158,20 @@ SEL selectorIn(Object* entry)
 
 bool isNull(const Object* object) { return object == Null::null(); }
 
-// The elements of a collection in its own order: an array's, a set's, a dictionary's keys.
+// The elements of a collection in its own order: an array's, a set's, a dictionary's keys. They
+// are held, so that a collection that is the container itself can be removed from itself.
 // Anything else raises as the platform's enumeration does.
-std::vector<Object*> elementsOf(Object* collection)
+std::vector<Ref<Object>> elementsOf(Object* collection)
 {
-    std::vector<Object*> elements;
+    std::vector<Ref<Object>> elements;
     if (auto* array = dynamicCast<Array>(collection)) {
         elements.assign(array->begin(), array->end());
     } else if (auto* set = dynamicCast<Set>(collection)) {
         for (Object* element : *set)
-            elements.push_back(element);
+            elements.emplace_back(element);
     } else if (auto* dictionary = dynamicCast<Dictionary>(collection)) {
         for (auto [key, value] : *dictionary)
-            elements.push_back(key);
+            elements.emplace_back(key);
     } else if (collection) {
         static const SEL enumerate = selector("countByEnumeratingWithState:objects:count:");
         collection->performSelector(enumerate);
@@ -468,9 +469,9 @@ void TXZonDynamicObject::addObjects_toContainerWithPropertyName(Object* collecti
         postAdd = selectorIn(entryOf(found.record, found.dictionary, ZonDynamicPropertyPostAddSelectorKey));
     }
 
-    const std::vector<Object*> elements = elementsOf(collection);
+    const std::vector<Ref<Object>> elements = elementsOf(collection);
     if (containedClass) {
-        for (Object* element : elements) {
+        for (const Ref<Object>& element : elements) {
             if (!element->isKindOfClass(containedClass)) {
                 AssertionHandler::handleFailureInMethod_object_file_lineNumber_description(method, this, __FILE__, __LINE__,
                     "Invalid object being set into %@, got %@ expected %@", name,
@@ -481,8 +482,8 @@ void TXZonDynamicObject::addObjects_toContainerWithPropertyName(Object* collecti
     {
         PropertyLockScope scope(lock);
         Object* container = entryOf(found.record, found.dictionary, ZonDynamicPropertyVarValueKey);
-        for (Object* element : elements)
-            changeContainer(container, element, ContainerChange::Add);
+        for (const Ref<Object>& element : elements)
+            changeContainer(container, element.get(), ContainerChange::Add);
     }
     callHook(this, postAdd, collection);
 }
@@ -496,8 +497,8 @@ void TXZonDynamicObject::removeObjects_fromContainerWithPropertyName(Object* col
         PropertyLockScope scope(lock);
         postRemove = selectorIn(entryOf(found.record, found.dictionary, ZonDynamicPropertyPostRemoveSelectorKey));
         Object* container = entryOf(found.record, found.dictionary, ZonDynamicPropertyVarValueKey);
-        for (Object* element : elementsOf(collection))
-            changeContainer(container, element, ContainerChange::Remove);
+        for (const Ref<Object>& element : elementsOf(collection))
+            changeContainer(container, element.get(), ContainerChange::Remove);
     }
     callHook(this, postRemove, collection);
 }

@@ -264,6 +264,12 @@ TEST(TXZonDynamicObject, ContainersKeepAMutableCopyAndCheckElementsBeforeAdding)
         Array::arrayWithObjects({ZSTR("a"), Number::numberWithInt(1).get()}).get(), ZSTR("tags"));
     EXPECT_EQ(text(tags), text(Array::arrayWithObjects({ZSTR("b"), ZSTR("c"), ZSTR("d")})));
     EXPECT_EQ(song->calls, (std::vector<std::string> {"added 2", "removed 2"}));
+
+    // A container emptied by removing itself from itself, its elements owned by it alone.
+    set(song.get(), "setTags:", Array::arrayWithObjects({str("p").get(), str("q").get()}).get());
+    Ref<Object> own = song->valueForPropertyName(ZSTR("tags"));
+    song->removeObjects_fromContainerWithPropertyName(own.get(), ZSTR("tags"));
+    EXPECT_EQ(static_cast<Array*>(own.get())->count(), 0u);
 }
 
 TEST(TXZonDynamicObject, ArchivingLeavesOutWhatCannotBeArchivedAndReadsBackWithoutHooks)
