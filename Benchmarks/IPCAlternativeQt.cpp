@@ -4,8 +4,8 @@
 
 #include "IPCAlternatives.h"
 #include "IPCBenchmarkSupport.h"
+#include "QtApplication.h"
 
-#include <QCoreApplication>
 #include <QLocalServer>
 #include <QLocalSocket>
 
@@ -15,16 +15,6 @@
 
 namespace zon::bench::ipc {
 namespace {
-
-// Qt's socket notifiers want an application object in the process; it is never run in the client.
-void ensureApplication()
-{
-    static int argc = 1;
-    static char name[] = "IPCAlternativesBenchmarks";
-    static char* argv[] = {name, nullptr};
-    if (!QCoreApplication::instance())
-        new QCoreApplication(argc, argv); // lives as long as the process
-}
 
 // Echoes every complete frame in the connection's buffer that wants an answer, keeping a partial
 // frame for the next read.
@@ -47,7 +37,7 @@ void echoFrames(QLocalSocket* socket, QByteArray& pending)
 
 void serve(const std::string& address)
 {
-    ensureApplication();
+    zon::bench::ensureQtApplication();
     QLocalServer server;
     QString name = QString::fromStdString(address);
     QLocalServer::removeServer(name);
@@ -122,7 +112,7 @@ private:
 
 std::unique_ptr<AlternativeClient> connect(const std::string& address)
 {
-    ensureApplication();
+    zon::bench::ensureQtApplication();
     auto client = std::make_unique<Client>();
     if (!client->open(address))
         return nullptr;

@@ -56,6 +56,8 @@
 #include "genericObjects/TXZonDictionaryStore.h"
 #include "genericObjects/TXZonObserver.h"
 #include "genericObjects/TXZonObserverCenter.h"
+#include "genericObjects/DynamicPropertyTable.h"
+#include "genericObjects/TXZonDynamicObject.h"
 #include "systemManagement/processManagement/TXZonIPCPacket.h"
 #include "systemManagement/processManagement/TXZonIPCService.h"
 #include "utilities/data/InputStream.h"

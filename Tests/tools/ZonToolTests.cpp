@@ -379,3 +379,17 @@ TEST(ZonTool, ArchiveDumpPrintsTheGraphAndRefusesWhatTheUnarchiverRefuses)
         EXPECT_THAT(run.err, HasSubstr(message));
     }
 }
+
+TEST(ZonTool, DynamicDemoSetsReadsAndCopiesATableDeclaredTrack)
+{
+    ToolRun run = runZon({"dynamic", "demo"});
+    EXPECT_EQ(run.exitCode, 0) << run.err;
+    EXPECT_THAT(run.out, HasSubstr("accessors added to TXZonDemoTrack: title setTitle: volumeLevel setVolumeLevel: artists"));
+    EXPECT_THAT(run.out, HasSubstr("volumeLevel = 50\n"));
+    EXPECT_THAT(run.out, HasSubstr("Value is not of type NSNumber, but of type NSString\n"));
+    EXPECT_THAT(run.out, HasSubstr("copy's artists are not the original's object\n"));
+
+    ToolRun archive = runZon({"dynamic", "demo", "--archive", "/nonexistent/track.plist"});
+    EXPECT_EQ(archive.exitCode, 1);
+    EXPECT_THAT(archive.err, HasSubstr("zon: archiving not available\n"));
+}

@@ -17,5 +17,6 @@ void addCodecCommands(CLI::App& app);
 void addIPCCommands(CLI::App& app);
 void addModelCommands(CLI::App& app);
 void addArchiveCommands(CLI::App& app);
+void addDynamicCommands(CLI::App& app);
 
 } // namespace zon::tool

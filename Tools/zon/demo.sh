@@ -114,3 +114,7 @@ run "$zon" packet decode 010203
 # main-thread mirror and observers follow when the main loop runs.
 run "$zon" observe bench --observers 8 --threads 2 --broadcasts 1000
 run "$zon" store demo 2>&1
+
+# A model object whose properties a table declares: generated accessors, a default for nil, the
+# type check, hooks around a set, a container, and a copy that runs no hooks.
+run "$zon" dynamic demo

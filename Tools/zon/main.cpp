@@ -45,6 +45,7 @@ int main(int argc, char** argv)
     zon::tool::addIPCCommands(app);
     zon::tool::addModelCommands(app);
     zon::tool::addArchiveCommands(app);
+    zon::tool::addDynamicCommands(app);
 
     int exitCode = 0;
     try {
