@@ -186,13 +186,11 @@ TEST(TXZonObserverCenter, ABroadcastFromAnotherThreadIsHandedToTheDispatchThread
     auto center = TXZonObserverCenter::observerCenter();
     auto listener = Listener::listener();
     center->addObserver(listener); // called on this (the main) thread
-    std::atomic<bool> returned {false};
-    worker.thread->runLoop()->performBlock({NSDefaultRunLoopMode}, [&] {
-        center->notifyObserversWithSelector_object(kChanged, str("hop"));
-        returned = true;
-    });
+    // The main thread waits for the worker's broadcast to return, so nothing can have run yet.
+    worker.thread->runLoop()->performBlockAndWait({NSDefaultRunLoopMode},
+        [&] { center->notifyObserversWithSelector_object(kChanged, str("hop")); });
+    EXPECT_EQ(listener->count(), 0u);
     ASSERT_TRUE(runLoopUntil([&] { return listener->count() == 1; }));
-    EXPECT_TRUE(returned);
     EXPECT_EQ(listener->threads()[0], Thread::mainThread());
 }
 
