@@ -29,6 +29,9 @@ endif()
 if("bytes" IN_LIST ZON_PLAIN_FALLBACKS)
   add_compile_definitions(ZON_PLAIN_BYTES=1)
 endif()
+if("wakeups" IN_LIST ZON_PLAIN_FALLBACKS)
+  add_compile_definitions(ZON_PLAIN_WAKEUPS=1)
+endif()
 
 # Adds the sources of one Sources/ folder to a library and installs its public headers
 # under include/ZonCommon/<folder>. Headers named *Internal.h serve the library's own units only

@@ -7,6 +7,7 @@
 #include "platform/runtime/MethodSignature.h"
 #include "platform/threads/Lock.h"
 #include "platform/threads/MainQueue.h"
+#include "platform/threads/RunLoop.h"
 #include "platform/threads/Thread.h"
 #include "platform/values/Array.h"
 #include "platform/values/AssertionHandler.h"
@@ -207,6 +208,9 @@ void TXZonDictionaryStore::setAttribute_forIdentifer_withOptionalLogic(Object* v
 void TXZonDictionaryStore::setAttribute_forIdentifer_withOptionalLogic_typeSafety(
     Object* value, String* identifier, bool optionalLogic, bool typeSafety)
 {
+    // The write queues three blocks for the main thread (two broadcasts and the mirror): it wakes
+    // the main loop once, at its end, or before a hook is called.
+    RunLoop::DeferredWakeUps oneWakeUp;
     Ref<TXZonDictionaryStore> protect(this);
     Ref<Object> newValue(value);
     Ref<MutableDictionary> record(recordFor(identifier));
@@ -262,6 +266,7 @@ void TXZonDictionaryStore::callHook(SEL hook, Object* oldValue, Object* newValue
     Ref<Object> delegate = optionalLogicDelegate_.load();
     if (!delegate)
         return;
+    RunLoop::DeferredWakeUps::wakeHeldLoops();
     Ref<MethodSignature> signature = delegate->methodSignatureForSelector(hook);
     const unsigned explicitArguments = signature ? signature->numberOfArguments() - 2 : 2;
     Ref<Array> arguments;
@@ -354,7 +359,12 @@ Ref<Object> TXZonDictionaryStore::valueForKey(String* key)
 {
     assertMainThread("valueForKey:");
     MutableDictionary* record = recordFor(key);
-    return Ref<Object>(record ? record->objectForKey(keyBindingValue()) : nullptr);
+    if (!record)
+        return nullptr;
+    // The mirror shares the record with the value other threads write, so with thread safety on
+    // it is read and written under the attribute's lock too.
+    OptionalLock lock(threadSafe_ ? record->objectForKey<Lock>(keyLock()) : nullptr);
+    return Ref<Object>(record->objectForKey(keyBindingValue()));
 }
 
 void TXZonDictionaryStore::setValue_forKey(Object* value, String* key)
@@ -368,6 +378,7 @@ void TXZonDictionaryStore::setBindingValue_forKey(Object* value, String* key)
     assertMainThread("setBindingValue:forKey:");
     willChangeValueForKey(key);
     if (MutableDictionary* record = recordFor(key)) {
+        OptionalLock lock(threadSafe_ ? record->objectForKey<Lock>(keyLock()) : nullptr);
         if (value && value != Null::null())
             record->setObject_forKey(value, keyBindingValue());
         else

@@ -22,8 +22,10 @@ class TXZonObserverCenter;
 //
 // Each attribute is a record dictionary with the keys "name", "lock", "valueType",
 // "prelogicSetter", "postlogicSetter", "defaultValue", "value" and "bindingValue". With thread
-// safety on, a read or write of an attribute's value takes that attribute's own lock; the record
-// dictionary itself is never locked, so registration is finished before the store is shared.
+// safety on, a read or write of an attribute's value takes that attribute's own lock, and so do
+// the main thread's read and update of the mirror, since both live in the same record (without
+// that the main thread would read a dictionary another thread is changing). The table of records
+// itself is never locked, so registration is finished before the store is shared.
 //
 // The logic delegate is not owned; it is held by a zeroing weak reference, so one destroyed while
 // set reads as nil and its hooks are no longer run.

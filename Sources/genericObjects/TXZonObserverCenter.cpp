@@ -4,6 +4,7 @@
 #include "logger/ZonLog.h"
 #include "platform/runtime/Class.h"
 #include "platform/threads/Lock.h"
+#include "platform/threads/RunLoop.h"
 #include "platform/threads/Thread.h"
 #include "platform/values/Array.h"
 #include "platform/values/Exception.h"
@@ -143,6 +144,8 @@ void TXZonObserverCenter::dispatchNotifyObserversWithSelector_objects_requiredSe
 {
     const SEL operation = boxedOperation ? boxedOperation->selectorValue() : nullptr;
     const bool required = boxedRequired && boxedRequired->boolValue();
+    // The calls are queued in one burst: each observer thread is woken once, after the lock.
+    RunLoop::DeferredWakeUps oneWakeUpPerThread;
     std::lock_guard lock(*observerLock_);
     for (Object* item : *observers_) {
         auto* observer = static_cast<TXZonObserver*>(item);

@@ -322,6 +322,7 @@ TEST(TXZonDictionaryStore, AThreadSafeStoreTakesWritesFromEightThreads)
     store->registerAttributeWithIdentifier_defaultValue(str("b"), Number::numberWithInt(0));
     constexpr int kThreads = 8;
     constexpr int kWrites = 300;
+    std::atomic<int> finished {0};
     std::vector<std::thread> writers;
     for (int t = 0; t < kThreads; ++t) {
         writers.emplace_back([&, t] {
@@ -331,8 +332,14 @@ TEST(TXZonDictionaryStore, AThreadSafeStoreTakesWritesFromEightThreads)
                 store->setAttribute_forIdentifer(Number::numberWithInt(t * kWrites + i), key);
                 EXPECT_TRUE(store->attributeForIdentifier(key));
             }
+            ++finished;
         });
     }
+    // The main loop runs the mirror tasks meanwhile, reading and writing the same records.
+    EXPECT_TRUE(runLoopUntil([&] {
+        (void)store->valueForKey(ZSTR("a"));
+        return finished == kThreads;
+    }));
     for (auto& writer : writers)
         writer.join();
     drainMainQueue();

@@ -677,13 +677,54 @@ void RunLoop::addCommonMode(String* mode)
         state_->addCommonMode(id);
 }
 
+namespace {
+
+// The loops whose wake-ups this thread holds back, while a DeferredWakeUps scope is open.
+struct HeldWakeUps {
+    unsigned depth = 0;
+    std::vector<std::shared_ptr<LoopState>> loops;
+
+    bool hold(const std::shared_ptr<LoopState>& loop)
+    {
+#if ZON_PLAIN_WAKEUPS
+        return false; // the plain fallback: every post wakes its loop at once
+#endif
+        if (depth == 0)
+            return false;
+        if (std::find(loops.begin(), loops.end(), loop) == loops.end())
+            loops.push_back(loop);
+        return true;
+    }
+    void release()
+    {
+        for (auto& loop : loops)
+            loop->wakeUp();
+        loops.clear();
+    }
+};
+thread_local HeldWakeUps heldWakeUps;
+
+} // namespace
+
+RunLoop::DeferredWakeUps::DeferredWakeUps() { ++heldWakeUps.depth; }
+
+void RunLoop::DeferredWakeUps::wakeHeldLoops() { heldWakeUps.release(); }
+
+RunLoop::DeferredWakeUps::~DeferredWakeUps()
+{
+    if (--heldWakeUps.depth == 0)
+        heldWakeUps.release();
+}
+
 void RunLoop::performBlock(RunLoopModes modes, RunLoopBlock block)
 {
-    state_->post(ModeSet(modes), std::move(block), nullptr, !isLoopThread());
+    const bool wake = !isLoopThread() && !heldWakeUps.hold(state_);
+    state_->post(ModeSet(modes), std::move(block), nullptr, wake);
 }
 
 bool RunLoop::performBlockAndWait(RunLoopModes modes, RunLoopBlock block)
 {
+    heldWakeUps.release();
     if (isLoopThread()) {
         block();
         return true;
