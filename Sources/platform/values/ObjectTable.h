@@ -73,7 +73,18 @@ public:
     {
         return const_cast<Entry*>(static_cast<const ObjectTable*>(this)->find(key, hash));
     }
-    const Entry* find(const Object* key) const { return find(key, hashOf(key)); }
+    // A small table is first scanned for the key object itself: lookups under shared constant
+    // keys (record fields, option names) then hash nothing (ObserverBenchmarks, BM_StoreRead).
+    const Entry* find(const Object* key) const
+    {
+        if (slots_.empty()) {
+            for (const Entry& entry : entries_) {
+                if (entry.key.get() == key)
+                    return &entry;
+            }
+        }
+        return find(key, hashOf(key));
+    }
     // Adds an entry; the caller has checked that no equal key is present.
     void append(Ref<Object> key, size_t hash, Ref<Object> value);
     // Answers whether an entry was removed.
