@@ -345,3 +345,22 @@ TEST(TXZonDictionaryStore, AThreadSafeStoreTakesWritesFromEightThreads)
     drainMainQueue();
     EXPECT_EQ(store->attributes()->count(), 2u);
 }
+
+TEST(TXZonDictionaryStore, AnObserverOnAnotherThreadGetsWillThenDidForEveryWriteInOrder)
+{
+    Journal journal;
+    auto store = TXZonDictionaryStore::storeWithOptionalLogicDelegateDelegate(nullptr);
+    store->registerAttributeWithIdentifier_defaultValue(str("n"), Number::numberWithInt(0));
+    Worker worker;
+    auto observer = makeObject<Observer>();
+    observer->journal = &journal;
+    store->addChangeObserver(TXZonObserver::observerForDelegate_withThread(observer, worker.thread));
+    std::vector<std::string> expected;
+    for (int i = 1; i <= 50; ++i) {
+        store->setAttribute_forIdentifer(Number::numberWithInt(i), str("n"));
+        expected.push_back("will n from " + std::to_string(i - 1));
+        expected.push_back("did n to " + std::to_string(i));
+    }
+    ASSERT_TRUE(runLoopUntil([&] { return observer->calls == 100; }));
+    EXPECT_EQ(journal.take(), expected);
+}
