@@ -8,6 +8,7 @@
 #include "platform/values/String.h"
 #include "support/LogCapture.h"
 #include "support/Raised.h"
+#include "support/RunLoopWorker.h"
 #include "support/Watchdog.h"
 
 #include <gmock/gmock.h>
@@ -85,17 +86,6 @@ SEL const kTakeTwo = selector("takeFirst:second:");
 
 Ref<Array> objects(std::initializer_list<Object*> list) { return Array::arrayWithObjects(list); }
 
-// A run-loop worker for one test, cancelled and waited for at the end.
-struct Worker {
-    AutoreleasePool pool;
-    Ref<Thread> thread = Thread::detachRunloopThread();
-    ~Worker()
-    {
-        thread->cancel();
-        EXPECT_TRUE(thread->waitUntilFinished(test::kHangLimit));
-    }
-};
-
 } // namespace
 
 TEST(NSObjectZonThreadExtensions, ImmediateCallNeedsExactlyTheArgumentCount)
@@ -113,7 +103,7 @@ TEST(NSObjectZonThreadExtensions, ImmediateCallNeedsExactlyTheArgumentCount)
 TEST(NSObjectZonThreadExtensions, QueuedCallFillsMissingArgumentsWithNilButRefusesExtras)
 {
     HangGuard guard;
-    Worker worker;
+    RunLoopWorker worker;
     auto recorder = Recorder::recorder();
     String* a = ZSTR("a");
     recorder->performSelector_onThread_withObjects_waitUntilDone(kTakeTwo, worker.thread, objects({a}), true);
@@ -156,7 +146,7 @@ TEST(NSObjectZonThreadExtensions, QueuedCallWaitsForItsMode)
 TEST(NSObjectZonThreadExtensions, ArgumentListFormsTakeANilFirstObjectAsNoArguments)
 {
     HangGuard guard;
-    Worker worker;
+    RunLoopWorker worker;
     auto recorder = Recorder::recorder();
     Ref<String> a = String::stringWithUTF8String("a");
     String* b = ZSTR("b");
@@ -177,7 +167,7 @@ TEST(NSObjectZonThreadExtensions, MissingMethodLogsThenRaises)
 {
     LogCapture capture;
     auto recorder = Recorder::recorder();
-    Worker worker;
+    RunLoopWorker worker;
     worker.thread->setName(ZSTR("named worker"));
     EXPECT_THROW(recorder->performSelector_onThread_withObjects_waitUntilDone(selector("nope:"), worker.thread, nullptr, true),
         Exception);
@@ -189,7 +179,7 @@ TEST(NSObjectZonThreadExtensions, MissingMethodLogsThenRaises)
 TEST(NSObjectZonThreadLockExtensions, ResultComesBackFromTheOtherThread)
 {
     HangGuard guard;
-    Worker worker;
+    RunLoopWorker worker;
     auto recorder = Recorder::recorder();
     String* a = ZSTR("a");
     EXPECT_EQ(recorder->performSelectorWithExpectedReturn_onThread_withObjects(
@@ -219,7 +209,7 @@ TEST(NSObjectZonThreadLockExtensions, NonObjectResultIsNilAndLogged)
 {
     HangGuard guard;
     LogCapture capture;
-    Worker worker;
+    RunLoopWorker worker;
     auto recorder = Recorder::recorder();
     EXPECT_EQ(recorder->performSelectorWithExpectedReturn_onThread_withObjects(selector("count"), worker.thread, nullptr), nullptr);
     EXPECT_EQ(recorder->callCount(), 1u);

@@ -14,6 +14,7 @@
 
 #include "support/LogCapture.h"
 #include "support/Raised.h"
+#include "support/RunLoopWorker.h"
 #include "support/Values.h"
 #include "support/Watchdog.h"
 
@@ -118,17 +119,6 @@ public:
 };
 ZON_DEFINE_CLASS(Observer, "Observer")
 
-struct Worker {
-    AutoreleasePool pool;
-    Ref<Thread> thread = Thread::detachRunloopThread();
-    ~Worker()
-    {
-        thread->cancel();
-        EXPECT_TRUE(thread->waitUntilFinished(kHangLimit));
-    }
-    void runAndWait(std::function<void()> block) { thread->runLoop()->performBlockAndWait({NSDefaultRunLoopMode}, std::move(block)); }
-};
-
 // Lets the main queue run what writes queued for it.
 void drainMainQueue() { RunLoop::currentRunLoop()->runInMode(NSDefaultRunLoopMode, 0.05, false); }
 
@@ -226,7 +216,7 @@ TEST(TXZonDictionaryStore, AWriteRunsWillPreStorePostDidAndTheMirrorFollowsOnThe
     store->addObserver_forKeyPath_options_context(
         observer, str("volume"), NSKeyValueObservingOptionOld | NSKeyValueObservingOptionNew, nullptr);
 
-    Worker worker;
+    RunLoopWorker worker;
     worker.runAndWait([&] { store->setAttribute_forIdentifer(Number::numberWithInt(8), str("volume")); });
     // The hooks ran on the writing thread around the store; the rest waits for the main loop.
     EXPECT_THAT(journal.take(), ElementsAre("hook(5)", "hook(5, 8)"));
@@ -298,7 +288,7 @@ TEST(TXZonDictionaryStore, TheBindingInterfaceAssertsTheMainThread)
 {
     auto store = TXZonDictionaryStore::storeWithOptionalLogicDelegateDelegate(nullptr);
     store->registerAttributeWithIdentifier_defaultValue(str("volume"), Number::numberWithInt(5));
-    Worker worker;
+    RunLoopWorker worker;
     std::vector<std::string> reasons;
     worker.runAndWait([&] {
         reasons.push_back(inconsistencyReason([&] { store->valueForKey(str("volume")); }));
@@ -351,7 +341,7 @@ TEST(TXZonDictionaryStore, AnObserverOnAnotherThreadGetsWillThenDidForEveryWrite
     Journal journal;
     auto store = TXZonDictionaryStore::storeWithOptionalLogicDelegateDelegate(nullptr);
     store->registerAttributeWithIdentifier_defaultValue(str("n"), Number::numberWithInt(0));
-    Worker worker;
+    RunLoopWorker worker;
     auto observer = makeObject<Observer>();
     observer->journal = &journal;
     store->addChangeObserver(TXZonObserver::observerForDelegate_withThread(observer, worker.thread));

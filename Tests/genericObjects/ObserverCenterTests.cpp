@@ -7,6 +7,7 @@
 #include "platform/values/String.h"
 
 #include "support/LogCapture.h"
+#include "support/RunLoopWorker.h"
 #include "support/Values.h"
 #include "support/Watchdog.h"
 
@@ -78,23 +79,13 @@ class Bystander : public Object {
 };
 ZON_DEFINE_CLASS(Bystander, "Bystander")
 
-struct Worker {
-    AutoreleasePool pool;
-    Ref<Thread> thread = Thread::detachRunloopThread();
-    ~Worker()
-    {
-        thread->cancel();
-        EXPECT_TRUE(thread->waitUntilFinished(kHangLimit));
-    }
-};
-
 Ref<Array> args(std::initializer_list<Object*> list) { return Array::arrayWithObjects(list); }
 
 } // namespace
 
 TEST(TXZonObserver, EqualByDelegateIdentityOnlyAndDescribedByClassAndThread)
 {
-    Worker worker;
+    RunLoopWorker worker;
     auto listener = Listener::listener();
     auto here = TXZonObserver::observerForDelegate(listener);
     auto there = TXZonObserver::observerForDelegate_withThread(listener, worker.thread);
@@ -116,8 +107,8 @@ TEST(TXZonObserver, EqualByDelegateIdentityOnlyAndDescribedByClassAndThread)
 
 TEST(TXZonObserverCenter, ADelegateIsRegisteredOnceForItsFirstThread)
 {
-    Worker a;
-    Worker b;
+    RunLoopWorker a;
+    RunLoopWorker b;
     auto center = TXZonObserverCenter::observerCenter();
     auto first = Listener::listener();
     auto second = Listener::listener();
@@ -158,7 +149,7 @@ TEST(TXZonObserverCenter, ABroadcastQueuesEveryCallEvenOnTheDispatchThread)
 
 TEST(TXZonObserverCenter, ADelegateOnEachOfThreeThreadsGetsTheCallsInQueueOrder)
 {
-    Worker workers[3];
+    RunLoopWorker workers[3];
     auto center = TXZonObserverCenter::observerCenter();
     std::vector<Ref<Listener>> listeners;
     for (auto& worker : workers) {
@@ -182,7 +173,7 @@ TEST(TXZonObserverCenter, ADelegateOnEachOfThreeThreadsGetsTheCallsInQueueOrder)
 
 TEST(TXZonObserverCenter, ABroadcastFromAnotherThreadIsHandedToTheDispatchThread)
 {
-    Worker worker;
+    RunLoopWorker worker;
     auto center = TXZonObserverCenter::observerCenter();
     auto listener = Listener::listener();
     center->addObserver(listener); // called on this (the main) thread
@@ -196,7 +187,7 @@ TEST(TXZonObserverCenter, ABroadcastFromAnotherThreadIsHandedToTheDispatchThread
 
 TEST(TXZonObserverCenter, DelegatesMayAddAndRemoveThemselvesFromTheirOwnThreadsDuringBroadcasts)
 {
-    Worker workers[2];
+    RunLoopWorker workers[2];
     auto center = TXZonObserverCenter::observerCenter();
     std::atomic<bool> churn {true};
     std::vector<Ref<Listener>> listeners;
