@@ -1,5 +1,6 @@
 #include "platform/values/AssertionHandler.h"
 
+#include "logger/LineFormat.h"
 #include "logger/ZonLog.h"
 #include "platform/runtime/Class.h"
 #include "platform/values/Exception.h"
@@ -14,6 +15,9 @@ namespace {
     Exception::raise(NSInternalInconsistencyException, stringWithFormatArguments(format, args));
 }
 
+// The unit's place in the source tree, as log lines name it, whatever path the compiler saw.
+std::string unitPath(const char* file) { return std::string(logger::shortenedSourcePath(file ? file : "")); }
+
 } // namespace
 
 void AssertionHandler::failInMethod(SEL method, const Object* object, const char* file, long line,
@@ -26,7 +30,7 @@ void AssertionHandler::failInMethod(SEL method, const Object* object, const char
     const char* selectorName = method ? method->name().c_str() : "(null)";
     zon_log_obj(file, static_cast<int>(line), object, logger::kLevelError,
         kDefaultLogIdentifier, "*** Assertion failure in %c[%s %s], %s:%ld", isClass ? '+' : '-', className,
-        selectorName, file, line);
+        selectorName, unitPath(file).c_str(), line);
     raiseInconsistency(format, args);
 }
 
@@ -34,7 +38,7 @@ void AssertionHandler::failInFunction(const char* function, const char* file, lo
     std::span<const FormatArgument> args)
 {
     zon_log_obj(file, static_cast<int>(line), nullptr, logger::kLevelError, kDefaultLogIdentifier,
-        "*** Assertion failure in %s, %s:%ld", function, file, line);
+        "*** Assertion failure in %s, %s:%ld", function, unitPath(file).c_str(), line);
     raiseInconsistency(format, args);
 }
 
