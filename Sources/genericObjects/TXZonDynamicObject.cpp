@@ -534,7 +534,8 @@ Ref<Object> TXZonDynamicObject::valueToArchive(const Property& found) const
     Object* value = entryOf(found.record, found.dictionary, ZonDynamicPropertyVarValueKey);
     if (!value || !lock)
         return Ref<Object>(value);
-    const auto* container = dynamicCast<Number>(entryOf(found.record, found.dictionary, ZonDynamicPropertyContainerKey));
+    const auto* container =
+        dynamicCast<Number>(entryOf(found.record, found.dictionary, ZonDynamicPropertyContainerKey));
     return container && container->boolValue() ? value->mutableCopy() : Ref<Object>(value);
 }
 

@@ -379,8 +379,8 @@ TEST(TXZonDynamicObject, NestedObjectsRoundTripThroughTheKeyedArchiver)
     Ref<Error> error;
     Ref<Data> archive = KeyedArchiver::archivedDataWithRootObject(songs.root.get(), &error);
     ASSERT_TRUE(archive) << text(error);
-    Ref<Object> decoded =
-        KeyedUnarchiver::unarchivedObjectOfClasses_fromData_error(ArchivedSongs::allowed().get(), archive.get(), &error);
+    Ref<Object> decoded = KeyedUnarchiver::unarchivedObjectOfClasses_fromData_error(
+        ArchivedSongs::allowed().get(), archive.get(), &error);
     ArchivedSongs::expectReadBack(decoded);
 
     // The album's class must be allowed too.

@@ -120,9 +120,10 @@ void archiveAndReadBack(TXZonDemoTrack* track, const std::string& path)
     std::cout << "  " << archive->length() << " bytes written\n";
 
     Ref<Set> allowed = Set::setWithObjects({TXZonDemoTrack::staticClass(), TXZonDemoAlbum::staticClass()});
-    Ref<Object> read = KeyedUnarchiver::unarchivedObjectOfClasses_fromData_error(allowed.get(), readWholeFile(path).get(), &error);
+    Ref<Object> read =
+        KeyedUnarchiver::unarchivedObjectOfClasses_fromData_error(allowed.get(), readWholeFile(path).get(), &error);
     if (!read)
-        fail(path + ": " + (error ? error->localizedDescription()->UTF8String() : std::string("the archive holds nil")));
+        fail(path + ": " + (error ? error->localizedDescription()->UTF8String() : "the archive holds nil"));
     std::cout << "read back (hooks not run): a " << read->objectClass()->name() << '\n';
     showTrack("  read ", read.get());
 }
@@ -132,7 +133,8 @@ void runDemo(const std::optional<std::string>& archivePath)
     Ref<TXZonDemoTrack> track = TXZonDemoTrack::track();
     std::cout << "properties: " << printableDescription(track->allProperties().get()) << '\n';
     std::cout << "accessors added to " << track->objectClass()->name() << ":";
-    for (const char* name : {"title", "setTitle:", "volumeLevel", "setVolumeLevel:", "artists", "setArtists:", "album", "setAlbum:"})
+    for (const char* name :
+        {"title", "setTitle:", "volumeLevel", "setVolumeLevel:", "artists", "setArtists:", "album", "setAlbum:"})
         std::cout << ' ' << name << (track->respondsToSelector(selector(name)) ? "" : "(missing)");
     std::cout << '\n';
 

@@ -180,7 +180,8 @@ void KeyedArchiver::setField(String* key, Field field)
 {
     Entry& record = currentRecord();
     if (!key)
-        raisePlatformException(NSInvalidArgumentException, "*** -[NSKeyedArchiver encode...forKey:]: key cannot be nil");
+        raisePlatformException(
+            NSInvalidArgumentException, "*** -[NSKeyedArchiver encode...forKey:]: key cannot be nil");
     if (auto* existing = const_cast<Field*>(fieldForKey(record, key))) {
         field.key = std::move(existing->key);
         field.next = existing->next;

@@ -124,18 +124,24 @@ Ref<Object> KeyedUnarchiver::unarchive(Data* data)
     return decodeReference(root, "root");
 }
 
-uint64_t KeyedUnarchiver::indexOfReference(const Object* reference, const char* where)
+std::string KeyedUnarchiver::Place::describe() const
+{
+    return text ? std::string(text) : "key '" + (key ? key->UTF8String() : std::string()) + "'";
+}
+
+uint64_t KeyedUnarchiver::indexOfReference(const Object* reference, Place where)
 {
     const std::optional<uint64_t> index = referencedIndex(reference);
     if (!index)
-        failDecode(std::string("The value of ") + where + " is not an object reference");
+        failDecode("The value of " + where.describe() + " is not an object reference");
     if (*index >= objects_->count())
-        failDecode("Object reference " + std::to_string(*index) + " (" + where + ") is outside \"$objects\" ("
+        failDecode("Object reference " + std::to_string(*index) + " (" + where.describe()
+            + ") is outside \"$objects\" ("
             + std::to_string(objects_->count()) + " entries)");
     return *index;
 }
 
-Ref<Object> KeyedUnarchiver::decodeReference(const Object* reference, const char* where)
+Ref<Object> KeyedUnarchiver::decodeReference(const Object* reference, Place where)
 {
     return decodeIndex(indexOfReference(reference, where));
 }
@@ -301,8 +307,7 @@ Ref<Object> KeyedUnarchiver::decodeObjectForKey(String* key)
     const Object* reference = record_ ? record_->objectForKey(key) : nullptr;
     if (!reference)
         return nullptr;
-    const std::string where = "key '" + (key ? key->UTF8String() : std::string()) + "'";
-    return decodeReference(reference, where.c_str());
+    return decodeReference(reference, Place(key));
 }
 
 const Number* KeyedUnarchiver::scalarForKey(String* key) const

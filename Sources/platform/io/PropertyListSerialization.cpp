@@ -81,7 +81,8 @@ Ref<Object> PropertyListSerialization::propertyListWithData(Data* data, Ref<Erro
         options == NSPropertyListMutableContainers ? plist::Mutability::MutableContainers : plist::Mutability::Immutable;
     std::string message;
     int format = 0;
-    Ref<Object> result = plist::readPropertyList(data->span(), mutability, plist::ReferenceForm::Dictionary, message, &format);
+    Ref<Object> result =
+        plist::readPropertyList(data->span(), mutability, plist::ReferenceForm::Dictionary, message, &format);
     if (!result) {
         setError(error, NSPropertyListReadCorruptError, message);
         return nullptr;
