@@ -508,7 +508,7 @@ void TXZonDynamicObject::encodeWithCoder(Coder* coder)
     Ref<Array> names = allProperties();
     for (Object* key : *names) {
         auto* name = dynamicCast<String>(key);
-        Ref<Object> value = valueForPropertyName(name);
+        Ref<Object> value = valueToArchive(property(propertyName(name)));
         if (value && supportsKeyedArchiving(value.get()))
             coder->encodeObject_forKey(value.get(), name);
     }
@@ -522,6 +522,21 @@ Ref<Object> TXZonDynamicObject::initWithCoder(Coder* coder)
         setValue_forPropertyName_withSetterLogic(coder->decodeObjectForKey(name).get(), name, false);
     }
     return Ref<Object>(this);
+}
+
+// Read under the property's lock, when it has one. A container is then copied under the lock
+// too: another thread's add or remove changes it in place, and the archiver walks its elements
+// after the lock is given back.
+Ref<Object> TXZonDynamicObject::valueToArchive(const Property& found) const
+{
+    Lock* lock = lockOf(found);
+    PropertyLockScope scope(lock);
+    Object* value = entryOf(found.record, found.dictionary, ZonDynamicPropertyVarValueKey);
+    if (!value || !lock)
+        return Ref<Object>(value);
+    const auto* container =
+        dynamicCast<Number>(entryOf(found.record, found.dictionary, ZonDynamicPropertyContainerKey));
+    return container && container->boolValue() ? value->mutableCopy() : Ref<Object>(value);
 }
 
 Ref<Object> TXZonDynamicObject::copy() const

@@ -112,7 +112,8 @@ public:
     void addObjects_toContainerWithPropertyName(Object* collection, String* name);
     void removeObjects_fromContainerWithPropertyName(Object* collection, String* name);
 
-    // Each present value that can be archived, under its property's name.
+    // Each present value that can be archived, under its property's name. With per-property
+    // locks, each value is read (and a container copied) under its property's lock.
     void encodeWithCoder(Coder* coder);
     // Reads each property of the table from coder, without hooks; an absent key sets nil, which
     // brings in the default. The instance was made (and init run) by the class's factory.
@@ -155,6 +156,7 @@ private:
     Ref<Object> valueOf(const Property& property) const;
     void setValueOf(const Property& property, Object* value, bool setterLogic);
     Ref<Object> copyOfValue(String* name) const;
+    Ref<Object> valueToArchive(const Property& property) const;
 
     Ref<Dictionary> attributes_;
     std::vector<Property> properties_; // sorted by nameHash

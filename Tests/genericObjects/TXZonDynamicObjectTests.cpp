@@ -1,8 +1,12 @@
 #include "genericObjects/DynamicPropertyTable.h"
 #include "genericObjects/TXZonDynamicObject.h"
 #include "platform/io/Coder.h"
+#include "platform/io/KeyedArchiver.h"
+#include "platform/io/KeyedUnarchiver.h"
 #include "platform/values/Array.h"
+#include "platform/values/Data.h"
 #include "platform/values/Dictionary.h"
+#include "platform/values/Error.h"
 #include "platform/values/MutableString.h"
 #include "platform/values/Null.h"
 #include "platform/values/Number.h"
@@ -13,9 +17,16 @@
 
 #include <gtest/gtest.h>
 
+#include <atomic>
+#include <cstdlib>
+#include <filesystem>
+#include <fstream>
+#include <iterator>
 #include <string>
 #include <thread>
 #include <vector>
+
+#include <unistd.h>
 
 namespace zon::test {
 
@@ -315,6 +326,95 @@ TEST(TXZonDynamicObject, ACopyHoldsCopiesOfTheValuesAndRunsNoHooks)
     EXPECT_EQ(text(get(copy, "count")), "7");
 }
 
+// Through the real archiver: a song holding an album (another class, another table) and a
+// container, next to a song whose helper cannot be archived.
+struct ArchivedSongs {
+    Ref<TestSong> song = TestSong::song();
+    Ref<TestSong> plain = TestSong::song();
+    Ref<Array> root;
+
+    ArchivedSongs()
+    {
+        set(song.get(), "setName:", str("Blue"));
+        set(song.get(), "setCount:", Number::numberWithInt(2).get());
+        set(song.get(), "setTags:", Array::arrayWithObjects({ZSTR("jazz"), ZSTR("modal")}).get());
+        Ref<TestAlbum> album = TestAlbum::album();
+        album->setValue_forPropertyName(ZSTR("Kind of Blue"), ZSTR("title"));
+        album->setValue_forPropertyName(Number::numberWithInt(1959).get(), ZSTR("year"));
+        song->setValue_forPropertyName(album.get(), ZSTR("helper"));
+        plain->setValue_forPropertyName(Lock::init().get(), ZSTR("helper"));
+        root = Array::arrayWithObjects({song.get(), plain.get()});
+    }
+
+    static Ref<Set> allowed() { return Set::setWithObjects({TestSong::staticClass(), TestAlbum::staticClass()}); }
+
+    // What came back, checked against what went in.
+    static void expectReadBack(const Ref<Object>& decoded)
+    {
+        auto* songs = dynamicCast<Array>(decoded.get());
+        ASSERT_TRUE(songs && songs->count() == 2) << text(decoded);
+        auto* song = dynamicCast<TestSong>(songs->objectAtIndex(0));
+        auto* plain = dynamicCast<TestSong>(songs->objectAtIndex(1));
+        ASSERT_TRUE(song && plain);
+        EXPECT_EQ(text(get(song, "name")), "Blue");
+        EXPECT_EQ(text(get(song, "count")), "2");
+        Ref<Object> tags = get(song, "tags");
+        EXPECT_EQ(text(tags), text(Array::arrayWithObjects({ZSTR("jazz"), ZSTR("modal")})));
+        EXPECT_TRUE(tags->isKindOfClass(MutableArray::staticClass()));
+        auto* album = dynamicCast<TestAlbum>(song->valueForPropertyName(ZSTR("helper")).get());
+        ASSERT_TRUE(album);
+        EXPECT_EQ(text(album->valueForPropertyName(ZSTR("title"))), "Kind of Blue");
+        EXPECT_EQ(text(album->valueForPropertyName(ZSTR("year"))), "1959");
+        EXPECT_EQ(text(get(album, "title")), "by hand");
+        EXPECT_EQ(text(get(plain, "helper")), "none");
+        EXPECT_EQ(text(get(plain, "count")), "7");
+        EXPECT_TRUE(song->calls.empty());
+        EXPECT_TRUE(plain->calls.empty());
+    }
+};
+
+TEST(TXZonDynamicObject, NestedObjectsRoundTripThroughTheKeyedArchiver)
+{
+    ArchivedSongs songs;
+    Ref<Error> error;
+    Ref<Data> archive = KeyedArchiver::archivedDataWithRootObject(songs.root.get(), &error);
+    ASSERT_TRUE(archive) << text(error);
+    Ref<Object> decoded = KeyedUnarchiver::unarchivedObjectOfClasses_fromData_error(
+        ArchivedSongs::allowed().get(), archive.get(), &error);
+    ArchivedSongs::expectReadBack(decoded);
+
+    // The album's class must be allowed too.
+    error = nullptr;
+    EXPECT_FALSE(KeyedUnarchiver::unarchivedObjectOfClasses_fromData_error(
+        Set::setWithObject(TestSong::staticClass()).get(), archive.get(), &error));
+    EXPECT_NE(text(error).find("'TestAlbum' is not among the classes allowed"), std::string::npos) << text(error);
+}
+
+TEST(TXZonDynamicObject, PlistlibReadsTheArchiveAndItsBinaryFormReadsBack)
+{
+    if (std::system("python3 -c 'import plistlib' >/dev/null 2>&1") != 0)
+        GTEST_SKIP() << "python3 with plistlib is not available";
+    namespace fs = std::filesystem;
+    const fs::path directory = fs::temp_directory_path() / ("zon-dynamic-archive-" + std::to_string(::getpid()));
+    fs::create_directories(directory);
+    ArchivedSongs songs;
+    Ref<Data> archive = KeyedArchiver::archivedDataWithRootObject(songs.root.get(), nullptr);
+    ASSERT_TRUE(archive);
+    std::ofstream(directory / "songs.ours.xml", std::ios::binary)
+        .write(static_cast<const char*>(archive->bytes()), static_cast<std::streamsize>(archive->length()));
+    const std::string command = "python3 " ZON_KEYED_ARCHIVE_PEER " " + directory.string() + " >/dev/null";
+    ASSERT_EQ(std::system(command.c_str()), 0) << "plistlib found the archive malformed";
+
+    std::ifstream in(directory / "songs.py.bin", std::ios::binary);
+    const std::string bytes((std::istreambuf_iterator<char>(in)), {});
+    fs::remove_all(directory);
+    ASSERT_EQ(bytes.rfind("bplist00", 0), 0u);
+    Ref<Error> error;
+    Ref<Object> decoded = KeyedUnarchiver::unarchivedObjectOfClasses_fromData_error(
+        ArchivedSongs::allowed().get(), Data::dataWithBytes(bytes.data(), bytes.size()).get(), &error);
+    ArchivedSongs::expectReadBack(decoded);
+}
+
 // Per-property locks: several threads write, read and fill a container at once.
 class TestCounter final : public TXZonDynamicObject {
     ZON_OBJECT(TestCounter, TXZonDynamicObject)
@@ -356,6 +456,34 @@ TEST(TXZonDynamicObject, AThreadSafeObjectTakesWritesFromSeveralThreads)
     for (auto& thread : threads)
         thread.join();
     EXPECT_EQ(static_cast<Array*>(get(counter.get(), "items").get())->count(), size_t(kThreads * kRounds));
+}
+
+TEST(TXZonDynamicObject, ArchivingAThreadSafeObjectReadsEachValueUnderItsLock)
+{
+    auto counter = TestCounter::counter();
+    counter->setValue_forPropertyName(MutableArray::array().get(), ZSTR("items"));
+    constexpr int kAdds = 20000;
+    std::atomic<bool> adding = true;
+    std::thread adder([&] {
+        for (int i = 0; i < kAdds; ++i)
+            counter->addObjects_toContainerWithPropertyName(
+                Array::arrayWithObjects({Number::numberWithInt(i).get()}).get(), ZSTR("items"));
+        adding = false;
+    });
+    // Each archive holds the container as it was at one moment: a prefix of the adds, in order.
+    for (int round = 0; round < 3 || adding; ++round) {
+        Ref<Error> error;
+        Ref<Data> archive = KeyedArchiver::archivedDataWithRootObject(counter.get(), &error);
+        ASSERT_TRUE(archive) << text(error);
+        Ref<Object> back = KeyedUnarchiver::unarchivedObjectOfClasses_fromData_error(
+            Set::setWithObject(TestCounter::staticClass()).get(), archive.get(), &error);
+        ASSERT_TRUE(back) << text(error);
+        auto* items = dynamicCast<Array>(back->performSelector(selector("items")).get());
+        ASSERT_TRUE(items);
+        for (size_t i = 0; i < items->count(); ++i)
+            ASSERT_EQ(static_cast<Number*>(items->objectAtIndex(i))->longValue(), static_cast<long>(i));
+    }
+    adder.join();
 }
 
 } // namespace zon::test

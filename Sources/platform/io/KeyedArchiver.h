@@ -2,6 +2,7 @@
 
 #include "platform/io/Coder.h"
 
+#include <cstdint>
 #include <unordered_map>
 #include <vector>
 
@@ -9,8 +10,10 @@ namespace zon {
 
 class Data;
 class Error;
-class KeyedArchiverUID;
-class MutableDictionary;
+
+namespace plist {
+class XMLElementWriter;
+}
 
 // Writes an object graph as a keyed archive (run-time class NSKeyedArchiver): an XML property
 // list {"$archiver": "NSKeyedArchiver", "$version": 100000, "$objects": [...], "$top": {"root":
@@ -43,23 +46,59 @@ public:
     bool containsValueForKey(String* key) const override;
 
 private:
+    // What a record holds under one key: a reference to an entry, the references of a container's
+    // elements, a scalar, or a value written as it is (a mutable string's text, mutable data's
+    // bytes). Fields of one record are chained through `next` in the order they were first encoded.
+    struct Field {
+        enum class Kind : uint8_t { Reference, References, Integer, Real, Boolean, Value };
+        Ref<String> key;
+        Kind kind;
+        uint32_t next;
+        uint32_t count = 0; // References: how many, from `index` on in references_
+        union {
+            uint64_t index = 0; // Reference: the entry; References: the first in references_
+            int64_t integer;
+            double real;
+            bool boolean;
+        };
+        Ref<Object> value;
+    };
+    // An entry of `$objects`: a string, number or data as it is, an object's record, or a class
+    // record.
+    struct Entry {
+        enum class Kind : uint8_t { Value, Record, ClassRecord };
+        Kind kind;
+        bool open = false; // its object is still being written
+        uint32_t firstField = kNoField, lastField = kNoField;
+        uint64_t classIndex = 0; // Record: its class record
+        const Class* cls = nullptr; // ClassRecord
+        Ref<Object> value;          // Value
+    };
+    static constexpr uint32_t kNoField = UINT32_MAX;
+
     KeyedArchiver();
 
     Ref<Data> archive(Object* root);
-    Ref<KeyedArchiverUID> referenceTo(Object* object);
-    uint64_t append(Ref<Object> entry);
-    Ref<Object> entryFor(Object* object);
-    Ref<MutableDictionary> recordOfClass(const Class* cls);
+    uint64_t referenceTo(Object* object);
+    uint64_t append(Entry entry);
+    void writeEntry(Object* object, uint64_t index);
+    void startRecord(uint64_t index, const Class* cls);
     template <class Container>
-    Ref<Object> referencesTo(const Container& container);
-    MutableDictionary& currentRecord();
+    void encodeReferences(String* key, const Container& container, size_t count);
+    uint64_t classRecordIndex(const Class* cls);
+    Entry& currentRecord();
+    void setField(String* key, Field field);
+    const Field* fieldForKey(const Entry& record, const String* key) const;
+    Ref<Data> writeXML(uint64_t rootIndex) const;
+    void writeEntryXML(plist::XMLElementWriter& out, const Entry& entry) const;
 
-    std::vector<Ref<Object>> objects_;
-    std::vector<bool> open_; // per entry: its object is still being written
+    std::vector<Entry> entries_;
+    std::vector<Field> fields_;
+    std::vector<uint64_t> references_;
     std::unordered_map<const Object*, uint64_t> indexes_;
     std::vector<Ref<Object>> written_; // keeps written objects alive, so their addresses stay theirs
-    std::unordered_map<const Class*, Ref<KeyedArchiverUID>> classReferences_;
-    MutableDictionary* record_ = nullptr; // of the object whose encodeWithCoder: runs
+    std::unordered_map<const Class*, uint64_t> classRecords_;
+    uint64_t record_ = 0; // the entry of the object whose encodeWithCoder: runs; 0 for none
     size_t depth_ = 0;
 };
 

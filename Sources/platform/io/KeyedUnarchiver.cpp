@@ -1,7 +1,7 @@
 #include "platform/io/KeyedUnarchiver.h"
 
 #include "platform/io/KeyedArchiveInternal.h"
-#include "platform/io/PropertyListSerialization.h"
+#include "platform/io/PropertyListSupportInternal.h"
 #include "platform/runtime/Class.h"
 #include "platform/values/Array.h"
 #include "platform/values/Data.h"
@@ -67,15 +67,12 @@ std::optional<uint64_t> referencedIndex(const Object* reference)
 {
     if (const auto* uid = dynamicCast<KeyedArchiverUID>(reference))
         return uid->value();
-    // XML has no UID type: {"CF$UID": N}.
+    // A dictionary {"CF$UID": N} that reached here by another path than the archive reader.
     const auto* dictionary = dynamicCast<Dictionary>(reference);
     if (!dictionary || dictionary->count() != 1)
         return std::nullopt;
-    const auto* number = dynamicCast<Number>(dictionary->objectForKey(uidKey()));
-    if (!number || number->isBoolean() || number->storage() == Number::Storage::Floating
-        || (number->storage() == Number::Storage::Signed && number->longLongValue() < 0))
-        return std::nullopt;
-    return number->unsignedLongLongValue();
+    const auto [key, value] = *dictionary->begin();
+    return plist::referenceIndexOfEntry(key, value);
 }
 
 } // namespace
@@ -100,10 +97,15 @@ Ref<Object> KeyedUnarchiver::unarchive(Data* data)
 {
     if (!data)
         failDecode("The archive data is nil");
-    Ref<Error> error;
-    plist_ = PropertyListSerialization::propertyListWithData(data, &error);
+    // The XML reader makes each {"CF$UID": N} a UID as it reads, rather than a dictionary to be
+    // recognised here (BM_KeyedArchiveRead).
+    std::string message;
+    plist_ = data->length() ? plist::readPropertyList(data->span(), plist::Mutability::Immutable,
+                                  plist::ReferenceForm::UID, message)
+                            : nullptr;
     if (!plist_)
-        failDecode("The archive is not a property list: " + error->localizedDescription()->UTF8String());
+        failDecode("The archive is not a property list: "
+            + (data->length() ? message : std::string("Cannot parse a nil or zero-length data")));
     const auto* top = dynamicCast<Dictionary>(plist_.get());
     const auto* archiver = top ? dynamicCast<String>(top->objectForKey(archiverKey())) : nullptr;
     if (!archiver || !archiver->isEqualToString(archiverName()))
@@ -122,18 +124,24 @@ Ref<Object> KeyedUnarchiver::unarchive(Data* data)
     return decodeReference(root, "root");
 }
 
-uint64_t KeyedUnarchiver::indexOfReference(const Object* reference, const char* where)
+std::string KeyedUnarchiver::Place::describe() const
+{
+    return text ? std::string(text) : "key '" + (key ? key->UTF8String() : std::string()) + "'";
+}
+
+uint64_t KeyedUnarchiver::indexOfReference(const Object* reference, Place where)
 {
     const std::optional<uint64_t> index = referencedIndex(reference);
     if (!index)
-        failDecode(std::string("The value of ") + where + " is not an object reference");
+        failDecode("The value of " + where.describe() + " is not an object reference");
     if (*index >= objects_->count())
-        failDecode("Object reference " + std::to_string(*index) + " (" + where + ") is outside \"$objects\" ("
+        failDecode("Object reference " + std::to_string(*index) + " (" + where.describe()
+            + ") is outside \"$objects\" ("
             + std::to_string(objects_->count()) + " entries)");
     return *index;
 }
 
-Ref<Object> KeyedUnarchiver::decodeReference(const Object* reference, const char* where)
+Ref<Object> KeyedUnarchiver::decodeReference(const Object* reference, Place where)
 {
     return decodeIndex(indexOfReference(reference, where));
 }
@@ -299,8 +307,7 @@ Ref<Object> KeyedUnarchiver::decodeObjectForKey(String* key)
     const Object* reference = record_ ? record_->objectForKey(key) : nullptr;
     if (!reference)
         return nullptr;
-    const std::string where = "key '" + (key ? key->UTF8String() : std::string()) + "'";
-    return decodeReference(reference, where.c_str());
+    return decodeReference(reference, Place(key));
 }
 
 const Number* KeyedUnarchiver::scalarForKey(String* key) const

@@ -4,6 +4,7 @@
 
 #include <cstdint>
 #include <optional>
+#include <string>
 #include <unordered_map>
 #include <vector>
 
@@ -57,8 +58,18 @@ private:
     explicit KeyedUnarchiver(Set* classes);
 
     Ref<Object> unarchive(Data* data);
-    uint64_t indexOfReference(const Object* reference, const char* where);
-    Ref<Object> decodeReference(const Object* reference, const char* where);
+    // Where a reference was met, for messages: a fixed text, or the key of the record's value,
+    // made into text only when a message needs it.
+    struct Place {
+        Place(const char* text) : text(text) {} // implicit: most places are literals
+        explicit Place(const String* key) : key(key) {}
+        std::string describe() const;
+        const char* text = nullptr;
+        const String* key = nullptr;
+    };
+
+    uint64_t indexOfReference(const Object* reference, Place where);
+    Ref<Object> decodeReference(const Object* reference, Place where);
     Ref<Object> decodeIndex(uint64_t index);
     Ref<Object> decodeRecord(uint64_t index, const Dictionary& record);
     const Class* classOfRecord(const Dictionary& record);

@@ -33,6 +33,26 @@ bool looksLikeOpenStep(std::span<const uint8_t> bytes)
 
 } // namespace
 
+Ref<Object> plist::readPropertyList(std::span<const uint8_t> bytes, Mutability mutability, ReferenceForm references,
+    std::string& message, int* format)
+{
+    PropertyListFormat found;
+    Ref<Object> result;
+    if (bytes.size() >= 6 && std::string_view(reinterpret_cast<const char*>(bytes.data()), 6) == "bplist") {
+        found = NSPropertyListBinaryFormat_v1_0;
+        result = readBinaryPropertyList(bytes, mutability, message);
+    } else if (looksLikeOpenStep(bytes)) {
+        found = NSPropertyListOpenStepFormat;
+        message = "Old-style property lists are not supported";
+    } else {
+        found = NSPropertyListXMLFormat_v1_0;
+        result = readXMLPropertyList(bytes, mutability, references, message);
+    }
+    if (format)
+        *format = found;
+    return result;
+}
+
 Ref<Data> PropertyListSerialization::dataWithPropertyList(Object* plist, PropertyListFormat format, Ref<Error>* error)
 {
     if (format != NSPropertyListXMLFormat_v1_0) {
@@ -57,28 +77,18 @@ Ref<Object> PropertyListSerialization::propertyListWithData(Data* data, Ref<Erro
         setError(error, NSPropertyListReadCorruptError, "Cannot parse a nil or zero-length data");
         return nullptr;
     }
-    const std::span<const uint8_t> bytes = data->span();
     const auto mutability =
         options == NSPropertyListMutableContainers ? plist::Mutability::MutableContainers : plist::Mutability::Immutable;
     std::string message;
-    Ref<Object> result;
-    PropertyListFormat format;
-    if (bytes.size() >= 6 && std::string_view(reinterpret_cast<const char*>(bytes.data()), 6) == "bplist") {
-        format = NSPropertyListBinaryFormat_v1_0;
-        result = plist::readBinaryPropertyList(bytes, mutability, message);
-    } else if (looksLikeOpenStep(bytes)) {
-        format = NSPropertyListOpenStepFormat;
-        message = "Old-style property lists are not supported";
-    } else {
-        format = NSPropertyListXMLFormat_v1_0;
-        result = plist::readXMLPropertyList(bytes, mutability, message);
-    }
+    int format = 0;
+    Ref<Object> result =
+        plist::readPropertyList(data->span(), mutability, plist::ReferenceForm::Dictionary, message, &format);
     if (!result) {
         setError(error, NSPropertyListReadCorruptError, message);
         return nullptr;
     }
     if (detectedFormat)
-        *detectedFormat = format;
+        *detectedFormat = static_cast<PropertyListFormat>(format);
     return result;
 }
 

@@ -211,6 +211,17 @@ Ref<Object> makeDictionary(std::span<Ref<Object>> keysAndValues, Mutability muta
     return Dictionary::dictionaryAdoptingKeysAndValues(keysAndValues.first(2 * count), keyHashes.first(keyHashes.empty() ? 0 : count));
 }
 
+std::optional<uint64_t> referenceIndexOfEntry(const Object* key, const Object* value)
+{
+    const auto* text = dynamicCast<String>(key);
+    const auto* number = dynamicCast<Number>(value);
+    if (!text || !number || number->isBoolean() || number->storage() == Number::Storage::Floating
+        || (number->storage() == Number::Storage::Signed && number->longLongValue() < 0)
+        || !text->isEqualToString(ZSTR("CF$UID")))
+        return std::nullopt;
+    return number->unsignedLongLongValue();
+}
+
 std::string quotedForMessage(std::string_view text)
 {
     constexpr size_t kLimit = 40;

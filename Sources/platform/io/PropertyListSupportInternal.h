@@ -20,6 +20,15 @@ inline constexpr size_t kMaxNestingDepth = 512;
 
 enum class Mutability : uint8_t { Immutable, MutableContainers };
 
+// What the XML reader makes of the one-entry dictionary {"CF$UID": N}, XML's stand-in for a UID:
+// the dictionary as written, or (for keyed archives) the UID itself, which saves a dictionary per
+// reference.
+enum class ReferenceForm : uint8_t { Dictionary, UID };
+
+// N when key and value are the entry of a reference dictionary {"CF$UID": N} (N an integer, not
+// negative); nothing otherwise.
+std::optional<uint64_t> referenceIndexOfEntry(const Object* key, const Object* value);
+
 // A UTC calendar time in the proleptic Gregorian calendar; year 0 is 1 BC.
 struct CivilTime {
     int64_t year = 2001;
@@ -66,6 +75,11 @@ Ref<Object> makeArray(std::span<Ref<Object>> items, Mutability mutability);
 // value of an earlier one. keyHashes, if not empty, holds each key's detail::ObjectTable::hashOf.
 Ref<Object> makeDictionary(
     std::span<Ref<Object>> keysAndValues, Mutability mutability, std::span<const size_t> keyHashes = {});
+
+// Reads a property list in binary or XML form, whichever bytes hold; answers nil with a message
+// when they hold neither. format, if given, receives the form found.
+Ref<Object> readPropertyList(std::span<const uint8_t> bytes, Mutability mutability, ReferenceForm references,
+    std::string& message, int* format = nullptr);
 
 // Text from outside bytes, made safe to quote in an error message: printable ASCII kept, anything
 // else shown as '?', cut after a few dozen characters.

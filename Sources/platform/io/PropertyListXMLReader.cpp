@@ -5,6 +5,7 @@
 #include "platform/values/Base64.h"
 #include "platform/values/Data.h"
 #include "platform/values/Date.h"
+#include "platform/values/KeyedArchiverUID.h"
 #include "platform/values/Number.h"
 #include "platform/values/ObjectTable.h"
 #include "platform/values/String.h"
@@ -176,12 +177,13 @@ Tag tagOf(std::string_view name)
 // reported before it wherever it lies.
 class Reader {
 public:
-    Reader(std::string_view document, size_t bodyOffset, Mutability mutability)
+    Reader(std::string_view document, size_t bodyOffset, Mutability mutability, ReferenceForm references)
         : document_(document),
           bodyOffset_(bodyOffset),
           tokens_(document, bodyOffset),
           utf8_(document.substr(bodyOffset)),
-          mutability_(mutability)
+          mutability_(mutability),
+          references_(references)
     {
     }
 
@@ -216,6 +218,7 @@ private:
     XMLTokenizer tokens_;
     UTF8Lookahead utf8_;
     Mutability mutability_;
+    ReferenceForm references_;
     std::vector<Frame> stack_;
     // Page memory: this grows while the document's values are being allocated.
     std::vector<Ref<Object>, detail::PageAllocator<Ref<Object>>> items_;
@@ -380,6 +383,12 @@ bool Reader::startValue(const XMLToken& token, Tag tag)
     const size_t depth = stack_.size() - (!stack_.empty() && stack_.front().tag == Tag::Plist);
     if (depth >= kMaxNestingDepth)
         return failAt(token.offset, "Containers nested more than " + std::to_string(kMaxNestingDepth) + " deep");
+    if (tag == Tag::Dict && references_ == ReferenceForm::UID) {
+        if (const std::optional<uint64_t> reference = tokens_.takeReferenceDictionary()) {
+            items_.push_back(KeyedArchiverUID::uidWithValue(*reference));
+            return true;
+        }
+    }
     stack_.push_back({tag, true, false, items_.size(), keyHashes_.size(), token.offset});
     return true;
 }
@@ -429,7 +438,13 @@ bool Reader::finishContainer()
         if (!frame.expectingKey)
             return failAt(frame.offset, "Key without a value in <dict>");
         const std::span<const size_t> hashes(keyHashes_.data() + frame.keyHashStart, items.size() / 2);
-        container = makeDictionary(items, mutability_, hashes);
+        std::optional<uint64_t> reference;
+        if (references_ == ReferenceForm::UID && items.size() == 2)
+            reference = referenceIndexOfEntry(items[0].get(), items[1].get());
+        if (reference)
+            container = KeyedArchiverUID::uidWithValue(*reference);
+        else
+            container = makeDictionary(items, mutability_, hashes);
         keyHashes_.resize(frame.keyHashStart);
     } else {
         container = makeArray(items, mutability_);
@@ -543,11 +558,12 @@ bool Reader::finishScalar()
 
 } // namespace
 
-Ref<Object> readXMLPropertyList(std::span<const uint8_t> bytes, Mutability mutability, std::string& error)
+Ref<Object> readXMLPropertyList(
+    std::span<const uint8_t> bytes, Mutability mutability, ReferenceForm references, std::string& error)
 {
     const std::string_view document(reinterpret_cast<const char*>(bytes.data()), bytes.size());
     const size_t bodyOffset = document.starts_with("\xEF\xBB\xBF"sv) ? 3 : 0;
-    return Reader(document, bodyOffset, mutability).read(error);
+    return Reader(document, bodyOffset, mutability, references).read(error);
 }
 
 } // namespace zon::plist

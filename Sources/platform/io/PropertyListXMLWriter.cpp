@@ -79,46 +79,60 @@ Kind kindOf(const Object* object)
     return Kind::Other;
 }
 
-// An output buffer written through raw pointers: room is made first, then filled. The vector's
-// size is its allocated room; `used_` counts what is written.
-class Output {
-public:
-    Output(ByteVector& bytes, size_t expectedSize) : bytes_(bytes) { bytes_.resize(expectedSize); }
-    void finish() { bytes_.resize(used_); }
+void appendTwoDigits(char*& p, int value)
+{
+    *p++ = static_cast<char>('0' + value / 10);
+    *p++ = static_cast<char>('0' + value % 10);
+}
 
-    char* room(size_t count)
-    {
-        if (bytes_.size() - used_ < count)
-            bytes_.resize(std::max(bytes_.size() * 2, used_ + count));
-        return reinterpret_cast<char*>(bytes_.data()) + used_;
-    }
-    void advance(size_t count) { used_ += count; }
-    void advanceTo(const char* end) { used_ = static_cast<size_t>(end - reinterpret_cast<char*>(bytes_.data())); }
+} // namespace
 
-    void append(std::string_view text)
-    {
-        std::memcpy(room(text.size()), text.data(), text.size());
-        used_ += text.size();
-    }
-    void indent(size_t level)
-    {
-        std::memset(room(level), '\t', level);
-        used_ += level;
-    }
+XMLElementWriter::XMLElementWriter(ByteVector& bytes, size_t expectedSize) : bytes_(bytes)
+{
+    bytes_.resize(expectedSize);
+}
 
-private:
-    ByteVector& bytes_;
-    size_t used_ = 0;
-};
+void XMLElementWriter::header() { append(kHeader); }
+
+void XMLElementWriter::finish()
+{
+    append(kFooter);
+    bytes_.resize(used_);
+}
+
+// Room is made first, then filled through raw pointers.
+char* XMLElementWriter::room(size_t count)
+{
+    if (bytes_.size() - used_ < count)
+        bytes_.resize(std::max(bytes_.size() * 2, used_ + count));
+    return reinterpret_cast<char*>(bytes_.data()) + used_;
+}
+
+void XMLElementWriter::advanceTo(const char* end)
+{
+    used_ = static_cast<size_t>(end - reinterpret_cast<char*>(bytes_.data()));
+}
+
+void XMLElementWriter::append(std::string_view text)
+{
+    std::memcpy(room(text.size()), text.data(), text.size());
+    used_ += text.size();
+}
+
+void XMLElementWriter::indent(size_t level)
+{
+    std::memset(room(level), '\t', level);
+    used_ += level;
+}
 
 // UTF-8 of UTF-16 units (or of ASCII bytes) with &, < and > escaped and everything else (control
 // characters included) as it is; a lone surrogate has no UTF-8 form and becomes U+FFFD.
 template <class Unit>
-void appendEscapedUnits(Output& out, const Unit* at, size_t length)
+void XMLElementWriter::appendEscapedUnits(const Unit* at, size_t length)
 {
     const Unit* const end = at + length;
     // Worst case per unit: "&amp;" (5 bytes); non-ASCII takes at most 3 bytes per unit.
-    char* p = out.room(length * 5);
+    char* p = room(length * 5);
     while (at < end) {
         const char16_t unit = static_cast<std::make_unsigned_t<Unit>>(*at++);
         if (unit < 0x80) {
@@ -149,92 +163,157 @@ void appendEscapedUnits(Output& out, const Unit* at, size_t length)
         }
         p = utf::encodeUTF8(code, p);
     }
-    out.advanceTo(p);
+    advanceTo(p);
 }
 
-void appendEscaped(Output& out, const String* text)
+void XMLElementWriter::appendEscaped(const String* text)
 {
     if (const char* ascii = text->asciiCharacters())
-        appendEscapedUnits(out, ascii, text->length());
+        appendEscapedUnits(ascii, text->length());
     else
-        appendEscapedUnits(out, text->characters(), text->length());
+        appendEscapedUnits(text->characters(), text->length());
 }
 
-void appendReal(Output& out, double value)
+void XMLElementWriter::appendInteger(int64_t value)
+{
+    char* p = room(24);
+    advanceTo(std::to_chars(p, p + 24, value).ptr);
+}
+
+void XMLElementWriter::appendReal(double value)
 {
     if (value == 0) {
-        out.append(std::signbit(value) ? "-0.0"sv : "0.0"sv);
+        append(std::signbit(value) ? "-0.0"sv : "0.0"sv);
     } else if (std::isinf(value)) {
-        out.append(value > 0 ? "+infinity"sv : "-infinity"sv);
+        append(value > 0 ? "+infinity"sv : "-infinity"sv);
     } else if (std::isnan(value)) {
-        out.append("nan"sv);
+        append("nan"sv);
     } else {
         // Exactly printf's %.17g.
-        char* p = out.room(32);
-        out.advanceTo(std::to_chars(p, p + 32, value, std::chars_format::general, 17).ptr);
+        char* p = room(32);
+        advanceTo(std::to_chars(p, p + 32, value, std::chars_format::general, 17).ptr);
     }
 }
 
-void appendNumber(Output& out, const Number* number)
+void XMLElementWriter::markup(size_t level, std::string_view text)
 {
-    char* p = out.room(24);
+    indent(level);
+    append(text);
+}
+
+void XMLElementWriter::key(size_t level, const String* key)
+{
+    markup(level, "<key>"sv);
+    appendEscaped(key);
+    append("</key>\n"sv);
+}
+
+void XMLElementWriter::string(size_t level, const String* text)
+{
+    markup(level, "<string>"sv);
+    appendEscaped(text);
+    append("</string>\n"sv);
+}
+
+void XMLElementWriter::number(size_t level, const Number* number)
+{
+    if (number->isBoolean()) {
+        boolean(level, number->boolValue());
+        return;
+    }
     switch (number->storage()) {
     case Number::Storage::Signed:
-        out.advanceTo(std::to_chars(p, p + 24, number->longLongValue()).ptr);
+        integer(level, number->longLongValue());
         break;
-    case Number::Storage::Unsigned:
-        out.advanceTo(std::to_chars(p, p + 24, number->unsignedLongLongValue()).ptr);
+    case Number::Storage::Unsigned: {
+        markup(level, "<integer>"sv);
+        char* p = room(24);
+        advanceTo(std::to_chars(p, p + 24, number->unsignedLongLongValue()).ptr);
+        append("</integer>\n"sv);
         break;
+    }
     case Number::Storage::Floating:
-        appendReal(out, number->doubleValue());
+        real(level, number->doubleValue());
         break;
     }
 }
 
-void appendTwoDigits(char*& p, int value)
+void XMLElementWriter::integer(size_t level, int64_t value)
 {
-    *p++ = static_cast<char>('0' + value / 10);
-    *p++ = static_cast<char>('0' + value % 10);
+    markup(level, "<integer>"sv);
+    appendInteger(value);
+    append("</integer>\n"sv);
 }
 
-void appendDate(Output& out, const CivilTime& time)
+void XMLElementWriter::real(size_t level, double value)
 {
-    char* p = out.room(48);
-    if (time.year < 0)
-        *p++ = '-';
-    const uint64_t year = time.year < 0 ? -static_cast<uint64_t>(time.year) : static_cast<uint64_t>(time.year);
-    for (uint64_t scale = 1000; scale > 1 && year < scale; scale /= 10)
-        *p++ = '0';
-    p = std::to_chars(p, p + 24, year).ptr;
-    *p++ = '-';
-    appendTwoDigits(p, time.month);
-    *p++ = '-';
-    appendTwoDigits(p, time.day);
-    *p++ = 'T';
-    appendTwoDigits(p, time.hour);
-    *p++ = ':';
-    appendTwoDigits(p, time.minute);
-    *p++ = ':';
-    appendTwoDigits(p, time.second);
-    *p++ = 'Z';
-    out.advanceTo(p);
+    markup(level, "<real>"sv);
+    appendReal(value);
+    append("</real>\n"sv);
 }
 
-// The base64 lines of a <data> element at this level, each indented like the tag.
-void appendBase64Lines(Output& out, std::span<const uint8_t> bytes, size_t level)
+void XMLElementWriter::boolean(size_t level, bool value) { markup(level, value ? "<true/>\n"sv : "<false/>\n"sv); }
+
+// Base64 lines hold 76 characters at the top level and 8 fewer per level of indentation, down to
+// 12 characters from the eighth level on; each is indented like the tag.
+void XMLElementWriter::data(size_t level, std::span<const uint8_t> bytes)
 {
+    markup(level, "<data>\n"sv);
     const size_t lineLength =
         kBase64LineLength - kBase64LineShrinkPerLevel * std::min(level, kBase64MaxShrinkLevels);
     const size_t bytesPerLine = lineLength / 4 * 3;
     for (size_t start = 0; start < bytes.size(); start += bytesPerLine) {
         const size_t count = std::min(bytesPerLine, bytes.size() - start);
-        out.indent(level);
-        char* p = out.room(lineLength + 1);
+        indent(level);
+        char* p = room(lineLength + 1);
         p = base64::encode(bytes.subspan(start, count), p);
         *p++ = '\n';
-        out.advanceTo(p);
+        advanceTo(p);
     }
+    markup(level, "</data>\n"sv);
 }
+
+bool XMLElementWriter::date(size_t level, double secondsSinceReferenceDate)
+{
+    const std::optional<CivilTime> time = civilTimeFromReferenceSeconds(secondsSinceReferenceDate);
+    if (!time)
+        return false;
+    markup(level, "<date>"sv);
+    char* p = room(48);
+    if (time->year < 0)
+        *p++ = '-';
+    const uint64_t year = time->year < 0 ? -static_cast<uint64_t>(time->year) : static_cast<uint64_t>(time->year);
+    for (uint64_t scale = 1000; scale > 1 && year < scale; scale /= 10)
+        *p++ = '0';
+    p = std::to_chars(p, p + 24, year).ptr;
+    *p++ = '-';
+    appendTwoDigits(p, time->month);
+    *p++ = '-';
+    appendTwoDigits(p, time->day);
+    *p++ = 'T';
+    appendTwoDigits(p, time->hour);
+    *p++ = ':';
+    appendTwoDigits(p, time->minute);
+    *p++ = ':';
+    appendTwoDigits(p, time->second);
+    *p++ = 'Z';
+    advanceTo(p);
+    append("</date>\n"sv);
+    return true;
+}
+
+void XMLElementWriter::uid(size_t level, uint64_t value)
+{
+    markup(level, "<dict>\n"sv);
+    markup(level + 1, "<key>CF$UID</key>\n"sv);
+    markup(level + 1, "<integer>"sv);
+    char* p = room(24);
+    advanceTo(std::to_chars(p, p + 24, value).ptr);
+    append("</integer>\n"sv);
+    markup(level, "</dict>\n"sv);
+}
+
+namespace {
 
 // A quick estimate of the document's size (text taken as ASCII, numbers at typical lengths), so
 // that the output is usually allocated once rather than grown through copies of a large buffer.
@@ -294,7 +373,7 @@ public:
             error = "Property list invalid for format: XML (the property list is nil)";
             return false;
         }
-        out_.append(kHeader);
+        out_.header();
         if (!writeValue(root, 0, error))
             return false;
         while (!stack_.empty()) {
@@ -319,15 +398,11 @@ public:
                             "which are strings)";
                     return false;
                 }
-                out_.indent(level);
-                out_.append("<key>"sv);
-                appendEscaped(out_, static_cast<const String*>(key));
-                out_.append("</key>\n"sv);
+                out_.key(level, static_cast<const String*>(key));
                 if (!writeValue(value, level, error))
                     return false;
             }
         }
-        out_.append(kFooter);
         out_.finish();
         return true;
     }
@@ -343,16 +418,7 @@ private:
     void close(std::string_view tag, size_t level)
     {
         stack_.pop_back();
-        out_.indent(level);
-        out_.append(tag);
-    }
-
-    void element(std::string_view open, std::string_view close, size_t level, auto&& body)
-    {
-        out_.indent(level);
-        out_.append(open);
-        body();
-        out_.append(close);
+        out_.markup(level, tag);
     }
 
     // Writes a value that needs no stack, or the opening tag of a non-empty container (pushed).
@@ -360,47 +426,30 @@ private:
     {
         switch (kindOf(value)) {
         case Kind::String:
-            element("<string>"sv, "</string>\n"sv, level,
-                [&] { appendEscaped(out_, static_cast<const String*>(value)); });
+            out_.string(level, static_cast<const String*>(value));
             return true;
-        case Kind::Number: {
-            const auto* number = static_cast<const Number*>(value);
-            const bool real = number->storage() == Number::Storage::Floating;
-            element(real ? "<real>"sv : "<integer>"sv, real ? "</real>\n"sv : "</integer>\n"sv, level,
-                [&] { appendNumber(out_, number); });
-            return true;
-        }
+        case Kind::Number:
         case Kind::Boolean:
-            out_.indent(level);
-            out_.append(static_cast<const Number*>(value)->boolValue() ? "<true/>\n"sv : "<false/>\n"sv);
+            out_.number(level, static_cast<const Number*>(value));
             return true;
-        case Kind::Date: {
-            const auto time = civilTimeFromReferenceSeconds(static_cast<const Date*>(value)->timeIntervalSinceReferenceDate());
-            if (!time) {
+        case Kind::Date:
+            if (!out_.date(level, static_cast<const Date*>(value)->timeIntervalSinceReferenceDate())) {
                 error = "Property list invalid for format: XML (the date is not finite or out of range)";
                 return false;
             }
-            element("<date>"sv, "</date>\n"sv, level, [&] { appendDate(out_, *time); });
             return true;
-        }
         case Kind::Data:
-            out_.indent(level);
-            out_.append("<data>\n"sv);
-            appendBase64Lines(out_, static_cast<const Data*>(value)->span(), level);
-            out_.indent(level);
-            out_.append("</data>\n"sv);
+            out_.data(level, static_cast<const Data*>(value)->span());
             return true;
         case Kind::Array: {
             const auto* array = static_cast<const Array*>(value);
             if (!enter(value, level, error))
                 return false;
             if (array->isEmpty()) {
-                out_.indent(level);
-                out_.append("<array/>\n"sv);
+                out_.markup(level, "<array/>\n"sv);
                 return true;
             }
-            out_.indent(level);
-            out_.append("<array>\n"sv);
+            out_.markup(level, "<array>\n"sv);
             stack_.push_back({Kind::Array, value, array->begin(), array->end(), {}, {}});
             return true;
         }
@@ -409,30 +458,16 @@ private:
             if (!enter(value, level, error))
                 return false;
             if (dictionary->count() == 0) {
-                out_.indent(level);
-                out_.append("<dict/>\n"sv);
+                out_.markup(level, "<dict/>\n"sv);
                 return true;
             }
-            out_.indent(level);
-            out_.append("<dict>\n"sv);
+            out_.markup(level, "<dict>\n"sv);
             stack_.push_back({Kind::Dictionary, value, {}, {}, dictionary->begin(), dictionary->end()});
             return true;
         }
-        case Kind::UID: {
-            // XML has no UID type: the one-entry dictionary that keyed archives use stands for it.
-            out_.indent(level);
-            out_.append("<dict>\n"sv);
-            out_.indent(level + 1);
-            out_.append("<key>CF$UID</key>\n"sv);
-            out_.indent(level + 1);
-            out_.append("<integer>"sv);
-            char* p = out_.room(24);
-            out_.advanceTo(std::to_chars(p, p + 24, static_cast<const KeyedArchiverUID*>(value)->value()).ptr);
-            out_.append("</integer>\n"sv);
-            out_.indent(level);
-            out_.append("</dict>\n"sv);
+        case Kind::UID:
+            out_.uid(level, static_cast<const KeyedArchiverUID*>(value)->value());
             return true;
-        }
         case Kind::Other:
             error = "Property list invalid for format: XML (property lists cannot contain objects of type '"
                 + value->objectClass()->name() + "')";
@@ -458,7 +493,7 @@ private:
         return false;
     }
 
-    Output out_;
+    XMLElementWriter out_;
     std::vector<Frame> stack_;
 };
 
