@@ -52,7 +52,7 @@ unsigned long NSStringChompFastEnumerator::countByEnumeratingWithState_objects_c
     Ref<String> record = nextRecord(state);
     if (!record)
         return 0;
-    buffer[0] = record->autorelease();
+    buffer[0] = record.leakRef()->autorelease();
     return 1;
 }
 

@@ -16,7 +16,7 @@ unsigned long Enumerator::countByEnumeratingWithState_objects_count(
     Ref<Object> next = nextObject();
     if (!next)
         return 0;
-    buffer[0] = next->autorelease();
+    buffer[0] = next.leakRef()->autorelease();
     state->itemsPtr = buffer;
     return 1;
 }
