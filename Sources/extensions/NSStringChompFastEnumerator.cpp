@@ -2,6 +2,9 @@
 
 #include "platform/runtime/Class.h"
 
+#include "platform/values/StringInternal.h"
+#include "platform/values/UTF.h"
+
 #include <cstring>
 
 namespace zon {
@@ -31,7 +34,9 @@ Ref<String> NSStringChompFastEnumerator::nextRecord(FastEnumerationState* state)
             end = length;
         }
         state->state = end < length ? end + 1 : length;
-        return String::initWithBytes_length_encoding(ascii + start, end - start, NSASCIIStringEncoding);
+        return StringBuilder::build(end - start, [&](char16_t* out) {
+            utf::widenASCII(std::string_view(ascii + start, end - start), out);
+        });
     }
     const std::u16string_view units = string_->view();
     end = units.find(separator_, start);
