@@ -131,14 +131,8 @@ BENCHMARK(BM_Chomp100MB_MemchrStdString)->Unit(benchmark::kMillisecond)->Iterati
 
 int main(int argc, char** argv)
 {
-    benchmark::Initialize(&argc, argv);
-    if (benchmark::ReportUnrecognizedArguments(argc, argv))
-        return 1;
-    zon::bench::RatioReporter reporter;
-    benchmark::RunSpecifiedBenchmarks(&reporter);
-    std::printf("\nSpeed against the alternative (above 1: ours is faster; targets: curl 1x, memchr 0.3x):\n");
-    reporter.printSpeedup("BM_AppendFiveArguments_Zon", "BM_AppendFiveArguments_Curl");
-    reporter.printSpeedup("BM_Chomp100MB_Zon/iterations:3", "BM_Chomp100MB_MemchrStdString/iterations:3");
-    benchmark::Shutdown();
-    return 0;
+    return zon::bench::runAndCompare(argc, argv,
+        "Speed against the alternative (above 1: ours is faster; targets: curl 1x, memchr 0.3x):",
+        {{"BM_AppendFiveArguments_Zon", "BM_AppendFiveArguments_Curl"},
+            {"BM_Chomp100MB_Zon/iterations:3", "BM_Chomp100MB_MemchrStdString/iterations:3"}});
 }

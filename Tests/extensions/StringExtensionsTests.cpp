@@ -219,6 +219,12 @@ TEST(StringZon, ModificationDateOrdersEarlierOrEqualFirst)
     EXPECT_EQ(a->compareByFileModificationDate(a.get()), NSOrderedAscending);
     EXPECT_EQ(a->compareByFileModificationDate(str("/no/such/file").get()), NSOrderedSame);
     EXPECT_EQ(str("/no/such/file")->compareByFileModificationDate(a.get()), NSOrderedSame);
+
+    const std::string accented = newer.path() + "-é😀";
+    std::filesystem::copy_file(newer.path(), accented);
+    std::filesystem::last_write_time(accented, now + std::chrono::seconds(10));
+    EXPECT_EQ(str(accented)->compareByFileModificationDate(b.get()), NSOrderedDescending);
+    std::filesystem::remove(accented);
 }
 
 TEST(MutableStringZon, DeletesEveryMemberOfTheSet)
