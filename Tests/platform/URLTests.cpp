@@ -54,6 +54,9 @@ TEST(URL, SplitsEveryPartAndKeepsTheText)
     EXPECT_EQ(utf8(relative->path()), "a/b");
     EXPECT_EQ(utf8(relative->query()), "x");
 
+    EXPECT_FALSE(url("+x:/a")->scheme());
+    EXPECT_EQ(utf8(url("svn+ssh://h/r")->scheme()), "svn+ssh");
+
     Ref<URL> opaque = url("mailto:a@b?subject=x");
     EXPECT_EQ(utf8(opaque->scheme()), "mailto");
     EXPECT_FALSE(opaque->host());

@@ -41,6 +41,8 @@ constexpr std::array<uint8_t, 128> kCharacterTable = makeCharacterTable();
 
 bool hasClass(char16_t c, CharacterClass kind) { return c < 128 && (kCharacterTable[c] & kind); }
 
+bool isASCIILetter(char c) { return (c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z'); }
+
 int hexValue(char c) { return c <= '9' ? c - '0' : (c | 0x20) - 'a' + 10; }
 
 // The ASCII characters of a caller's set, as a mask.
@@ -161,7 +163,7 @@ Ref<URL> URL::parse(std::string text)
         parts.fragment = span(hash + 1, size);
 
     size_t position = 0;
-    if (size && hasClass(text[0], kSchemeTail) && !(text[0] >= '0' && text[0] <= '9')) {
+    if (size && isASCIILetter(text[0])) {
         size_t colon = 1;
         while (colon < end && hasClass(text[colon], kSchemeTail))
             ++colon;
@@ -205,7 +207,8 @@ Ref<URL> URL::parse(std::string text)
             parts.port = span(portColon + 1, authorityEnd);
         position = authorityEnd;
     }
-    if (brackets != hostBrackets || text.find('[', parts.host.start + parts.host.length + 1) < end)
+    // Brackets may only enclose the host.
+    if (brackets != hostBrackets)
         return nullptr;
     const size_t question = find('?', position, end);
     parts.path = span(position, question);
