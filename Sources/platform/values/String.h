@@ -259,7 +259,8 @@ public:
     // ---- NSString(URLZonExtensions) -------------------------------------------------------------
     // Joins a URL component: one "/" between path parts, and "?" or "&" chosen for a query part by
     // whether the last path component already holds a "?". The receiver's last unit is looked up
-    // at its UTF-8 length - 1, so non-ASCII text reads another unit or raises NSRangeException.
+    // at its UTF-8 length - 1: past the end for non-ASCII text (and for ""), which raises
+    // NSRangeException.
     Ref<String> stringByAppendingURLComponent(const String* component) const;
     // "&key=value" for each entry, unescaped, in the dictionary's order, appended as a component.
     Ref<String> stringByAppendingURLComponentProperties(const Dictionary* properties) const;
