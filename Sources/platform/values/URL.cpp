@@ -4,6 +4,7 @@
 #include "platform/system/FileCallsInternal.h"
 #include "platform/values/Number.h"
 #include "platform/values/String.h"
+#include "platform/values/StringInternal.h"
 #include "platform/values/UTF.h"
 
 #include <array>
@@ -77,13 +78,13 @@ std::u16string_view viewOf(const String* text) { return text ? text->view() : st
 } // namespace
 
 void URL::appendPercentEscaped(
-    std::string& out, std::u16string_view text, std::u16string_view leaveUnescaped, std::u16string_view legalToEscape)
+    std::string& out, std::u16string_view input, std::u16string_view leaveUnescaped, std::u16string_view legalToEscape)
 {
     const std::bitset<128> leave = asciiMask(leaveUnescaped);
     const std::bitset<128> escape = asciiMask(legalToEscape);
-    out.reserve(out.size() + text.size());
-    for (size_t i = 0; i < text.size();) {
-        const char16_t c = text[i];
+    out.reserve(out.size() + input.size());
+    for (size_t i = 0; i < input.size();) {
+        const char16_t c = input[i];
         if (c < 128) {
             if (leave[c] || (hasClass(c, kLegal) && !escape[c]))
                 out.push_back(char(c));
@@ -92,14 +93,10 @@ void URL::appendPercentEscaped(
             ++i;
             continue;
         }
-        size_t units = 1;
-        char32_t codePoint = c;
-        if (c >= 0xD800 && c <= 0xDBFF && i + 1 < text.size() && text[i + 1] >= 0xDC00 && text[i + 1] <= 0xDFFF) {
-            codePoint = 0x10000 + ((char32_t(c) - 0xD800) << 10) + (char32_t(text[i + 1]) - 0xDC00);
-            units = 2;
-        } else if (c >= 0xD800 && c <= 0xDFFF) {
+        size_t units;
+        char32_t codePoint = text::codePointAt(input, i, &units);
+        if (text::isLeadSurrogate(codePoint) || text::isTrailSurrogate(codePoint))
             codePoint = 0xFFFD; // a lone surrogate has no UTF-8 form
-        }
         appendUTF8Escaped(out, codePoint);
         i += units;
     }

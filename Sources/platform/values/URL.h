@@ -43,7 +43,7 @@ public:
     static Ref<String> stringByAddingPercentEscapes(
         const String* text, const String* leaveUnescaped, const String* legalToEscape);
     // The same, appended to out, for callers that build text without String objects.
-    static void appendPercentEscaped(std::string& out, std::u16string_view text, std::u16string_view leaveUnescaped,
+    static void appendPercentEscaped(std::string& out, std::u16string_view input, std::u16string_view leaveUnescaped,
         std::u16string_view legalToEscape);
 
     Ref<String> absoluteString() const;
