@@ -409,3 +409,23 @@ TEST(ZonTool, DynamicDemoSetsReadsAndCopiesATableDeclaredTrack)
     EXPECT_NE(unwritable.exitCode, 0);
     EXPECT_THAT(unwritable.err, HasSubstr("/nonexistent/track.plist"));
 }
+
+TEST(ZonTool, URLAndChompCommandsPrintTheLibrarysAnswers)
+{
+    ToolRun append = runZon({"url", "append", "http://u@h:80/a/b?x#f", "k=a b", "é=+/", "e="});
+    EXPECT_EQ(append.exitCode, 0) << append.err;
+    EXPECT_EQ(append.out, "http://h/a/b?k=a%20b&%C3%A9=%2B%2F&e=\n");
+    EXPECT_THAT(runZon({"url", "append", "a b"}).err, StartsWith("zon: not a URL: a b\n"));
+    EXPECT_THAT(runZon({"url", "append", "http://h/", "kv"}).err, StartsWith("zon: an argument is key=value: kv\n"));
+
+    EXPECT_EQ(runZon({"url", "join", "p?x=1", "?y=2"}).out, "p?x=1&y=2\n");
+    ToolRun nonASCII = runZon({"url", "join", "é", "b"});
+    EXPECT_EQ(nonASCII.exitCode, 1);
+    EXPECT_THAT(nonASCII.err, StartsWith("zon: NSRangeException: "));
+
+    ScratchFolder folder;
+    writeFile(folder.file("lines"), "a\n\nb é\n");
+    EXPECT_EQ(runZon({"string", "chomp", folder.file("lines")}).out, "1\ta\n2\t\n3\tb é\n");
+    writeFile(folder.file("latin1"), "caf\xe9\n");
+    EXPECT_THAT(runZon({"string", "chomp", folder.file("latin1")}).err, HasSubstr("is not valid UTF-8"));
+}

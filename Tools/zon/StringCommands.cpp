@@ -1,5 +1,9 @@
 #include "Commands.h"
 
+#include "CommandSupport.h"
+#include "Files.h"
+
+#include "extensions/NSStringChompFastEnumerator.h"
 #include "platform/values/String.h"
 
 #include <CLI/CLI.hpp>
@@ -26,6 +30,18 @@ void printInfo(const std::string& utf8)
     std::cout << "extension:       \"" << text->pathExtension()->UTF8String() << "\"\n";
 }
 
+// Each line-feed record of a UTF-8 file with its number, from 1.
+void printRecords(const std::string& path)
+{
+    Ref<String> text = stringWithUTF8Data(readWholeFile(path).get());
+    if (!text)
+        fail(path + " is not valid UTF-8");
+    Ref<NSStringChompFastEnumerator> records = text->chomp();
+    size_t number = 0;
+    while (Ref<Object> record = records->nextObject())
+        std::cout << ++number << '\t' << printable(*static_cast<String*>(record.get())) << '\n';
+}
+
 } // namespace
 
 void addStringCommands(CLI::App& app)
@@ -37,6 +53,11 @@ void addStringCommands(CLI::App& app)
     auto text = std::make_shared<std::string>();
     info->add_option("TEXT", *text, "the text (UTF-8)")->required();
     info->callback([text] { printInfo(*text); });
+
+    auto* chomp = group->add_subcommand("chomp", "the line-feed records of FILE, numbered");
+    auto path = std::make_shared<std::string>();
+    chomp->add_option("FILE", *path, "a UTF-8 text file")->required();
+    chomp->callback([path] { printRecords(*path); });
 }
 
 } // namespace zon::tool

@@ -23,6 +23,10 @@ run "$zon" --version
 run "$zon" string info 'héllo 😀'
 run "$zon" string info '/Users//shared/Music/Library.xml/'
 
+# URLs: query arguments escaped ("+" and "/" too), and URL text joined with one "/", "?" or "&".
+run "$zon" url append 'http://example.com/search?old=1#top' 'q=a b+c' 'page=2'
+run "$zon" url join 'http://example.com/list?page=2' '?sort=name'
+
 # Suite errors: code 0 is a real failure; a system code travels in the user info.
 run "$zon" error show 4 --description 'Failed to get servicePort'
 run "$zon" error show 6 --system-code -36

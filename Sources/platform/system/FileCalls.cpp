@@ -43,6 +43,18 @@ SystemResult<struct stat> pathStatus(const std::string& path)
     return status;
 }
 
+SystemResult<std::string> currentDirectory()
+{
+    std::string path(256, '\0');
+    while (::getcwd(path.data(), path.size()) == nullptr) {
+        if (errno != ERANGE)
+            return SystemError::last("getcwd");
+        path.resize(path.size() * 2);
+    }
+    path.resize(std::char_traits<char>::length(path.c_str()));
+    return path;
+}
+
 SystemResult<struct stat> linkStatus(const std::string& path)
 {
     struct stat status {};

@@ -40,6 +40,8 @@ ZON_EXPORT SystemResult<std::string> readToEnd(int fd, size_t maxBytes);
 ZON_EXPORT SystemResult<size_t> openFileLimit();
 // Writes all of bytes to a blocking descriptor.
 ZON_EXPORT SystemResult<> writeAll(int fd, std::span<const uint8_t> bytes);
+// The working folder, as an absolute path.
+ZON_EXPORT SystemResult<std::string> currentDirectory();
 // Moves a file to another path in the same file system, replacing what is there.
 ZON_EXPORT SystemResult<> renameFile(const std::string& from, const std::string& to);
 

@@ -41,6 +41,11 @@ public:
     size_t replaceOccurrencesOfString_withString_options_range(const String* target, const String* replacement,
         StringCompareOptions options, Range range);
 
+    // ---- NSMutableString(ZonExtensions) ---------------------------------------------------------
+    // Deletes every character of the set, surrogate pairs tested as their code point; a pair
+    // that a deletion joins is tested too.
+    void deleteCharactersInSet(const CharacterSet* set);
+
     ~MutableString() override;
 
 private:

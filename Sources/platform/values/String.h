@@ -17,6 +17,8 @@
 namespace zon {
 
 class CharacterSet;
+class Dictionary;
+class NSStringChompFastEnumerator;
 
 // Options of searches and comparisons; combine them with |.
 using StringCompareOptions = unsigned long;
@@ -213,6 +215,58 @@ public:
     {
         return stringWithFormatArguments(format, makeFormatArguments(args...));
     }
+
+    // ---- NSString(InitalizationZonExtensions) ---------------------------------------------------
+    // A new random (version 4) UUID: 36 characters, upper-case hexadecimal, 8-4-4-4-12.
+    static Ref<String> stringGUID();
+    // Drops the prefix from the front again and again while the text starts with it ("ababx"
+    // less "ab" is "x"); an empty or nil prefix removes nothing.
+    Ref<String> stringByTrimmingPrefix(const String* prefix) const;
+    // While the text ends with the suffix, cuts it to its first (length + 1 - suffix length)
+    // units: one unit more than the suffix stays ("xab" less "ab" is "xa"). A one-unit suffix that
+    // the text ends with never goes, and the call then never returns. Empty or nil: no change.
+    Ref<String> stringByTrimmingSuffix(const String* suffix) const;
+    // Zero digits in front up to length units. The fill is always "0": character is not used.
+    Ref<String> stringByPrependingCharacter_toLength(char16_t character, uint32_t length) const;
+    // The records between line feeds (or separator), one per step; no empty last record.
+    Ref<NSStringChompFastEnumerator> chomp() const;
+    Ref<NSStringChompFastEnumerator> chomp(char16_t separator) const;
+
+    // ---- NSString(PathComponentZonExtensions) ---------------------------------------------------
+    // The first component, skipping a leading "/" when more follow ("/a/b" gives "a", "/" gives
+    // "/"); "" when there are none.
+    Ref<String> firstPathComponent() const;
+    // The components after the first real one, joined with "/" ("/a/b/c" gives "b/c").
+    Ref<String> stringByDeletingFirstPathComponent() const;
+    // One leading and one trailing "/" removed; text under 2 units stays as it is.
+    Ref<String> compatibleModelPath() const;
+
+    // ---- NSString(NumericalExtensions) ----------------------------------------------------------
+    // strtoull over the UTF-8 in base 0 (0x hexadecimal, leading 0 octal); 0 when nothing converts.
+    unsigned long long unsignedLongLongValue() const;
+    // compare with NSNumericSearch: runs of digits compare by value.
+    ComparisonResult numericalCompare(const String* other) const;
+
+    // ---- NSString(ZonExtensions) ----------------------------------------------------------------
+    // The text again without one trailing U+0000.
+    Ref<String> stringByDeletingNilTerminator() const;
+    // The 32-bit hash of the string, widened: the upper half is always zero.
+    uint64_t hash64() const;
+    // NSOrderedAscending when this file was modified no later than the other, else
+    // NSOrderedDescending; NSOrderedSame when either cannot be read. (Also of URLZonExtensions.)
+    ComparisonResult compareByFileModificationDate(const String* otherPath) const;
+
+    // ---- NSString(URLZonExtensions) -------------------------------------------------------------
+    // Joins a URL component: one "/" between path parts, and "?" or "&" chosen for a query part by
+    // whether the last path component already holds a "?". The receiver's last unit is looked up
+    // at its UTF-8 length - 1: past the end for non-ASCII text (and for ""), which raises
+    // NSRangeException.
+    Ref<String> stringByAppendingURLComponent(const String* component) const;
+    // "&key=value" for each entry, unescaped, in the dictionary's order, appended as a component.
+    Ref<String> stringByAppendingURLComponentProperties(const Dictionary* properties) const;
+    // The text begins with "http" (https counts) or with "https".
+    bool isURLString() const;
+    bool isSecureURLString() const;
 
     // Tail-allocated strings keep their units in the same block as the object, so the block is
     // freed unsized; subclasses (MutableString) allocate through the same pair.

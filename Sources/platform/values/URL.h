@@ -1,0 +1,108 @@
+#pragma once
+
+#include "platform/runtime/Object.h"
+
+#include <cstdint>
+#include <string>
+#include <string_view>
+
+namespace zon {
+
+class Dictionary;
+class Number;
+class String;
+
+// A URL: immutable, safe to share between threads. Run-time class NSURL.
+//
+// The text is checked against the table of characters a URL may hold: letters, digits,
+// !$&'()*+,-./:;=?@_~, "%" followed by two hexadecimal digits, one "#" (which starts the
+// fragment) and "[" "]" around a host. Anything else (a space, a non-ASCII character, a second
+// "#") makes URLWithString answer nil; nothing is normalised or re-escaped. The text splits as
+//   scheme ":" ["//" [user [":" password] "@"] host [":" port]] path ["?" query] ["#" fragment]
+// where the scheme is a letter followed by letters, digits, "+", "-" or "."; a URL with a
+// scheme whose rest neither starts with "//" nor "/" (mailto:x) has no host, path or query.
+// The path answers percent-decoded, without a trailing slash (a lone "/" stays).
+class ZON_EXPORT URL final : public Object {
+    ZON_OBJECT(URL, Object)
+public:
+    // Nil when text is nil or does not pass the table above.
+    static Ref<URL> URLWithString(const String* text);
+    static Ref<URL> URLWithString(std::string_view ascii);
+    // scheme "://" host path, with the path percent-escaped (the default set; "/" and "?" stay)
+    // and a "/" put in front of a path that lacks one. Nil for a nil scheme; a nil host or path
+    // counts as "".
+    static Ref<URL> initWithScheme_host_path(const String* scheme, const String* host, const String* path);
+    // "file://" and the escaped absolute path; a directory's URL ends in "/". fileURLWithPath
+    // asks the file system whether path is a directory.
+    static Ref<URL> fileURLWithPath(const String* path);
+    static Ref<URL> fileURLWithPath_isDirectory(const String* path, bool isDirectory);
+
+    // Percent-escapes text as UTF-8, upper-case hexadecimal. Letters, digits and
+    // !$&'()*+,-./:;=?@_~ stay as they are unless legalToEscape names them; ASCII characters in
+    // leaveUnescaped stay too. Every other character is escaped, "%" and "#" included.
+    static Ref<String> stringByAddingPercentEscapes(
+        const String* text, const String* leaveUnescaped, const String* legalToEscape);
+    // The same, appended to out, for callers that build text without String objects.
+    static void appendPercentEscaped(std::string& out, std::u16string_view input, std::u16string_view leaveUnescaped,
+        std::u16string_view legalToEscape);
+
+    Ref<String> absoluteString() const;
+    // Each part, nil when the text has none.
+    Ref<String> scheme() const;
+    Ref<String> user() const;
+    Ref<String> password() const;
+    Ref<String> host() const;
+    Ref<Number> port() const;
+    // Percent-decoded; nil when the decoded bytes are not UTF-8.
+    Ref<String> path() const;
+    Ref<String> query() const;
+    Ref<String> fragment() const;
+    bool isFileURL() const;
+
+    Ref<String> description() const override;
+    bool isEqual(const Object* other) const override;
+    size_t hash() const override;
+    Ref<Object> copy() const override;
+
+    // ---- NSURL(ZonExtensions) -------------------------------------------------------------------
+    // scheme "://" host path "?" arguments: every key and value escaped (the default set, and "+"
+    // and "/" too) as key=value, joined with "&" in the dictionary's order. An empty dictionary
+    // leaves the text ending in "?". Port, user, query and fragment are not carried over; a path
+    // that decodes to characters a URL cannot hold answers nil, as the text is parsed again.
+    Ref<URL> urlByAppendingHttpArgumentsDictionary(const Dictionary* arguments) const;
+    // Scheme, host and the path with "?" and arguments appended, through initWithScheme_host_path.
+    Ref<URL> urlByAppendingHttpArgumentsString(const String* arguments) const;
+    // Scheme, host and the path with component appended by path rules.
+    Ref<URL> URLByAppendingPathComponent(const String* component) const;
+    // Scheme "http" or "https" with the receiver's host and path; the rest is dropped.
+    Ref<URL> httpURL() const;
+    Ref<URL> httpsURL() const;
+    // The scheme begins with "http" (so https URLs count) or "https".
+    bool isHTTPURL() const;
+    bool isSecureHTTPURL() const;
+    // A URL whose text holds a "?" is a post URL, any other a get URL.
+    bool isPostURL() const;
+    bool isGetURL() const;
+    // The last path component of the absolute text.
+    Ref<String> lastPathComponent() const;
+
+private:
+    // Where one part lies in text_; absent when length is npos.
+    struct Span {
+        uint32_t start = 0;
+        uint32_t length = UINT32_MAX;
+        bool present() const { return length != UINT32_MAX; }
+    };
+    struct Parts {
+        Span scheme, user, password, host, port, path, query, fragment;
+    };
+    URL(std::string text, const Parts& parts) : text_(std::move(text)), parts_(parts) {}
+    static Ref<URL> parse(std::string text);
+    Ref<String> part(Span span) const;
+    bool schemeStartsWith(std::string_view prefix) const;
+
+    std::string text_;
+    Parts parts_;
+};
+
+} // namespace zon
