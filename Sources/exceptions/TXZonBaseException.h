@@ -1,5 +1,6 @@
 #pragma once
 
+#include "platform/runtime/Class.h"
 #include "platform/values/Array.h"
 #include "platform/values/Dictionary.h"
 #include "platform/values/Error.h"
