@@ -18,5 +18,6 @@ void addIPCCommands(CLI::App& app);
 void addModelCommands(CLI::App& app);
 void addArchiveCommands(CLI::App& app);
 void addDynamicCommands(CLI::App& app);
+void addExceptionCommands(CLI::App& app);
 
 } // namespace zon::tool

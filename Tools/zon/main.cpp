@@ -46,6 +46,7 @@ int main(int argc, char** argv)
     zon::tool::addModelCommands(app);
     zon::tool::addArchiveCommands(app);
     zon::tool::addDynamicCommands(app);
+    zon::tool::addExceptionCommands(app);
 
     int exitCode = 0;
     try {

@@ -123,9 +123,11 @@ StackSymbolizer::~StackSymbolizer() = default;
 
 std::shared_ptr<StackSymbolizer> StackSymbolizer::inProcess()
 {
-    static auto* const shared = new std::shared_ptr<StackSymbolizer>(std::make_shared<BacktraceSymbolizer>());
+    static auto* const shared = new std::shared_ptr<StackSymbolizer>(makeInProcess());
     return *shared;
 }
+
+std::shared_ptr<StackSymbolizer> StackSymbolizer::makeInProcess() { return std::make_shared<BacktraceSymbolizer>(); }
 
 std::shared_ptr<StackSymbolizer> StackSymbolizer::current()
 {

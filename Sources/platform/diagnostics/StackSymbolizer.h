@@ -31,6 +31,9 @@ public:
     // (tens of milliseconds); later ones take microseconds. It maps files rather than allocating,
     // so the fatal-signal report can use it.
     static std::shared_ptr<StackSymbolizer> inProcess();
+    // A new in-process symboliser that reads the debug information again on first use (for
+    // measuring that first use; each one keeps its tables until the process ends).
+    static std::shared_ptr<StackSymbolizer> makeInProcess();
     static std::shared_ptr<StackSymbolizer> current();
     static void setCurrent(std::shared_ptr<StackSymbolizer> symbolizer);
 };
