@@ -279,7 +279,8 @@ __attribute__((noinline)) int divideByZero()
 {
     volatile int dividend = 12345;
     volatile int zero = 0;
-    return dividend / zero;
+    volatile int quotient = dividend / zero; // volatile: an unused quotient would not be computed
+    return quotient;
 }
 
 #pragma GCC diagnostic ignored "-Winfinite-recursion"

@@ -67,6 +67,7 @@ using ToolArguments = std::vector<std::string>;
 
 struct ToolRun {
     int exitCode = -1; // -1 when a signal ended the child
+    int signal = 0;    // the signal that ended it
     std::string out;
     std::string err;
     long peakKiB = 0;
@@ -102,6 +103,8 @@ ToolRun runZon(ToolArguments args, const RunOptions& options = {})
             rlimit limit {*options.fileSizeLimit, *options.fileSizeLimit};
             ::setrlimit(RLIMIT_FSIZE, &limit);
         }
+        rlimit noCore {0, 0}; // the crash commands leave no core files behind
+        ::setrlimit(RLIMIT_CORE, &noCore);
         ::alarm(30);
         ::execv(argv[0], argv.data());
         ::_exit(127);
@@ -111,6 +114,7 @@ ToolRun runZon(ToolArguments args, const RunOptions& options = {})
     ::wait4(child, &status, 0, &usage);
     ToolRun run;
     run.exitCode = WIFEXITED(status) ? WEXITSTATUS(status) : -1;
+    run.signal = WIFSIGNALED(status) ? WTERMSIG(status) : 0;
     run.out = options.stdoutPath.empty() ? contentOf(outPath) : "";
     run.err = contentOf(errPath);
     run.peakKiB = usage.ru_maxrss;
@@ -392,4 +396,29 @@ TEST(ZonTool, DynamicDemoSetsReadsAndCopiesATableDeclaredTrack)
     ToolRun archive = runZon({"dynamic", "demo", "--archive", "/nonexistent/track.plist"});
     EXPECT_EQ(archive.exitCode, 1);
     EXPECT_THAT(archive.err, HasSubstr("zon: archiving not available\n"));
+}
+
+TEST(ZonTool, CrashReportsWithSymbolisedFramesThenDiesOfTheSignal)
+{
+    ToolRun segv = runZon({"crash", "segv"});
+    EXPECT_EQ(segv.signal, SIGSEGV);
+    EXPECT_THAT(segv.err, HasSubstr("An exception of type NSUncaughtSystemExceptionException occured because: "
+                                    "Signal 11 (SIGSEGV), fault address 0x0\nStacktrace:\n"));
+    EXPECT_THAT(segv.err, HasSubstr("\twriteThroughNull (in zon) (ExceptionCommands.cpp:"));
+    // Without the system-exception flags the handler stays silent; the signal still ends it.
+    ToolRun quiet = runZon({"crash", "fpe", "--mask", "3"});
+    EXPECT_EQ(quiet.signal, SIGFPE);
+    EXPECT_THAT(quiet.err, Not(HasSubstr("occured")));
+    ToolRun uncaught = runZon({"crash", "std"});
+    EXPECT_EQ(uncaught.signal, SIGABRT);
+    EXPECT_THAT(uncaught.err, HasSubstr("An exception of type std::runtime_error occured because: zon crash std"));
+}
+
+TEST(ZonTool, ExceptionRaiseShowsTheConstructorsRow)
+{
+    ToolRun run = runZon({"exception", "raise", "--class", "TXZonBasePipeClosedException", "--reason", "x", "--type",
+        "3", "--errno", "9"});
+    EXPECT_EQ(run.exitCode, 0);
+    EXPECT_THAT(run.out, HasSubstr("caught:       TXZonBasePipeClosedException\n"));
+    EXPECT_THAT(run.out, HasSubstr("description:  x type: 3 errno: 0\n"));
 }
