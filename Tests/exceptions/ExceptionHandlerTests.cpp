@@ -7,6 +7,7 @@
 #include "platform/diagnostics/StackTrace.h"
 #include "platform/threads/Thread.h"
 #include "support/LogCapture.h"
+#include "support/RunLoopWorker.h"
 #include "support/Values.h"
 #include "systemManagement/TXZonSystemUtilities.h"
 
@@ -200,6 +201,27 @@ TEST(ExceptionHandler, OtherExceptionsAreReportedWhenRaised)
             MatchesRegex("[0-9]+MB An exception of type TXZonBaseException occured because: with stack  "
                          "Stacktrace:0x[0-9a-f]+(, 0x[0-9a-f]+)+")));
     EXPECT_THAT(capture.records(), ContainsLine(1, "*** Exception raised TXZonBaseException: with stack"));
+}
+
+TEST(ExceptionHandler, AWorkerLoopReportsWhatItCatchesBeforeLoggingIt)
+{
+    SymbolizerScope none(nullptr);
+    MaskScope watching(NSLogTopLevelExceptionMask);
+    LogCapture capture;
+    RunLoopWorker worker;
+    worker.thread->runLoop()->performBlock({ NSDefaultRunLoopMode }, [] { raiseFromNamedFunction(); });
+    ASSERT_TRUE(capture.waitForLine("Unhandled TXZonBaseException in worker thread: with stack"));
+    std::vector<std::string> reports;
+    for (const auto& record : capture.records())
+        if (record.message.find("with stack") != std::string::npos
+            && record.message.find("created") == std::string::npos)
+            reports.push_back(record.message.substr(
+                record.message.find("MB ") == std::string::npos ? 0 : record.message.find("MB ")));
+    ASSERT_EQ(reports.size(), 3u);
+    EXPECT_THAT(reports[0],
+        MatchesRegex("MB An exception of type TXZonBaseException occured because: with stack  Stacktrace:0x.*"));
+    EXPECT_EQ(reports[1], "*** Top-level exception TXZonBaseException: with stack");
+    EXPECT_EQ(reports[2], "Unhandled TXZonBaseException in worker thread: with stack");
 }
 
 TEST(ExceptionHandler, ThreadsRaiseAndSymbolizeAtOnce)
