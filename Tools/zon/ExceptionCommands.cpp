@@ -85,13 +85,14 @@ __attribute__((noinline)) void raiseUncaughtSuiteException()
 
 __attribute__((noinline)) void throwUncaughtStandardException() { throw std::runtime_error("zon crash std"); }
 
-__attribute__((noinline)) void writeThroughNull()
+// Faults on purpose: the undefined-behaviour checker must let the fault happen.
+__attribute__((noinline, no_sanitize("undefined"))) void writeThroughNull()
 {
     volatile int* volatile nowhere = nullptr;
     *nowhere = 1;
 }
 
-__attribute__((noinline)) int divideByZero()
+__attribute__((noinline, no_sanitize("undefined"))) int divideByZero()
 {
     volatile int dividend = 1;
     volatile int zero = 0;

@@ -78,8 +78,9 @@ bool offerToDelegate(const Kind& kind, const Exception& exception)
         return true;
     auto mask = Number::numberWithUnsignedInteger(kind.log);
     Object* arguments[] = { handler, const_cast<Exception*>(&exception), mask.get() };
-    auto* answer = dynamicCast<Number>(delegate->performSelectorWithArguments(shouldLog, arguments).get());
-    return answer && answer->boolValue();
+    const Ref<Object> answer = delegate->performSelectorWithArguments(shouldLog, arguments);
+    auto* number = dynamicCast<Number>(answer.get());
+    return number && number->boolValue();
 }
 
 void logOwnReport(const Kind& kind, const Exception& exception)
