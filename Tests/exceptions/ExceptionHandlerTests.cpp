@@ -27,6 +27,15 @@ using testing::HasSubstr;
 using testing::MatchesRegex;
 using testing::Not;
 
+#if defined(__SANITIZE_THREAD__)
+// The fatal-signal report allocates and locks on purpose (an alarm bounds it); ThreadSanitizer
+// would end each crashing child over that before the signal does.
+extern "C" __attribute__((visibility("default"))) const char* __tsan_default_options()
+{
+    return "report_signal_unsafe=0";
+}
+#endif
+
 namespace {
 
 // Answers the lines it is given, one per address, whatever the addresses.
@@ -248,7 +257,8 @@ TEST(StackTrace, CallstackSymbolsAndResidentMemory)
     auto symbols = Thread::getCurrentCallstackSymbols();
     ASSERT_GT(symbols->count(), 2u);
     // The innermost frames: this operation (behind a sanitizer's own frame in those builds).
-    EXPECT_THAT(utf8(dynamicCast<String>(symbols->objectAtIndex(0))) + utf8(dynamicCast<String>(symbols->objectAtIndex(1))),
+    EXPECT_THAT(
+        utf8(dynamicCast<String>(symbols->objectAtIndex(0))) + utf8(dynamicCast<String>(symbols->objectAtIndex(1))),
         HasSubstr("getCurrentCallstackSymbols"));
     EXPECT_GT(ZonResidentMemoryUsageBytes(), 1u << 20);
     EXPECT_EQ(ZonResidentMemoryUsage(), ZonResidentMemoryUsageBytes() >> 20);

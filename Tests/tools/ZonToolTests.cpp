@@ -90,6 +90,10 @@ ToolRun runZon(ToolArguments args, const RunOptions& options = {})
         argv.push_back(arg.data());
     argv.push_back(nullptr);
 
+    // The crash report allocates in a signal handler on purpose; a ThreadSanitizer build would
+    // otherwise end the crashing tool over that before the signal does.
+    const char* inherited = ::getenv("TSAN_OPTIONS");
+    const std::string tsanOptions = std::string(inherited ? inherited : "") + ":report_signal_unsafe=0";
     const pid_t child = ::fork();
     if (child == 0) {
         const int in = ::open("/dev/null", O_RDONLY);
@@ -103,6 +107,7 @@ ToolRun runZon(ToolArguments args, const RunOptions& options = {})
             rlimit limit {*options.fileSizeLimit, *options.fileSizeLimit};
             ::setrlimit(RLIMIT_FSIZE, &limit);
         }
+        ::setenv("TSAN_OPTIONS", tsanOptions.c_str(), 1);
         rlimit noCore {0, 0}; // the crash commands leave no core files behind
         ::setrlimit(RLIMIT_CORE, &noCore);
         ::alarm(30);

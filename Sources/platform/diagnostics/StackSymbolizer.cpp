@@ -13,14 +13,18 @@ namespace zon {
 
 namespace {
 
-// One libbacktrace state for the process, made for threads (it is never freed: the library has
-// no call for that). Lookups take the address just before each return address, the call itself.
+// One libbacktrace state for the process (it is never freed: the library has no call for that).
+// The state is made for threads, yet lookups on several threads at once race inside the library
+// (ThreadSanitizer shows its allocator and its first reading of the debug information writing the
+// same memory), so lookups take turns. Lookups take the address just before each return address,
+// the call itself.
 class BacktraceSymbolizer final : public StackSymbolizer {
 public:
     std::vector<std::string> symbolize(std::span<const uintptr_t> addresses) override
     {
         std::vector<std::string> lines;
         lines.reserve(addresses.size());
+        std::lock_guard lock(lookupMutex_);
         backtrace_state* state = this->state();
         for (uintptr_t address : addresses)
             lines.push_back(lineFor(state, address));
@@ -100,6 +104,7 @@ private:
         return text + (" (in " + module + ")");
     }
 
+    std::mutex lookupMutex_;
     std::once_flag once_;
     backtrace_state* state_ = nullptr;
 };
