@@ -50,6 +50,7 @@
 #include "atomic/TXZonAtomic.h"
 #include "atomic/TXZonAtomicSingleton.h"
 #include "atomic/TXZonBarrier.h"
+#include "exceptions/TXZonBaseException.h"
 #include "extensions/NSData+ZonExtensions.h"
 #include "extensions/NSError+ZonExtensions.h"
 #include "extensions/NSObject+ZonExtensions.h"

@@ -1,6 +1,7 @@
 #include "platform/threads/Thread.h"
 
 #include "logger/ZonLog.h"
+#include "platform/diagnostics/ExceptionHandler.h"
 #include "platform/runtime/AutoreleasePool.h"
 #include "platform/runtime/Class.h"
 #include "platform/threads/RunLoop.h"
@@ -48,6 +49,7 @@ void Thread::detachedRunloopThreadMain()
             if (thread->isCancelled())
                 break;
         } catch (const Exception& exception) {
+            ExceptionHandler::defaultExceptionHandler()->reportTopLevelException(exception);
             zon_log_obj(__FILE__, __LINE__, staticClass()->logCategory(), logger::kLevelError, kDefaultLogIdentifier,
                 "Unhandled %@ in worker thread: %@", exception.name(), exception.reason());
         }

@@ -122,3 +122,8 @@ run "$zon" store demo 2>&1
 # A model object whose properties a table declares: generated accessors, a default for nil, the
 # type check, hooks around a set, a container, and a copy that runs no hooks.
 run "$zon" dynamic demo
+
+# The suite's exceptions: a constructor drops the error code as it always has; a crash under the
+# exception handler logs its report with symbolised frames, then the process dies of its signal.
+run "$zon" exception raise --class TXZonBasePipeClosedException --reason x --type 3 --errno 9
+(ulimit -c 0; run "$zon" crash segv) || echo "(exit status $?: killed by SIGSEGV; no core file in the demo)"

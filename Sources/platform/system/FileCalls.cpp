@@ -210,4 +210,6 @@ SystemResult<FileDescriptor> openForReading(const std::string& path, ReadableKin
         std::string(fileKindName(kind)) + ", not " + wanted};
 }
 
+size_t memoryPageSize() noexcept { return static_cast<size_t>(::sysconf(_SC_PAGESIZE)); }
+
 } // namespace zon

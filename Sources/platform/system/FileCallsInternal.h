@@ -38,6 +38,8 @@ ZON_EXPORT SystemResult<size_t> readSome(int fd, std::span<uint8_t> buffer);
 ZON_EXPORT SystemResult<std::string> readToEnd(int fd, size_t maxBytes);
 // How many descriptors this process may have open (the soft limit).
 ZON_EXPORT SystemResult<size_t> openFileLimit();
+// The size of a memory page, in bytes (the unit of /proc's memory figures).
+ZON_EXPORT size_t memoryPageSize() noexcept;
 // Writes all of bytes to a blocking descriptor.
 ZON_EXPORT SystemResult<> writeAll(int fd, std::span<const uint8_t> bytes);
 // The working folder, as an absolute path.

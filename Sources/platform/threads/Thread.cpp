@@ -1,5 +1,6 @@
 #include "platform/threads/Thread.h"
 
+#include "platform/diagnostics/ExceptionHandler.h"
 #include "platform/runtime/AutoreleasePool.h"
 #include "platform/runtime/Class.h"
 #include "platform/threads/RunLoop.h"
@@ -110,6 +111,7 @@ void Thread::start()
 void Thread::threadMain(Ref<Thread> thread)
 {
     thread->attachToCurrentThread();
+    ExceptionHandler::prepareCurrentThread();
     Body body;
     {
         std::lock_guard lock(thread->mutex_);

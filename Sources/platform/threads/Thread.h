@@ -74,6 +74,10 @@ public:
     // process as any uncaught exception does.
     static void detachedRunloopThreadMain();
 
+    // NSThread(ZonStackExtensions): the calling thread's frames, innermost first, at most 128,
+    // each as the C library's symbol line ("module(function+0x1f) [0x...]").
+    static Ref<Array> getCurrentCallstackSymbols();
+
     ~Thread() override;
 
 private:

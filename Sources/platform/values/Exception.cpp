@@ -1,5 +1,6 @@
 #include "platform/values/Exception.h"
 
+#include "platform/diagnostics/ExceptionHandler.h"
 #include "platform/runtime/Class.h"
 #include "platform/values/Dictionary.h"
 
@@ -55,6 +56,10 @@ const char* Exception::what() const noexcept
 }
 
 Ref<String> Exception::description() const { return reason_ ? reason_ : Ref<String>(ZSTR("(null)")); }
+
+void Exception::willRaise() { ExceptionHandler::exceptionWillRaise(*this); }
+
+void setExceptionUserInfo(Exception& exception, Ref<Dictionary> userInfo) { exception.userInfo_ = std::move(userInfo); }
 
 Ref<Object> Exception::copy() const { return adoptRef(new Exception(*this)); }
 

@@ -28,7 +28,13 @@ public:
     String* reason() const { return reason_.get(); }
     Dictionary* userInfo() const { return userInfo_.get(); }
 
-    [[noreturn]] virtual void raise() const { throw *this; }
+    // Throws a copy; while the exception handler watches, the copy carries the raising stack.
+    [[noreturn]] virtual void raise() const
+    {
+        Exception thrown(*this);
+        thrown.willRaise();
+        throw thrown;
+    }
     const char* what() const noexcept override;
     Ref<String> description() const override;
     Ref<Object> copy() const override;
@@ -36,10 +42,26 @@ public:
     Exception(const Exception& other);
     ~Exception() override;
 
+    // ---- NSException(ZonExceptionHandlerExtensions) ---------------------------------------------
+
+    // Makes the shared TXZonExceptionHandler the delegate of the process's exception handler and
+    // sets the handler's mask (ExceptionHandler.h); the plain form uses 255. Installing again
+    // replaces the mask.
+    static void installZonExceptionHandler();
+    static void installZonExceptionHandlerWithExceptionHandlingMask(unsigned mask);
+    // Logs the exception at level 1 with the resident memory and its stack from the user info,
+    // symbolised by the current StackSymbolizer, or as plain addresses without one.
+    static void printStackTrace(const Exception* exception);
+
 protected:
     Exception(Ref<String> name, Ref<String> reason, Ref<Dictionary> userInfo);
+    // Called on the copy that raise() throws.
+    void willRaise();
 
 private:
+    // The exception handler adds the raising stack to the user info of the copy it throws.
+    friend void setExceptionUserInfo(Exception& exception, Ref<Dictionary> userInfo);
+
     Ref<String> name_;
     Ref<String> reason_;
     Ref<Dictionary> userInfo_;
@@ -48,7 +70,12 @@ private:
 
 #define ZON_EXCEPTION(Self, Base)                                                                  \
 public:                                                                                            \
-    [[noreturn]] void raise() const override { throw *this; }                                      \
+    [[noreturn]] void raise() const override                                                       \
+    {                                                                                              \
+        Self thrown(*this);                                                                        \
+        thrown.willRaise();                                                                        \
+        throw thrown;                                                                              \
+    }                                                                                              \
     Ref<Object> copy() const override { return adoptRef(new Self(*this)); }                        \
     ZON_OBJECT(Self, Base)
 
