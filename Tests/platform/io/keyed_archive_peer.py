@@ -13,6 +13,8 @@ import pathlib
 import plistlib
 import sys
 
+from plistlib_peer import read_our_documents
+
 
 def uid_of(value):
     if isinstance(value, dict) and list(value) == ["CF$UID"] and isinstance(value["CF$UID"], int):
@@ -93,16 +95,8 @@ def python_made():
 
 def main() -> int:
     directory = pathlib.Path(sys.argv[1])
-    failures = 0
-    documents = sorted(directory.glob("*.ours.xml"))
-    for path in documents:
-        stem = path.name[: -len(".ours.xml")]
-        try:
-            archive = plistlib.loads(path.read_bytes())
-        except Exception as error:  # report every document that fails, not just the first
-            print(f"{path.name}: plistlib cannot read it: {error}", file=sys.stderr)
-            failures += 1
-            continue
+    readable, count, failures = read_our_documents(directory)
+    for path, stem, archive in readable:
         problems = check(archive) if isinstance(archive, dict) else ["not a dictionary"]
         for problem in problems:
             print(f"{path.name}: {problem}", file=sys.stderr)
@@ -110,8 +104,8 @@ def main() -> int:
         binary = plistlib.dumps(with_uids(archive), fmt=plistlib.FMT_BINARY, sort_keys=False)
         (directory / f"{stem}.py.bin").write_bytes(binary)
     (directory / "python_made.py.bin").write_bytes(plistlib.dumps(python_made(), fmt=plistlib.FMT_BINARY))
-    print(f"{len(documents) - failures} of {len(documents)} archives have the keyed-archive layout")
-    return 1 if failures or not documents else 0
+    print(f"{count - failures} of {count} archives have the keyed-archive layout")
+    return 1 if failures or not count else 0
 
 
 if __name__ == "__main__":
