@@ -122,6 +122,11 @@ MutableDictionary* TXZonDictionaryStore::recordFor(String* identifier) const
     return identifier && store_ ? store_->objectForKey<MutableDictionary>(identifier) : nullptr;
 }
 
+Lock* TXZonDictionaryStore::lockOf(MutableDictionary* record) const
+{
+    return record && threadSafe_ ? record->objectForKey<Lock>(keyLock()) : nullptr;
+}
+
 void TXZonDictionaryStore::registerAttributeWithIdentifier_defaultValue(String* identifier, Object* defaultValue)
 {
     registerAttributeWithIdentifier_defaultValue_type(identifier, defaultValue, nullptr);
@@ -165,7 +170,7 @@ bool TXZonDictionaryStore::hasAttritbuteForIdentifier(String* identifier)
     MutableDictionary* record = recordFor(identifier);
     if (!record)
         return false;
-    OptionalLock lock(threadSafe_ ? record->objectForKey<Lock>(keyLock()) : nullptr);
+    OptionalLock lock(lockOf(record));
     return true;
 }
 
@@ -174,7 +179,7 @@ Ref<Object> TXZonDictionaryStore::attributeForIdentifier(String* identifier)
     MutableDictionary* record = recordFor(identifier);
     if (!record)
         return nullptr;
-    OptionalLock lock(threadSafe_ ? record->objectForKey<Lock>(keyLock()) : nullptr);
+    OptionalLock lock(lockOf(record));
     return Ref<Object>(record->objectForKey(keyValue()));
 }
 
@@ -222,7 +227,7 @@ void TXZonDictionaryStore::setAttribute_forIdentifer_withOptionalLogic_typeSafet
     auto* boxedType = record ? record->objectForKey<Value>(keyValueType()) : nullptr;
     auto* boxedPreSetter = record ? record->objectForKey<Value>(keyPrelogicSetter()) : nullptr;
     auto* boxedPostSetter = record ? record->objectForKey<Value>(keyPostlogicSetter()) : nullptr;
-    Lock* lock = record && threadSafe_ ? record->objectForKey<Lock>(keyLock()) : nullptr;
+    Lock* lock = lockOf(record);
 
     // A wrong class only warns: the value is stored all the same.
     Class* type = boxedType ? boxedType->classValue() : nullptr;
@@ -363,7 +368,7 @@ Ref<Object> TXZonDictionaryStore::valueForKey(String* key)
         return nullptr;
     // The mirror shares the record with the value other threads write, so with thread safety on
     // it is read and written under the attribute's lock too.
-    OptionalLock lock(threadSafe_ ? record->objectForKey<Lock>(keyLock()) : nullptr);
+    OptionalLock lock(lockOf(record));
     return Ref<Object>(record->objectForKey(keyBindingValue()));
 }
 
@@ -378,7 +383,7 @@ void TXZonDictionaryStore::setBindingValue_forKey(Object* value, String* key)
     assertMainThread("setBindingValue:forKey:");
     willChangeValueForKey(key);
     if (MutableDictionary* record = recordFor(key)) {
-        OptionalLock lock(threadSafe_ ? record->objectForKey<Lock>(keyLock()) : nullptr);
+        OptionalLock lock(lockOf(record));
         if (value && value != Null::null())
             record->setObject_forKey(value, keyBindingValue());
         else

@@ -6,6 +6,7 @@
 namespace zon {
 
 class Dictionary;
+class Lock;
 class MutableDictionary;
 class String;
 class TXZonObserverCenter;
@@ -99,6 +100,8 @@ private:
     explicit TXZonDictionaryStore(Object* delegate);
 
     MutableDictionary* recordFor(String* identifier) const;
+    // The record's lock when the store is thread-safe, else null (nothing to take).
+    Lock* lockOf(MutableDictionary* record) const;
     void callHook(SEL hook, Object* oldValue, Object* newValue);
     void assertMainThread(const char* operation) const;
 
