@@ -41,13 +41,16 @@ std::string_view withoutCodesetAndModifier(std::string_view name)
     return name.substr(0, name.find_first_of(".@"));
 }
 
+// A part ICU read; a locale it could not read (bogus) may answer no text at all.
+std::string_view partOf(const char* part) { return part ? part : ""; }
+
 std::string languageTag(const icu::Locale& locale)
 {
-    std::string tag = locale.getLanguage();
+    std::string tag(partOf(locale.getLanguage()));
     if (tag.empty())
         return tag;
-    for (const char* part : {locale.getScript(), locale.getCountry()}) {
-        if (*part)
+    for (std::string_view part : {partOf(locale.getScript()), partOf(locale.getCountry())}) {
+        if (!part.empty())
             tag.append("-").append(part);
     }
     return tag;
@@ -173,8 +176,8 @@ Ref<Locale> Locale::localeWithLocaleIdentifier(const String* identifier)
     if (!identifier)
         return nullptr;
     const icu::Locale parsed(icuInput(identifier->view()).c_str());
-    return makeObject<Locale>(Ref<String>(String::stringWithString(identifier)), std::string(parsed.getName()),
-        std::string(parsed.getLanguage()), std::string(parsed.getCountry()));
+    return makeObject<Locale>(Ref<String>(String::stringWithString(identifier)), std::string(partOf(parsed.getName())),
+        std::string(partOf(parsed.getLanguage())), std::string(partOf(parsed.getCountry())));
 }
 
 Ref<Locale> Locale::currentLocale() { return currentLocaleState().locale; }
@@ -187,11 +190,11 @@ Ref<Dictionary> Locale::componentsFromLocaleIdentifier(const String* identifier)
     if (!identifier)
         return components;
     const icu::Locale parsed(icuInput(identifier->view()).c_str());
-    const std::pair<String*, const char*> parts[] = {{NSLocaleLanguageCode, parsed.getLanguage()},
-        {NSLocaleCountryCode, parsed.getCountry()}, {NSLocaleScriptCode, parsed.getScript()},
-        {NSLocaleVariantCode, parsed.getVariant()}};
+    const std::pair<String*, std::string_view> parts[] = {{NSLocaleLanguageCode, partOf(parsed.getLanguage())},
+        {NSLocaleCountryCode, partOf(parsed.getCountry())}, {NSLocaleScriptCode, partOf(parsed.getScript())},
+        {NSLocaleVariantCode, partOf(parsed.getVariant())}};
     for (auto [key, value] : parts) {
-        if (Ref<String> text = *value ? String::stringWithUTF8String(value) : nullptr)
+        if (Ref<String> text = value.empty() ? nullptr : String::stringWithUTF8String(value))
             components->setObject_forKey(text.get(), key);
     }
     return components;
