@@ -1,5 +1,6 @@
 #include "platform/io/Bundle.h"
 
+#include "platform/io/BundleInternal.h"
 #include "platform/io/BundleLocalizationsInternal.h"
 #include "platform/io/PropertyListSerialization.h"
 #include "platform/system/FileCallsInternal.h"
@@ -132,21 +133,6 @@ std::vector<std::string> localizationFolderNames(const String* localization)
     return names;
 }
 
-// Where the main bundle is for the program at executable.
-std::string mainBundleFolder(const std::string& executable)
-{
-    const std::string folder = parentFolder(executable);
-    if (exists(joined(folder, "Info.plist")))
-        return folder;
-    const std::string parent = parentFolder(folder);
-    if (exists(joined(parent, "Info.plist")))
-        return lastComponent(parent) == "Contents" ? parentFolder(parent) : parent;
-    const std::string shared = joined(joined(parent, "share"), lastComponent(executable));
-    if (exists(joined(shared, "Info.plist")))
-        return shared;
-    return folder;
-}
-
 // Where the library's own bundle is: the source tree's resources for a library in its build
 // folder, else the installed data folder relative to the library's own folder.
 std::string zonCommonBundleFolder()
@@ -206,6 +192,20 @@ BundleSlot& zonCommonSlot()
 }
 
 } // namespace
+
+std::string mainBundleFolder(const std::string& executable)
+{
+    const std::string folder = parentFolder(executable);
+    if (exists(joined(folder, "Info.plist")))
+        return folder;
+    const std::string parent = parentFolder(folder);
+    if (exists(joined(parent, "Info.plist")))
+        return lastComponent(parent) == "Contents" ? parentFolder(parent) : parent;
+    const std::string shared = joined(joined(parent, "share"), lastComponent(executable));
+    if (exists(joined(shared, "Info.plist")))
+        return shared;
+    return folder;
+}
 
 // What a bundle learns as it is used: its chosen localisations and its string tables.
 struct Bundle::State {
