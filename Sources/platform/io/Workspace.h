@@ -1,0 +1,25 @@
+#pragma once
+
+#include "platform/runtime/Object.h"
+
+namespace zon {
+
+class URL;
+
+// The desktop's way of opening things: a URL opens in the user's chosen application through
+// xdg-open. Safe to use from any thread; run-time class NSWorkspace.
+class ZON_EXPORT Workspace final : public Object {
+    ZON_OBJECT(Workspace, Object)
+public:
+    static Workspace* sharedWorkspace();
+
+    // Starts xdg-open with the URL's text as its one argument: directly, with no shell, so the
+    // text is never interpreted. Answers whether it started; it is not waited for (it may wait
+    // for the application it opens), and is reaped when it ends. False for nil.
+    bool openURL(const URL* url) const;
+
+private:
+    Workspace() = default;
+};
+
+} // namespace zon
