@@ -1,9 +1,11 @@
-// NSString(InitalizationZonExtensions): UUID text, trimming repeated prefixes and suffixes,
-// zero padding and record splitting.
+// NSString(InitalizationZonExtensions): UUID text, help pages in the browser, trimming repeated
+// prefixes and suffixes, zero padding and record splitting.
 
 #include "extensions/NSStringChompFastEnumerator.h"
+#include "platform/io/Workspace.h"
 #include "platform/system/RandomCallsInternal.h"
 #include "platform/values/StringInternal.h"
+#include "platform/values/URL.h"
 
 #include <array>
 #include <chrono>
@@ -43,6 +45,13 @@ Ref<String> String::stringGUID()
             *out++ = kHex[bytes[i] & 15];
         }
     });
+}
+
+void String::showHelpPageInBrowser_withExtension_inDirectory(
+    const String* page, const String* extension, const String* directory)
+{
+    Ref<URL> help = URL::helpURLFromPage_withExtension_inDirectory(page, extension, directory);
+    (void)Workspace::sharedWorkspace()->openURL(help.get());
 }
 
 Ref<String> String::stringByTrimmingPrefix(const String* prefix) const

@@ -1,6 +1,10 @@
 // NSURL(ZonExtensions): query arguments, scheme switches, path components and the
 // classification of URLs.
 
+#include "logger/ZonLog.h"
+#include "platform/io/Bundle.h"
+#include "platform/runtime/Class.h"
+#include "platform/values/Array.h"
 #include "platform/values/Dictionary.h"
 #include "platform/values/String.h"
 #include "platform/values/URL.h"
@@ -30,7 +34,43 @@ void appendObjectText(std::string& out, const String* text)
         out.append("(null)");
 }
 
+// The lines the help-page look-up reports from, as its log readers know them.
+constexpr int kLineHelpFileMissing = 34;
+constexpr int kLineHelpFileInEnglish = 37;
+
+// The main bundle's help book folder as a bundle of its own; nil when there is none.
+Ref<Bundle> helpBundle()
+{
+    Bundle* main = Bundle::mainBundle();
+    Ref<Object> folderName = main->objectForInfoDictionaryKey(ZSTR("CFBundleHelpBookFolder"));
+    const String* folder = dynamicCast<String>(folderName.get());
+    Ref<String> path = folder ? main->pathForResource_ofType(folder, nullptr) : nullptr;
+    return path ? Bundle::bundleWithPath(path.get()) : nullptr;
+}
+
 } // namespace
+
+Ref<URL> URL::helpURLFromPage_withExtension_inDirectory(
+    const String* page, const String* extension, const String* directory)
+{
+    Ref<Bundle> help = helpBundle();
+    Ref<Array> preferred = Bundle::preferredLocalizationsFromArray(Bundle::mainBundle()->localizations().get());
+    if (help && preferred->count()) {
+        const String* localization = static_cast<const String*>(preferred->objectAtIndex(0));
+        if (Ref<String> path = help->pathForResource_ofType_inDirectory_forLocalization(page, extension, directory, localization))
+            return fileURLWithPath(path.get());
+    }
+    Ref<String> english = help ? help->pathForResource_ofType_inDirectory_forLocalization(page, extension, directory, ZSTR("English"))
+                               : nullptr;
+    if (!english) {
+        zon_log_obj(__FILE__, kLineHelpFileMissing, staticClass(), logger::kLevelWarning, kDefaultLogIdentifier,
+            "Unable to locate %@ help file.", page);
+        return nullptr;
+    }
+    zon_log_obj(__FILE__, kLineHelpFileInEnglish, staticClass(), logger::kLevelWarning, kDefaultLogIdentifier,
+        "Help file for user's current locale not supported/found, reverting to English help. %@", english);
+    return fileURLWithPath(english.get());
+}
 
 Ref<URL> URL::urlByAppendingHttpArgumentsDictionary(const Dictionary* arguments) const
 {

@@ -219,6 +219,10 @@ public:
     // ---- NSString(InitalizationZonExtensions) ---------------------------------------------------
     // A new random (version 4) UUID: 36 characters, upper-case hexadecimal, 8-4-4-4-12.
     static Ref<String> stringGUID();
+    // Opens the help page that URL::helpURLFromPage_withExtension_inDirectory finds in the user's
+    // browser (Workspace::openURL); nothing happens when there is none.
+    static void showHelpPageInBrowser_withExtension_inDirectory(
+        const String* page, const String* extension, const String* directory);
     // Drops the prefix from the front again and again while the text starts with it ("ababx"
     // less "ab" is "x"); an empty or nil prefix removes nothing.
     Ref<String> stringByTrimmingPrefix(const String* prefix) const;

@@ -85,6 +85,12 @@ public:
     bool isGetURL() const;
     // The last path component of the absolute text.
     Ref<String> lastPathComponent() const;
+    // A file URL of a help page. The main bundle's "CFBundleHelpBookFolder" names a resource
+    // folder, opened as a bundle; the page (name, extension, directory) is looked up there for
+    // the first preferred of the main bundle's localisations, else for "English" with a warning;
+    // nil with a warning when neither has it.
+    static Ref<URL> helpURLFromPage_withExtension_inDirectory(
+        const String* page, const String* extension, const String* directory);
 
 private:
     // Where one part lies in text_; absent when length is npos.
