@@ -3,6 +3,7 @@
 #include "platform/io/BundleInternal.h"
 #include "platform/io/BundleLocalizationsInternal.h"
 #include "platform/io/PropertyListSerialization.h"
+#include "platform/system/EventCallsInternal.h"
 #include "platform/system/FileCallsInternal.h"
 #include "platform/system/ProcessCallsInternal.h"
 #include "platform/runtime/Class.h"
@@ -24,8 +25,6 @@ namespace zon {
 ZON_DEFINE_CLASS(Bundle, "NSBundle")
 
 namespace {
-
-using Clock = std::chrono::steady_clock;
 
 // Information files and string tables are small; anything larger is not one.
 constexpr size_t kMaxPropertyListFileBytes = 16 * 1024 * 1024;
@@ -214,12 +213,13 @@ struct Bundle::State {
         Ref<String> localization;
         std::string path; // "" when no file was found
         timespec modified {};
-        Clock::time_point checked;
+        std::chrono::nanoseconds checked {}; // on the coarse monotonic clock
         Ref<Dictionary> strings;
     };
 
     std::mutex mutex;
     Ref<Array> localizations;
+    Ref<String> development;
     Ref<Array> preferred;
     uint64_t preferredGeneration = 0;
     std::vector<Table> tables;
@@ -260,6 +260,7 @@ Ref<Bundle> Bundle::bundleAtFolder(const std::string& folder)
     }
     Ref<Bundle> bundle = makeObject<Bundle>(std::move(path), std::move(resources), std::move(info));
     bundle->state_->localizations = Array::arrayWithVector(std::move(localizations));
+    bundle->state_->development = dynamicCast<String>(bundle->objectForInfoDictionaryKey(ZSTR("CFBundleDevelopmentRegion")));
     return bundle;
 }
 
@@ -317,17 +318,19 @@ Ref<Object> Bundle::objectForInfoDictionaryKey(const String* key) const
 
 Ref<Array> Bundle::localizations() const { return state_->localizations; }
 
-Ref<String> Bundle::developmentLocalization() const
-{
-    return dynamicCast<String>(objectForInfoDictionaryKey(ZSTR("CFBundleDevelopmentRegion")));
-}
+Ref<String> Bundle::developmentLocalization() const { return state_->development; }
 
 Ref<Array> Bundle::preferredLocalizations() const
 {
     const uint64_t generation = localePreferenceGeneration();
     std::lock_guard lock(state_->mutex);
+    return preferredLocalizationsLocked(generation);
+}
+
+const Ref<Array>& Bundle::preferredLocalizationsLocked(uint64_t generation) const
+{
     if (!state_->preferred || state_->preferredGeneration != generation) {
-        state_->preferred = chooseLocalizations(state_->localizations.get(), developmentLocalization().get());
+        state_->preferred = chooseLocalizations(state_->localizations.get(), state_->development.get());
         state_->preferredGeneration = generation;
     }
     return state_->preferred;
@@ -388,27 +391,27 @@ Ref<String> Bundle::pathForResource_ofType(const String* name, const String* ext
 
 Ref<Dictionary> Bundle::stringTable(const String* table) const
 {
-    Ref<Array> preferred = preferredLocalizations();
-    Ref<String> development = developmentLocalization();
-    String* localization = preferred->count() ? static_cast<String*>(preferred->objectAtIndex(0)) : development.get();
-    const auto now = Clock::now();
-
+    const uint64_t generation = localePreferenceGeneration();
+    const auto now = coarseMonotonicTime();
     std::lock_guard lock(state_->mutex);
+    const Ref<Array>& preferred = preferredLocalizationsLocked(generation);
+    String* development = state_->development.get();
+    String* localization = preferred->count() ? static_cast<String*>(preferred->objectAtIndex(0)) : development;
+
     auto entry = std::ranges::find_if(state_->tables, [&](const State::Table& candidate) {
-        return candidate.name->isEqualToString(table)
-            && (candidate.localization == localization
-                || (candidate.localization && localization && candidate.localization->isEqualToString(localization)));
+        return candidate.localization.get() == localization
+            && (candidate.name.get() == table || candidate.name->isEqualToString(table));
     });
-    if (entry != state_->tables.end() && now - entry->checked < kTableRecheckInterval)
+    if (entry != state_->tables.end() && entry->checked.count() && now - entry->checked < kTableRecheckInterval)
         return entry->strings;
     if (entry == state_->tables.end()) {
-        state_->tables.push_back({String::stringWithString(table), String::stringWithString(localization), {}, {}, {}, {}});
+        state_->tables.push_back({staticRefCast<String>(table->copy()), localization, {}, {}, {}, {}});
         entry = state_->tables.end() - 1;
     }
     entry->checked = now;
 
     Ref<String> path;
-    for (const String* candidate : {localization, development.get()}) {
+    for (const String* candidate : {localization, development}) {
         if (candidate && !path)
             path = pathForResource_ofType_inDirectory_forLocalization(table, ZSTR("strings"), nullptr, candidate);
     }

@@ -2,6 +2,7 @@
 
 #include "platform/runtime/Object.h"
 
+#include <cstdint>
 #include <memory>
 #include <string>
 
@@ -83,6 +84,7 @@ private:
     Bundle(Ref<String> path, std::string resourceFolder, Ref<Dictionary> info);
     static Ref<Bundle> bundleAtFolder(const std::string& folder);
     Ref<Dictionary> stringTable(const String* table) const;
+    const Ref<Array>& preferredLocalizationsLocked(uint64_t generation) const;
     Ref<String> localizedPath(const std::string& relative, const String* localization) const;
 
     Ref<String> path_;

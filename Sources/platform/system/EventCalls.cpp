@@ -5,9 +5,17 @@
 #include <csignal>
 #include <sys/eventfd.h>
 #include <sys/signalfd.h>
+#include <time.h>
 #include <unistd.h>
 
 namespace zon {
+
+std::chrono::nanoseconds coarseMonotonicTime() noexcept
+{
+    timespec now {};
+    ::clock_gettime(CLOCK_MONOTONIC_COARSE, &now);
+    return std::chrono::seconds(now.tv_sec) + std::chrono::nanoseconds(now.tv_nsec);
+}
 
 SystemResult<FileDescriptor> createEpoll()
 {

@@ -1,6 +1,6 @@
 #pragma once
 
-// The waiting machinery of run loops: epoll sets and event counters (eventfd).
+// The waiting machinery of run loops: epoll sets and event counters (eventfd); and a cheap clock.
 
 #include "platform/system/FileDescriptor.h"
 #include "platform/system/SystemResult.h"
@@ -31,5 +31,9 @@ ZON_EXPORT SystemResult<FileDescriptor> createEventCounter();
 ZON_EXPORT void signalEventCounter(int counter);
 // Takes the counter back to zero.
 ZON_EXPORT void drainEventCounter(int counter);
+
+// The monotonic clock at the resolution of the kernel's tick (a few milliseconds), read in a few
+// nanoseconds: for caches that look at something again after a while.
+ZON_EXPORT std::chrono::nanoseconds coarseMonotonicTime() noexcept;
 
 } // namespace zon

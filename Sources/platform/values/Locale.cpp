@@ -92,11 +92,18 @@ std::vector<std::string> environmentLanguages()
     return tags;
 }
 
+} // namespace
+
 // What currentLocale and preferredLanguages answer, made together and kept until the hook changes.
+// The locale is kept for good (see CurrentLocaleCache), so it is made immortal: handing it out then
+// costs no atomic count changes.
 struct CurrentLocaleState {
+    explicit CurrentLocaleState(Ref<Locale> current) : locale(std::move(current)) { locale->makeImmortal(); }
     Ref<Locale> locale;
     Ref<Array> languages;
 };
+
+namespace {
 
 Ref<Array> arrayOfTags(const std::vector<std::string>& tags)
 {
@@ -113,12 +120,11 @@ Ref<Array> arrayOfTags(const std::vector<std::string>& tags)
 
 std::unique_ptr<CurrentLocaleState> makeCurrentLocaleState(const String* hookIdentifier)
 {
-    auto state = std::make_unique<CurrentLocaleState>();
     Ref<String> identifier = hookIdentifier ? Ref<String>(const_cast<String*>(hookIdentifier))
                                             : String::stringWithUTF8String(environmentLocaleName());
     if (!identifier) // an environment value that is not UTF-8
         identifier = ZSTR("en_US_POSIX");
-    state->locale = Locale::localeWithLocaleIdentifier(identifier.get());
+    auto state = std::make_unique<CurrentLocaleState>(Locale::localeWithLocaleIdentifier(identifier.get()));
     std::vector<std::string> tags = hookIdentifier ? std::vector<std::string>() : environmentLanguages();
     std::string own = languageTagOfIdentifier(identifier->view());
     if (!own.empty())
@@ -176,7 +182,7 @@ Ref<Locale> Locale::localeWithLocaleIdentifier(const String* identifier)
     if (!identifier)
         return nullptr;
     const icu::Locale parsed(icuInput(identifier->view()).c_str());
-    return makeObject<Locale>(Ref<String>(String::stringWithString(identifier)), std::string(partOf(parsed.getName())),
+    return makeObject<Locale>(staticRefCast<String>(identifier->copy()), std::string(partOf(parsed.getName())),
         std::string(partOf(parsed.getLanguage())), std::string(partOf(parsed.getCountry())));
 }
 

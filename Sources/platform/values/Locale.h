@@ -62,6 +62,7 @@ public:
     Ref<Object> copy() const override;
 
 private:
+    friend struct CurrentLocaleState;
     Locale(Ref<String> identifier, std::string icuName, std::string language, std::string country)
         : identifier_(std::move(identifier)), icuName_(std::move(icuName)), language_(std::move(language)),
           country_(std::move(country))
