@@ -35,6 +35,10 @@ check() {
   grep -q '^consumer ok: héllo' <<<"$output" || { echo "FAIL: $program printed no greeting"; exit 1; }
   grep -q '<E> consumer/default .*consumer logged héllo 😀 (8 units)' <<<"$output" \
     || { echo "FAIL: $program logged no line"; exit 1; }
+  grep -qx 'consumer bundle: org.zoncommon.ZonCommon KB' <<<"$output" \
+    || { echo "FAIL: $program found no library bundle"; exit 1; }
+  grep -qx "consumer bundle path: $prefix/share/ZonCommon" <<<"$output" \
+    || { echo "FAIL: $program found the library bundle elsewhere than under $prefix/share"; exit 1; }
 }
 
 echo "== find_package(ZonCommon) with CMAKE_PREFIX_PATH=$prefix"

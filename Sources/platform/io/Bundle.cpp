@@ -17,6 +17,7 @@
 #include <algorithm>
 #include <atomic>
 #include <chrono>
+#include <filesystem>
 #include <mutex>
 #include <vector>
 
@@ -142,7 +143,7 @@ std::string zonCommonBundleFolder()
     const std::string folder = parentFolder(library.value());
     if (folder == ZON_BUILD_LIBRARY_FOLDER)
         return ZON_SOURCE_RESOURCES_FOLDER;
-    return joined(folder, ZON_LIBRARY_TO_BUNDLE_PATH);
+    return (std::filesystem::path(folder) / ZON_LIBRARY_TO_BUNDLE_PATH).lexically_normal().string();
 }
 
 // One of the process's well-known bundles. Readers take it without a lock; one that a test hook
