@@ -3,6 +3,7 @@
 // offered localisations. Checks that the identifier is kept exactly, that ICU's name holds no NUL
 // and that every component is non-empty text.
 
+#include "FuzzCheck.h"
 #include "platform/io/Bundle.h"
 #include "platform/values/Array.h"
 #include "platform/values/Dictionary.h"
@@ -10,20 +11,10 @@
 #include "platform/values/String.h"
 
 #include <cstdint>
-#include <cstdlib>
 #include <string_view>
 
 using namespace zon;
-
-namespace {
-
-void check(bool condition)
-{
-    if (!condition)
-        std::abort();
-}
-
-} // namespace
+using fuzz::check;
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size)
 {

@@ -2,23 +2,18 @@
 // the joiner's promises: ASCII receivers never raise, the receiver (less at most its last "/")
 // starts the result, and the component (less at most its first unit) ends it.
 
+#include "FuzzCheck.h"
 #include "platform/values/Exception.h"
 #include "platform/values/String.h"
 #include "platform/values/UTF.h"
 
 #include <cstdint>
-#include <cstdlib>
 #include <string>
 
 using namespace zon;
+using fuzz::check;
 
 namespace {
-
-void check(bool condition)
-{
-    if (!condition)
-        std::abort();
-}
 
 Ref<String> textOf(std::string_view bytes)
 {

@@ -2,24 +2,19 @@
 // given, its parts lie in the text in their places, and escaping any text then parsing it
 // as a path gives that text back. Also runs every URL convenience on what parsed.
 
+#include "FuzzCheck.h"
 #include "platform/values/Dictionary.h"
 #include "platform/values/Number.h"
 #include "platform/values/String.h"
 #include "platform/values/URL.h"
 
 #include <cstdint>
-#include <cstdlib>
 #include <string>
 
 using namespace zon;
+using fuzz::check;
 
 namespace {
-
-void check(bool condition)
-{
-    if (!condition)
-        std::abort();
-}
 
 std::string textOf(const String* text) { return text ? text->UTF8String() : std::string(); }
 

@@ -2,17 +2,18 @@
 // against a plain reference: the same verdict on validity, the same units, and an exact round
 // trip for valid input.
 
+#include "FuzzCheck.h"
 #include "platform/values/MutableString.h"
 #include "platform/values/String.h"
 #include "platform/values/UTF.h"
 
 #include <cstdint>
-#include <cstdlib>
 #include <optional>
 #include <string>
 #include <string_view>
 
 using namespace zon;
+using fuzz::check;
 
 namespace {
 
@@ -53,12 +54,6 @@ std::optional<std::u16string> referenceDecode(std::string_view bytes)
         i += length;
     }
     return out;
-}
-
-void check(bool condition)
-{
-    if (!condition)
-        std::abort();
 }
 
 } // namespace
