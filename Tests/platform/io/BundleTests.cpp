@@ -14,6 +14,8 @@
 
 #include <fcntl.h>
 #include <sys/stat.h>
+
+#include <atomic>
 #include <thread>
 
 using namespace zon;
@@ -275,4 +277,27 @@ TEST_F(BundleTest, AChangedTableIsReadAgain)
     ASSERT_EQ(::utimensat(AT_FDCWD, table.c_str(), later, 0), 0);
     std::this_thread::sleep_for(std::chrono::milliseconds(1100)); // a table is looked at once a second
     EXPECT_EQ(utf8(bundle->localizedStringForKey_value_table(str("Hello"), nullptr, nullptr)), "Howdy");
+}
+
+TEST_F(BundleTest, TablesAndTheCurrentLocaleServeManyThreadsWhileTheLocaleChanges)
+{
+    Bundle::setZonCommonBundlePathForTesting(str(scratch.path));
+    Locale::setCurrentLocaleIdentifierForTesting(str("en_US"));
+    std::atomic<bool> wrong {false};
+    std::vector<std::thread> readers;
+    for (int reader = 0; reader < 4; ++reader) {
+        readers.emplace_back([&] {
+            for (int round = 0; round < 2000; ++round) {
+                const std::string text = utf8(ZonLocalizedString(str("KB")));
+                const std::string current = utf8(Locale::currentLocale()->localeIdentifier());
+                wrong = wrong || (text != "KB" && text != "KB-de") || (current != "de_DE" && current != "en_US");
+                wrong = wrong || bundle->preferredLocalizations()->count() != 1;
+            }
+        });
+    }
+    for (int change = 0; change < 200; ++change)
+        Locale::setCurrentLocaleIdentifierForTesting(str(change % 2 ? "de_DE" : "en_US"));
+    for (std::thread& reader : readers)
+        reader.join();
+    EXPECT_FALSE(wrong);
 }
