@@ -59,6 +59,7 @@
 #include "extensions/NSData+ZonExtensions.h"
 #include "extensions/NSError+ZonExtensions.h"
 #include "extensions/NSObject+ZonExtensions.h"
+#include "formatters/TXZonByteSizeFormatter.h"
 #include "genericObjects/TXZonDictionaryStore.h"
 #include "genericObjects/TXZonObserver.h"
 #include "genericObjects/TXZonObserverCenter.h"
