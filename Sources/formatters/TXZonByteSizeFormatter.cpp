@@ -73,7 +73,7 @@ struct ByteSizeTexts {
 
 const ByteSizeTexts& byteSizeTexts()
 {
-    thread_local ByteSizeTexts texts;
+    __attribute__((tls_model("initial-exec"))) thread_local ByteSizeTexts texts;
     const Bundle* bundle = Bundle::zonCommonBundle();
     const uint64_t localeGeneration = localePreferenceGeneration();
     if (texts.layout && texts.bundle == bundle && texts.localeGeneration == localeGeneration)
@@ -141,7 +141,12 @@ Ref<String> TXZonByteSizeFormatter::stringForObjectValue(const Object* value) co
             "Expected parameter to be NSNumber but it's %@", value ? value->objectClass() : nullptr);
         return value ? value->description() : nullptr;
     }
-    const ByteSize size = measure(number->longLongValue());
+    return stringForByteCount(number->longLongValue());
+}
+
+Ref<String> TXZonByteSizeFormatter::stringForByteCount(long long bytes) const
+{
+    const ByteSize size = measure(bytes);
     icu::UnicodeString text;
     if (!appendFormattedDouble(*this, size.value, text))
         return nullptr;
@@ -155,7 +160,9 @@ bool TXZonByteSizeFormatter::getObjectValue_forString_errorDescription(Ref<Objec
 
 Ref<String> TXZonByteSizeString(long long bytes)
 {
-    return TXZonByteSizeFormatter::init()->stringForObjectValue(Number::numberWithLongLong(bytes));
+    // A new formatter each time, so the text follows the current locale; the count goes to it
+    // without a number object around it, which would change nothing but the time taken.
+    return TXZonByteSizeFormatter::init()->stringForByteCount(bytes);
 }
 
 Ref<String> TXZonByteSizeDecimalString(long long bytes)

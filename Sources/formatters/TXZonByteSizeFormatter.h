@@ -30,6 +30,8 @@ public:
 
 private:
     TXZonByteSizeFormatter();
+    Ref<String> stringForByteCount(long long bytes) const;
+    friend Ref<String> TXZonByteSizeString(long long bytes);
 };
 
 // The text of a new byte-size formatter for bytes: one fraction digit at most, grouped as the
