@@ -439,6 +439,15 @@ TEST(ZonTool, URLAndChompCommandsPrintTheLibrarysAnswers)
     EXPECT_THAT(runZon({"string", "chomp", folder.file("latin1")}).err, HasSubstr("is not valid UTF-8"));
 }
 
+TEST(ZonTool, SizePrintsBothFormsInTheChosenLocale)
+{
+    EXPECT_EQ(runZon({"size", "1048575", "--locale", "en_US"}).out, "1,024 KB\n");
+    EXPECT_EQ(runZon({"size", "1048575", "--locale", "de_DE"}).out, "1.024 KB\n");
+    EXPECT_EQ(runZon({"size", "1048575", "--whole", "--locale", "de_DE"}).out, "1023 KB\n");
+    EXPECT_EQ(runZon({"size", "--", "-2048"}).out, "-2 KB\n");
+    EXPECT_THAT(runZon({"size", "99999999999999999999"}).err, HasSubstr("must be a whole number"));
+}
+
 TEST(ZonTool, CrashReportsWithSymbolisedFramesThenDiesOfTheSignal)
 {
     ToolRun segv = runZon({"crash", "segv"});

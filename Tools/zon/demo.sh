@@ -27,6 +27,14 @@ run "$zon" string info '/Users//shared/Music/Library.xml/'
 run "$zon" url append 'http://example.com/search?old=1#top' 'q=a b+c' 'page=2'
 run "$zon" url join 'http://example.com/list?page=2' '?sort=name'
 
+# Byte sizes on base 1024 with the units' names from the library's string table: one fraction
+# digit grouped as the locale groups, or a whole number truncated, with no grouping.
+run "$zon" size 1536 --locale en_US
+run "$zon" size 1536 --locale de_DE
+run "$zon" size 1048575 --locale en_US
+run "$zon" size 1048575 --locale de_DE
+run "$zon" size 1048575 --whole
+
 # Suite errors: code 0 is a real failure; a system code travels in the user info.
 run "$zon" error show 4 --description 'Failed to get servicePort'
 run "$zon" error show 6 --system-code -36
