@@ -8,6 +8,8 @@
 
 #include <string>
 #include <string_view>
+#include <utility>
+#include <vector>
 
 namespace zon {
 
@@ -91,6 +93,14 @@ std::vector<Ref<String>> infoPieces(const Dictionary* info, const String* key)
 {
     const String* value = dynamicCast<String>(info->objectForKey(key));
     return value ? value->componentsSeparatedByString(ZSTR(".")) : std::vector<Ref<String>>();
+}
+
+// The four numeric values in a "%d" form; "%d" prints the low 32 bits of each, as the original's
+// 64-bit processor does.
+Ref<String> numericForm(const TXZonVersion& version, std::string_view format)
+{
+    return String::stringWithFormat(format, int(version.numericMajorVersion()), int(version.numericMinorVersion()),
+        int(version.numericBugFixVersion()), int(version.numericBuild()));
 }
 
 CharacterSet* nonDigits()
@@ -277,22 +287,20 @@ Ref<Object> TXZonVersion::copy() const
 
 Ref<Object> TXZonVersion::valueForKey(String* key)
 {
-    if (key) {
-        if (key->isEqualToString(ZSTR("stringValue")))
-            return stringValue();
-        if (key->isEqualToString(ZSTR("versionDescription")))
-            return versionDescription();
-        if (key->isEqualToString(ZSTR("versionAndBuildDescription")))
-            return versionAndBuildDescription();
-        if (key->isEqualToString(ZSTR("zonVersionAndBuildDescription")))
-            return zonVersionAndBuildDescription();
-        if (key->isEqualToString(ZSTR("description")))
-            return description();
-        if (key->isEqualToString(ZSTR("userDescription")))
-            return userDescription();
-        if (key->isEqualToString(ZSTR("localizedUserDescription")))
-            return localizedUserDescription();
-    }
+    using Form = Ref<String> (TXZonVersion::*)() const;
+    static constexpr std::pair<std::u16string_view, Form> keyedForms[] {
+        {u"stringValue", &TXZonVersion::stringValue},
+        {u"versionDescription", &TXZonVersion::versionDescription},
+        {u"versionAndBuildDescription", &TXZonVersion::versionAndBuildDescription},
+        {u"zonVersionAndBuildDescription", &TXZonVersion::zonVersionAndBuildDescription},
+        {u"description", &TXZonVersion::description},
+        {u"userDescription", &TXZonVersion::userDescription},
+        {u"localizedUserDescription", &TXZonVersion::localizedUserDescription},
+    };
+    if (key)
+        for (const auto& [name, form] : keyedForms)
+            if (key->view() == name)
+                return (this->*form)();
     return Object::valueForKey(key);
 }
 
@@ -301,7 +309,6 @@ Ref<String> TXZonVersion::versionDescription() const
     return String::stringWithFormat("%@.%@.%@", major_.get(), minor_.get(), bugFix_.get());
 }
 
-// "%d" prints the low 32 bits of the numeric value, as the original's 64-bit processor does.
 Ref<String> TXZonVersion::trimmedVersionDescription() const
 {
     std::string format = "%d";
@@ -319,17 +326,9 @@ Ref<String> TXZonVersion::versionAndBuildDescription() const { return joinedPart
 
 Ref<String> TXZonVersion::spacedVersionAndBuildDescription() const { return joinedParts(*this, "%@.%@.%@ %@"); }
 
-Ref<String> TXZonVersion::zeroPaddedVersionAndBuildDescription() const
-{
-    return String::stringWithFormat("%d.%d.%d.%d", int(numericMajorVersion()), int(numericMinorVersion()),
-        int(numericBugFixVersion()), int(numericBuild()));
-}
+Ref<String> TXZonVersion::zeroPaddedVersionAndBuildDescription() const { return numericForm(*this, "%d.%d.%d.%d"); }
 
-Ref<String> TXZonVersion::zonVersionAndBuildDescription() const
-{
-    return String::stringWithFormat("%02d%02d.%02d.%02d", int(numericMajorVersion()), int(numericMinorVersion()),
-        int(numericBugFixVersion()), int(numericBuild()));
-}
+Ref<String> TXZonVersion::zonVersionAndBuildDescription() const { return numericForm(*this, "%02d%02d.%02d.%02d"); }
 
 Ref<String> TXZonVersion::userDescription() const
 {
