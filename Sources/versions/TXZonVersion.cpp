@@ -95,8 +95,8 @@ std::vector<Ref<String>> infoPieces(const Dictionary* info, const String* key)
     return value ? value->componentsSeparatedByString(ZSTR(".")) : std::vector<Ref<String>>();
 }
 
-// The four numeric values in a "%d" form; "%d" prints the low 32 bits of each, as the original's
-// 64-bit processor does.
+// The four numeric values in a "%d" form. Each is cut to the 32 bits "%d" reads, so a part past
+// INT_MAX prints as other programs of the suite print it.
 Ref<String> numericForm(const TXZonVersion& version, std::string_view format)
 {
     return String::stringWithFormat(format, int(version.numericMajorVersion()), int(version.numericMinorVersion()),
@@ -341,7 +341,7 @@ Ref<String> TXZonVersion::localizedUserDescription() const
         ZonLocalizedString(ZSTR("Version %@ (build %@)")).get(), versionDescription().get(), build_.get());
 }
 
-// "%u" prints the low 32 bits of the numeric value, as the original's 64-bit processor does.
+// The numbers are cut to the 32 bits "%u" reads, as in the "%d" forms.
 Ref<String> TXZonVersion::localizedSoftwareDescription() const
 {
     const auto major = unsigned(numericMajorVersion()), minor = unsigned(numericMinorVersion());
