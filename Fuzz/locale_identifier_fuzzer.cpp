@@ -3,7 +3,7 @@
 // offered localisations. Checks that the identifier is kept exactly, that ICU's name holds no NUL
 // and that every component is non-empty text.
 
-#include "FuzzCheck.h"
+#include "FuzzSupport.h"
 #include "platform/io/Bundle.h"
 #include "platform/values/Array.h"
 #include "platform/values/Dictionary.h"

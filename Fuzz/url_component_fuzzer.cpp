@@ -2,7 +2,8 @@
 // the joiner's promises: ASCII receivers never raise, the receiver (less at most its last "/")
 // starts the result, and the component (less at most its first unit) ends it.
 
-#include "FuzzCheck.h"
+#include "FuzzSupport.h"
+
 #include "platform/values/Exception.h"
 #include "platform/values/String.h"
 #include "platform/values/UTF.h"
@@ -11,17 +12,8 @@
 #include <string>
 
 using namespace zon;
-using fuzz::check;
-
-namespace {
-
-Ref<String> textOf(std::string_view bytes)
-{
-    Ref<String> text = String::stringWithUTF8String(bytes);
-    return text ? text : String::initWithBytes_length_encoding(bytes.data(), bytes.size(), NSISOLatin1StringEncoding);
-}
-
-} // namespace
+using zon::fuzz::check;
+using zon::fuzz::textOf;
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size)
 {

@@ -2,7 +2,7 @@
 // given, its parts lie in the text in their places, and escaping any text then parsing it
 // as a path gives that text back. Also runs every URL convenience on what parsed.
 
-#include "FuzzCheck.h"
+#include "FuzzSupport.h"
 #include "platform/values/Dictionary.h"
 #include "platform/values/Number.h"
 #include "platform/values/String.h"

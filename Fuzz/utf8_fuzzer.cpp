@@ -2,7 +2,7 @@
 // against a plain reference: the same verdict on validity, the same units, and an exact round
 // trip for valid input.
 
-#include "FuzzCheck.h"
+#include "FuzzSupport.h"
 #include "platform/values/MutableString.h"
 #include "platform/values/String.h"
 #include "platform/values/UTF.h"

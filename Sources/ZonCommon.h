@@ -72,3 +72,5 @@
 #include "utilities/data/TXJSONParser.h"
 #include "utilities/data/TXZonTLEUnicodeServiceUtilities.h"
 #include "utilities/data/TXZonTLEUtilities.h"
+#include "versions/TXZonVersion.h"
+#include "versions/TXZonVersionRange.h"

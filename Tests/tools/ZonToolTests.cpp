@@ -448,6 +448,20 @@ TEST(ZonTool, SizePrintsBothFormsInTheChosenLocale)
     EXPECT_THAT(runZon({"size", "99999999999999999999"}).err, HasSubstr("must be a whole number"));
 }
 
+TEST(ZonTool, VersionCommandsPrintTheLibrarysAnswers)
+{
+    EXPECT_EQ(runZon({"version", "compare", "2.0", "10.0"}).out, "2.0 < 10.0 (compare: -1)\n");
+    EXPECT_THAT(runZon({"version", "parse", "06.0.0.141"}).out,
+        AllOf(StartsWith("parts: 6 | 0 | 0 | 141\n"), HasSubstr("zonVersionAndBuildDescription: 0600.00.141\n")));
+    EXPECT_THAT(runZon({"version", "host"}).out, StartsWith("Version "));
+    ToolRun range = runZon({"version", "range", "--min", "5", "--max", "6.0.0.999", "--include", "4.6.1",
+        "--exclude", "5.0.0.300,5.0.0.301", "5.0.0.301"});
+    EXPECT_EQ(range.out, "Range:5.x.x.x-6.0.0.999 Including:(4.6.1.x) Excluding:(5.0.0.300,5.0.0.301)\n"
+                         "5.0.0.301 is not in range\n");
+    // Without a maximum only zeros pass.
+    EXPECT_EQ(runZon({"version", "range", "1"}).out, "Range:(null)-(null)\n1 is not in range\n");
+}
+
 TEST(ZonTool, CrashReportsWithSymbolisedFramesThenDiesOfTheSignal)
 {
     ToolRun segv = runZon({"crash", "segv"});

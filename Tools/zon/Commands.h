@@ -21,5 +21,6 @@ void addDynamicCommands(CLI::App& app);
 void addURLCommands(CLI::App& app);
 void addExceptionCommands(CLI::App& app);
 void addSizeCommands(CLI::App& app);
+void addVersionCommands(CLI::App& app);
 
 } // namespace zon::tool

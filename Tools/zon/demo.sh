@@ -35,6 +35,11 @@ run "$zon" size 1048575 --locale en_US
 run "$zon" size 1048575 --locale de_DE
 run "$zon" size 1048575 --whole
 
+# Versions: parts stay text, and the comparison reads each component's digits (1.10 is after
+# 1.9, beta3 counts as 3); a range's exclusions win over its inclusions, which win over its bounds.
+run "$zon" version compare 1.10 1.9
+run "$zon" version range --min 5.0 --max 6.0.0.999 --include 4.6.1 --exclude 5.0.0.300,5.0.0.301 4.6.1.0
+
 # Suite errors: code 0 is a real failure; a system code travels in the user info.
 run "$zon" error show 4 --description 'Failed to get servicePort'
 run "$zon" error show 6 --system-code -36

@@ -49,6 +49,7 @@ int main(int argc, char** argv)
     zon::tool::addURLCommands(app);
     zon::tool::addExceptionCommands(app);
     zon::tool::addSizeCommands(app);
+    zon::tool::addVersionCommands(app);
 
     int exitCode = 0;
     try {

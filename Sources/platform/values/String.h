@@ -260,6 +260,15 @@ public:
     // NSOrderedDescending; NSOrderedSame when either cannot be read. (Also of URLZonExtensions.)
     ComparisonResult compareByFileModificationDate(const String* otherPath) const;
 
+    // ---- NSString(ZonVersionVersionHelpers) ----------------------------------------------------
+    // Fields of an operating-system version text ("10.6.8 10K549"), split at every "." and space;
+    // empty fields count. The numbers are each field's leading integer, 0 when the field is missing.
+    unsigned long majorOSVersionValue() const;
+    unsigned long minorOSVersionValue() const;
+    unsigned long bugFixOSVersionValue() const;
+    // The fourth field as it stands; nil when there are fewer than four.
+    Ref<String> buildNumberVersionValue() const;
+
     // ---- NSString(URLZonExtensions) -------------------------------------------------------------
     // Joins a URL component: one "/" between path parts, and "?" or "&" chosen for a query part by
     // whether the last path component already holds a "?". The receiver's last unit is looked up
