@@ -16,6 +16,8 @@ install(TARGETS ZonCommon ZonLogger EXPORT ZonCommonTargets
   ARCHIVE DESTINATION ${CMAKE_INSTALL_LIBDIR}
   RUNTIME DESTINATION ${CMAKE_INSTALL_BINDIR})
 install(FILES Sources/ZonCommon.h DESTINATION ${CMAKE_INSTALL_INCLUDEDIR}/ZonCommon)
+# The library's own bundle: its information dictionary and string tables.
+install(DIRECTORY Resources/ DESTINATION ${CMAKE_INSTALL_DATADIR}/ZonCommon)
 install(EXPORT ZonCommonTargets NAMESPACE Zon:: DESTINATION ${CMAKE_INSTALL_LIBDIR}/cmake/ZonCommon)
 
 configure_package_config_file(cmake/ZonCommonConfig.cmake.in

@@ -20,12 +20,12 @@ ComparisonResult String::compareByFileModificationDate(const String* otherPath) 
 {
     if (!otherPath)
         return NSOrderedSame;
-    auto mine = pathStatus(UTF8String());
-    auto theirs = pathStatus(otherPath->UTF8String());
+    auto mine = modificationTime(UTF8String());
+    auto theirs = modificationTime(otherPath->UTF8String());
     if (!mine || !theirs)
         return NSOrderedSame;
-    const timespec a = mine.value().st_mtim;
-    const timespec b = theirs.value().st_mtim;
+    const timespec a = mine.value();
+    const timespec b = theirs.value();
     const bool notLater = a.tv_sec < b.tv_sec || (a.tv_sec == b.tv_sec && a.tv_nsec <= b.tv_nsec);
     return notLater ? NSOrderedAscending : NSOrderedDescending;
 }

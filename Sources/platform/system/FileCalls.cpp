@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <cstdio>
+#include <dirent.h>
 #include <fcntl.h>
 #include <sys/file.h>
 #include <sys/resource.h>
@@ -41,6 +42,52 @@ SystemResult<struct stat> pathStatus(const std::string& path)
     if (::stat(path.c_str(), &status) != 0)
         return SystemError::last("stat");
     return status;
+}
+
+SystemResult<timespec> modificationTime(const std::string& path)
+{
+    auto status = pathStatus(path);
+    if (!status)
+        return status.error();
+    return status.value().st_mtim;
+}
+
+SystemResult<std::vector<std::string>> directoryEntries(const std::string& path)
+{
+    auto folder = openFile(path, O_RDONLY | O_DIRECTORY);
+    if (!folder)
+        return folder.error();
+    DIR* stream = ::fdopendir(folder.value().get());
+    if (!stream)
+        return SystemError::last("fdopendir");
+    (void)folder.value().release(); // the stream owns the descriptor now
+    std::vector<std::string> names;
+    errno = 0;
+    while (const dirent* entry = ::readdir(stream)) {
+        const std::string_view name = entry->d_name;
+        if (name != "." && name != "..")
+            names.emplace_back(name);
+    }
+    const int readError = errno;
+    ::closedir(stream);
+    if (readError != 0)
+        return SystemError{readError, "readdir", {}};
+    return names;
+}
+
+SystemResult<std::string> symbolicLinkTarget(const std::string& path)
+{
+    std::string target(256, '\0');
+    for (;;) {
+        const ssize_t length = ::readlink(path.c_str(), target.data(), target.size());
+        if (length < 0)
+            return SystemError::last("readlink");
+        if (static_cast<size_t>(length) < target.size()) {
+            target.resize(static_cast<size_t>(length));
+            return target;
+        }
+        target.resize(target.size() * 2); // may have been cut: try again with more room
+    }
 }
 
 SystemResult<std::string> currentDirectory()

@@ -12,6 +12,7 @@
 #include <span>
 #include <string>
 #include <sys/stat.h>
+#include <vector>
 
 namespace zon {
 
@@ -26,6 +27,12 @@ ZON_EXPORT SystemResult<struct stat> fileStatus(int fd);
 ZON_EXPORT SystemResult<struct stat> pathStatus(const std::string& path);
 // The status of path itself when it is a symbolic link.
 ZON_EXPORT SystemResult<struct stat> linkStatus(const std::string& path);
+// When the file at path (a link followed) was last modified, to the nanosecond.
+ZON_EXPORT SystemResult<timespec> modificationTime(const std::string& path);
+// The names in a folder, "." and ".." left out, in the order the file system gives them.
+ZON_EXPORT SystemResult<std::vector<std::string>> directoryEntries(const std::string& path);
+// Where the symbolic link at path points, as stored in the link.
+ZON_EXPORT SystemResult<std::string> symbolicLinkTarget(const std::string& path);
 // Removes a file; one that is already gone is no failure.
 ZON_EXPORT SystemResult<> removeFile(const std::string& path);
 // Opens (creating) the file at path and takes an exclusive lock on it without waiting. The lock

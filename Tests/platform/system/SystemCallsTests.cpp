@@ -1,15 +1,21 @@
 #include "platform/system/EventCallsInternal.h"
 #include "platform/system/FileCallsInternal.h"
+#include "platform/system/ProcessCallsInternal.h"
 #include "platform/system/SocketCallsInternal.h"
+
+#include "support/ScratchFolder.h"
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
 #include <fcntl.h>
 #include <sys/socket.h>
+#include <sys/stat.h>
+#include <sys/wait.h>
 #include <unistd.h>
 
 #include <cstdlib>
+#include <fstream>
 #include <string>
 #include <thread>
 
@@ -20,17 +26,7 @@ namespace {
 
 bool isOpen(int fd) { return ::fcntl(fd, F_GETFD) != -1; }
 
-// A scratch folder removed with its files at the end of the test.
-struct ScratchFolder {
-    ScratchFolder()
-    {
-        char name[] = "/tmp/zon-system-XXXXXX";
-        path = ::mkdtemp(name);
-    }
-    ~ScratchFolder() { std::system(("rm -rf '" + path + "'").c_str()); }
-    std::string file(const char* name) const { return path + "/" + name; }
-    std::string path;
-};
+using test::ScratchFolder;
 
 void writeFile(const std::string& path, const std::string& text)
 {
@@ -187,6 +183,68 @@ TEST(FileCalls, DirectoryStatusRefusesLinksAndFiles)
     EXPECT_FALSE(directoryStatus(folder.file("link")));
     writeFile(folder.file("file"), "x");
     EXPECT_EQ(directoryStatus(folder.file("file")).code(), ENOTDIR);
+}
+
+TEST(FileCalls, FolderEntriesModificationTimesAndLinks)
+{
+    ScratchFolder folder;
+    writeFile(folder.file("a"), "a");
+    ASSERT_EQ(::mkdir(folder.file("b").c_str(), 0700), 0);
+    ASSERT_EQ(::symlink("a", folder.file("link").c_str()), 0);
+    auto entries = directoryEntries(folder.path);
+    ASSERT_TRUE(entries) << entries.error().text();
+    EXPECT_THAT(entries.value(), testing::UnorderedElementsAre("a", "b", "link"));
+    EXPECT_EQ(directoryEntries(folder.file("a")).code(), ENOTDIR);
+
+    const timespec times[2] = {{0, UTIME_OMIT}, {1700000000, 987654321}};
+    ASSERT_EQ(::utimensat(AT_FDCWD, folder.file("a").c_str(), times, 0), 0);
+    auto modified = modificationTime(folder.file("link")); // the link is followed
+    ASSERT_TRUE(modified);
+    EXPECT_EQ(modified.value().tv_sec, 1700000000);
+    EXPECT_EQ(modified.value().tv_nsec, 987654321);
+    EXPECT_EQ(modificationTime(folder.file("missing")).code(), ENOENT);
+
+    auto target = symbolicLinkTarget(folder.file("link"));
+    ASSERT_TRUE(target);
+    EXPECT_EQ(target.value(), "a");
+    EXPECT_EQ(symbolicLinkTarget(folder.file("a")).code(), EINVAL);
+    const std::string longName(300, 'n');
+    ASSERT_EQ(::symlink(longName.c_str(), folder.file("long").c_str()), 0);
+    EXPECT_EQ(symbolicLinkTarget(folder.file("long")).value(), longName);
+}
+
+TEST(ProcessCalls, TheExecutableAndTheLibraryAreFound)
+{
+    auto executable = executablePath();
+    ASSERT_TRUE(executable);
+    EXPECT_TRUE(executable.value().ends_with("/SystemTests"));
+    auto library = loadedObjectPath(reinterpret_cast<const void*>(&executablePath));
+    ASSERT_TRUE(library);
+    EXPECT_THAT(library.value(), HasSubstr("libZonCommon.so"));
+}
+
+TEST(ProcessCalls, SpawnPassesArgumentsAsTheyAreAndNoOtherDescriptors)
+{
+    ScratchFolder folder;
+    int inherited[2];
+    ASSERT_EQ(::pipe(inherited), 0); // left open across exec on purpose
+    const std::string out = folder.file("out");
+    const std::string script = "printf '%s|' \"$@\" > " + out + "; ls /proc/self/fd | wc -l >> " + out;
+    auto child = spawnProcess({"sh", "-c", script, "sh", "a b", "$HOME", "*", ""});
+    ::close(inherited[0]);
+    ::close(inherited[1]);
+    ASSERT_TRUE(child) << child.error().text();
+    auto status = waitForProcess(child.value());
+    ASSERT_TRUE(status);
+    EXPECT_TRUE(WIFEXITED(status.value()) && WEXITSTATUS(status.value()) == 0);
+    std::string text;
+    std::getline(std::ifstream(out), text);
+    EXPECT_EQ(text, "a b|$HOME|*||4"); // stdin, stdout, stderr and the one ls opens
+    EXPECT_EQ(waitForProcess(child.value()).code(), ECHILD);
+
+    auto missing = spawnProcess({"/nonexistent/program"});
+    EXPECT_EQ(missing.code(), ENOENT);
+    EXPECT_EQ(spawnProcess({}).code(), EINVAL);
 }
 
 TEST(SocketCalls, ListenConnectAcceptAndSendThroughAFullSocket)

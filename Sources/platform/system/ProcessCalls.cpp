@@ -1,0 +1,72 @@
+#include "platform/system/ProcessCallsInternal.h"
+
+#include "platform/system/FileCallsInternal.h"
+
+#include <dlfcn.h>
+#include <spawn.h>
+#include <sys/wait.h>
+#include <thread>
+
+extern char** environ;
+
+namespace zon {
+
+SystemResult<std::string> executablePath() { return symbolicLinkTarget("/proc/self/exe"); }
+
+SystemResult<std::string> loadedObjectPath(const void* address)
+{
+    Dl_info info {};
+    if (::dladdr(address, &info) == 0 || !info.dli_fname || !*info.dli_fname)
+        return SystemError{ENOENT, "dladdr", "no loaded object holds the address"};
+    return std::string(info.dli_fname);
+}
+
+namespace {
+
+// posix_spawn's attribute and file-action records, destroyed on every path.
+struct SpawnSetup {
+    posix_spawn_file_actions_t actions;
+    SpawnSetup() { ::posix_spawn_file_actions_init(&actions); }
+    ~SpawnSetup() { ::posix_spawn_file_actions_destroy(&actions); }
+    SpawnSetup(const SpawnSetup&) = delete;
+    SpawnSetup& operator=(const SpawnSetup&) = delete;
+};
+
+} // namespace
+
+SystemResult<pid_t> spawnProcess(const std::vector<std::string>& arguments)
+{
+    if (arguments.empty())
+        return SystemError{EINVAL, "posix_spawn", "no program to start"};
+    std::vector<char*> argv;
+    argv.reserve(arguments.size() + 1);
+    for (const std::string& argument : arguments)
+        argv.push_back(const_cast<char*>(argument.c_str()));
+    argv.push_back(nullptr);
+
+    SpawnSetup setup;
+    if (const int failed = ::posix_spawn_file_actions_addclosefrom_np(&setup.actions, 3))
+        return SystemError{failed, "posix_spawn_file_actions_addclosefrom_np", {}};
+    pid_t child = 0;
+    const int failed = ::posix_spawnp(&child, argv[0], &setup.actions, nullptr, argv.data(), environ);
+    if (failed)
+        return SystemError{failed, "posix_spawn", {}};
+    return child;
+}
+
+SystemResult<int> waitForProcess(pid_t child)
+{
+    int status = 0;
+    while (::waitpid(child, &status, 0) < 0) {
+        if (errno != EINTR)
+            return SystemError::last("waitpid");
+    }
+    return status;
+}
+
+void reapWhenDone(pid_t child)
+{
+    std::thread([child] { (void)waitForProcess(child); }).detach();
+}
+
+} // namespace zon
