@@ -1,20 +1,16 @@
-// NSLocale(ZonExtensions), NSLocale(ZonLocaleIdentifierExtensions) and
-// NSLocale(ZonLocaleDateExtensions): the suite's standard locales, the mapping between locale
-// identifiers and Windows locale codes, and time stamps.
+// NSLocale(ZonExtensions) and NSLocale(ZonLocaleIdentifierExtensions): the suite's standard
+// locales and the mapping between locale identifiers and Windows locale codes.
 
 #include "extensions/WindowsLocaleCodeTableInternal.h"
 
 #include "logger/ZonLog.h"
 #include "platform/io/Bundle.h"
 #include "platform/values/Array.h"
-#include "platform/values/Date.h"
-#include "platform/values/DateFormatter.h"
 #include "platform/values/Dictionary.h"
 #include "platform/values/Locale.h"
 #include "platform/values/Set.h"
 #include "platform/values/String.h"
 
-#include <mutex>
 
 namespace zon {
 
@@ -61,7 +57,7 @@ namespace localecodes {
 uint32_t keyForIdentifierThroughParser(const String* identifier)
 {
     Ref<Dictionary> components = Locale::componentsFromLocaleIdentifier(identifier);
-    auto code = [&](const char* key) -> std::optional<std::string> {
+    auto code = [&](const String* key) -> std::optional<std::string> {
         const String* value = components ? dynamicCast<String>(components->objectForKey(key)) : nullptr;
         if (!value)
             return std::nullopt;
@@ -69,10 +65,10 @@ uint32_t keyForIdentifierThroughParser(const String* identifier)
         std::string ascii = value->bytesUsingEncoding(NSASCIIStringEncoding, true).value_or("");
         return ascii.substr(0, ascii.find('\0'));
     };
-    std::optional<std::string> language = code("kCFLocaleLanguageCodeKey");
+    std::optional<std::string> language = code(NSLocaleLanguageCode);
     if (!language)
         return 0;
-    return keyForCodes(*language, code("kCFLocaleCountryCodeKey"));
+    return keyForCodes(*language, code(NSLocaleCountryCode));
 }
 
 uint32_t keyForIdentifier(const String* identifier)
@@ -212,33 +208,6 @@ bool Locale::windowsLocaleCodeMappingExists(uint32_t code)
 uint32_t Locale::windowsLocaleCode() const
 {
     return windowsLocaleCodeForLocale(this);
-}
-
-// ---- NSLocale(ZonLocaleDateExtensions) ----------------------------------------------------------
-
-namespace {
-
-Ref<String> timeStamp(const Date* date, const Locale* locale)
-{
-    Ref<DateFormatter> formatter = DateFormatter::make();
-    formatter->setDateStyle(DateFormatterStyle::Long);
-    formatter->setTimeStyle(DateFormatterStyle::Short);
-    if (locale)
-        formatter->setLocale(locale);
-    Ref<Date> now = date ? nullptr : Date::date();
-    return formatter->stringFromDate(date ? date : now.get());
-}
-
-} // namespace
-
-Ref<String> Locale::systemLocalizedTimeStampFromDate(const Date* date)
-{
-    return timeStamp(date, nullptr);
-}
-
-Ref<String> Locale::localizedTimeStampFromDate(const Date* date) const
-{
-    return timeStamp(date, this);
 }
 
 } // namespace zon
