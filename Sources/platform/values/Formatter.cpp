@@ -1,0 +1,25 @@
+#include "platform/values/Formatter.h"
+
+#include "platform/runtime/Class.h"
+#include "platform/values/String.h"
+
+namespace zon {
+
+ZON_DEFINE_CLASS(Formatter, "NSFormatter")
+
+void Formatter::exportMethods(Class& cls)
+{
+    cls.exportMethod("stringForObjectValue:", &Formatter::stringForObjectValue);
+}
+
+Ref<String> Formatter::stringForObjectValue(const Object*) const
+{
+    return nullptr;
+}
+
+bool Formatter::getObjectValue_forString_errorDescription(Ref<Object>*, const String*, Ref<String>*) const
+{
+    return false;
+}
+
+} // namespace zon
