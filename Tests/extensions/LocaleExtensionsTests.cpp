@@ -219,5 +219,32 @@ TEST(LocaleCodeTable, ICUAgreesExceptOnTheKnownRows)
     EXPECT_EQ(languageOnly, 92);
 }
 
+
+class PreferredLocales : public testing::Test {
+protected:
+    void TearDown() override { Locale::setCurrentLocaleIdentifierForTesting(nullptr); }
+};
+
+TEST_F(PreferredLocales, FollowTheUsersLanguageAndEndWithEnglish)
+{
+    AutoreleasePool pool;
+    Locale::setCurrentLocaleIdentifierForTesting(text("de_AT").get());
+    Ref<Array> locales = Locale::preferredLocales();
+    ASSERT_GE(locales->count(), 2u);
+    std::vector<std::string> identifiers;
+    for (const Object* locale : *locales)
+        identifiers.push_back(shown(static_cast<const Locale*>(locale)->localeIdentifier()));
+    EXPECT_EQ(identifiers.front(), "de\\0_AT\\0");
+    EXPECT_EQ(identifiers.back(), "en");
+    for (size_t index = 0; index + 1 < identifiers.size(); ++index)
+        EXPECT_TRUE(identifiers[index].starts_with("de\\0")) << identifiers[index];
+
+    // English already among the preferred ones is still followed by the English locale.
+    Locale::setCurrentLocaleIdentifierForTesting(text("en_GB").get());
+    Ref<Array> english = Locale::preferredLocales();
+    EXPECT_EQ(shown(static_cast<Locale*>(english->objectAtIndex(0))->localeIdentifier()), "en\\0_GB\\0");
+    EXPECT_EQ(shown(static_cast<Locale*>(english->lastObject())->localeIdentifier()), "en");
+}
+
 } // namespace
 } // namespace zon
