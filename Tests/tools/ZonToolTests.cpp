@@ -25,6 +25,7 @@
 
 using namespace zon;
 using testing::AllOf;
+using testing::EndsWith;
 using testing::HasSubstr;
 using testing::Not;
 using testing::StartsWith;
@@ -460,6 +461,23 @@ TEST(ZonTool, VersionCommandsPrintTheLibrarysAnswers)
                          "5.0.0.301 is not in range\n");
     // Without a maximum only zeros pass.
     EXPECT_EQ(runZon({"version", "range", "1"}).out, "Range:(null)-(null)\n1 is not in range\n");
+}
+
+TEST(ZonTool, LocaleCommandsShowTheCodeTableWithItsNULs)
+{
+    EXPECT_EQ(runZon({"locale", "code", "0x0409"}).out, "en\\0_US\\0\n");
+    ToolRun unnamed = runZon({"locale", "code", "45c"});
+    EXPECT_EQ(unnamed.exitCode, 1);
+    EXPECT_EQ(unnamed.err, "zon: 0x045c names no locale\n");
+    EXPECT_THAT(runZon({"locale", "code", "0x1g"}).err, StartsWith("zon: not a hexadecimal 32-bit code: 0x1g"));
+    EXPECT_EQ(runZon({"locale", "id", "de_AT"}).out, "0x0c07\n");
+    EXPECT_EQ(runZon({"locale", "id", "xx_YY"}).out, "0x0000\n");
+
+    ToolRun table = runZon({"locale", "table", "--icu"});
+    EXPECT_EQ(std::count(table.out.begin(), table.out.end(), '\n'), 249);
+    EXPECT_THAT(table.out, HasSubstr("0x0414 no\\0  (ICU nb_NO: differs)\n"));
+    EXPECT_THAT(table.out, HasSubstr("0x045c (none)  (no identifier)\n"));
+    EXPECT_THAT(runZon({"locale", "preferred"}).out, EndsWith("\nen\n"));
 }
 
 TEST(ZonTool, CrashReportsWithSymbolisedFramesThenDiesOfTheSignal)

@@ -19,6 +19,7 @@ void addModelCommands(CLI::App& app);
 void addArchiveCommands(CLI::App& app);
 void addDynamicCommands(CLI::App& app);
 void addURLCommands(CLI::App& app);
+void addLocaleCommands(CLI::App& app);
 void addExceptionCommands(CLI::App& app);
 void addSizeCommands(CLI::App& app);
 void addVersionCommands(CLI::App& app);

@@ -140,3 +140,9 @@ run "$zon" dynamic demo
 # exception handler logs its report with symbolised frames, then the process dies of its signal.
 run "$zon" exception raise --class TXZonBasePipeClosedException --reason x --type 3 --errno 9
 (ulimit -c 0; run "$zon" crash segv) || echo "(exit status $?: killed by SIGSEGV; no core file in the demo)"
+
+# Windows locale codes: the table's identifiers carry NUL characters (shown as \0); the first row
+# of a language answers for it.
+run "$zon" locale code 0x0409
+run "$zon" locale id de_AT
+run "$zon" locale id no

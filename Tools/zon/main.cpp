@@ -47,6 +47,7 @@ int main(int argc, char** argv)
     zon::tool::addArchiveCommands(app);
     zon::tool::addDynamicCommands(app);
     zon::tool::addURLCommands(app);
+    zon::tool::addLocaleCommands(app);
     zon::tool::addExceptionCommands(app);
     zon::tool::addSizeCommands(app);
     zon::tool::addVersionCommands(app);

@@ -2,11 +2,15 @@
 
 #include "platform/runtime/Object.h"
 
+#include <cstdint>
 #include <string>
+#include <utility>
+#include <vector>
 
 namespace zon {
 
 class Array;
+class Date;
 class Dictionary;
 class String;
 
@@ -61,6 +65,44 @@ public:
     size_t hash() const override;
     Ref<Object> copy() const override;
 
+    // ---- NSLocale(ZonExtensions) ----------------------------------------------------------------
+    // A new locale for "en" on every call.
+    static Ref<Locale> englishLocale();
+    // A new locale for each of standardLocaleIdentifiers, in that order.
+    static Ref<Array> standardLocales();
+    // The standard identifiers in the order of the user's preferred localisations, each as a new
+    // locale, then always englishLocale last (even when English is already listed).
+    static Ref<Array> preferredLocales();
+
+    // ---- NSLocale(ZonLocaleIdentifierExtensions) ------------------------------------------------
+    // Windows locale codes (LCIDs) and the identifiers of the suite's table. Identifiers made from
+    // the table carry NUL characters: "en\0" and "en\0_US\0", so they equal no identifier written
+    // elsewhere; parsing ignores the NULs.
+    //
+    // Each identifier of the table once, in the order of its first row (224, the three-NUL
+    // identifier of the code 0 included). One shared immutable array.
+    static Ref<Array> standardLocaleIdentifiers();
+    // The code of the table's first row whose language and country equal the identifier's; 0 for
+    // none or a nil identifier. "en" answers 0x0009, "es" 0x000a, "no" 0x0414.
+    static uint32_t windowsLocaleCodeFromLocaleIdentifier(const String* identifier);
+    // The identifier of the code's row; nil for a code without one or not in the table.
+    static Ref<String> localeIdentifierFromWindowsLocaleCode(uint32_t code);
+    // 9 (English) and a warning for nil; 0 and a detail line when the identifier has no code.
+    static uint32_t windowsLocaleCodeForLocale(const Locale* locale);
+    // A new locale for the code's identifier; englishLocale and an error line when it has none.
+    static Ref<Locale> localeForWindowsLocaleCode(uint32_t code);
+    // Yes for 1033; otherwise whether localeForWindowsLocaleCode's locale is another object than a
+    // new englishLocale, which, locales never being shared, is yes for every code.
+    static bool windowsLocaleCodeMappingExists(uint32_t code);
+    uint32_t windowsLocaleCode() const;
+    // The table's rows in order: each code with its identifier (nil where the table has none).
+    static std::vector<std::pair<uint32_t, Ref<String>>> windowsLocaleCodeTable();
+
+    // ---- NSLocale(ZonLocaleDateExtensions) ------------------------------------------------------
+    // The date (nil: now) with a long date and a short time, in the current locale or the receiver.
+    static Ref<String> systemLocalizedTimeStampFromDate(const Date* date);
+    Ref<String> localizedTimeStampFromDate(const Date* date) const;
+
 private:
     friend struct CurrentLocaleState;
     Locale(Ref<String> identifier, std::string icuName, std::string language, std::string country)
@@ -74,5 +116,9 @@ private:
     std::string language_;
     std::string country_;
 };
+
+// The identifier the code table forms from four characters: nil when c1 is 0xFF; else c1, c2 and
+// a NUL, then, when c3 is not 0, "_", c3, c4 and a NUL. "en\0_US\0" is seven characters long.
+ZON_EXPORT Ref<String> FourCharToLocaleIdentifier(uint8_t c1, uint8_t c2, uint8_t c3, uint8_t c4);
 
 } // namespace zon
