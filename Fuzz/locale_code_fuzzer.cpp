@@ -3,32 +3,23 @@
 // code maps back to an identifier with the same code, and that four arbitrary bytes make an
 // identifier or nil without failing.
 
+#include "FuzzSupport.h"
+
 #include "extensions/WindowsLocaleCodeTableInternal.h"
 
 #include "platform/values/Locale.h"
 #include "platform/values/String.h"
 
 #include <cstdint>
-#include <cstdlib>
 
 using namespace zon;
-
-namespace {
-
-void check(bool condition)
-{
-    if (!condition)
-        std::abort();
-}
-
-} // namespace
+using zon::fuzz::check;
+using zon::fuzz::textOf;
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size)
 {
     const std::string_view bytes(reinterpret_cast<const char*>(data), size);
-    Ref<String> identifier = String::stringWithUTF8String(bytes);
-    if (!identifier)
-        identifier = String::initWithBytes_length_encoding(bytes.data(), bytes.size(), NSISOLatin1StringEncoding);
+    Ref<String> identifier = textOf(bytes);
 
     check(localecodes::keyForIdentifier(identifier.get()) == localecodes::keyForIdentifierThroughParser(identifier.get()));
     const uint32_t code = Locale::windowsLocaleCodeFromLocaleIdentifier(identifier.get());
