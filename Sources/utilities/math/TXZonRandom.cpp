@@ -5,6 +5,7 @@
 #include "platform/values/Number.h"
 #include "platform/values/String.h"
 
+#include <bit>
 #include <cstdlib>
 
 namespace zon {
@@ -21,10 +22,8 @@ constexpr long kLineRangeViolation = 60;
 // from their lower 2^31 values only.
 uint32_t drawBelow(uint32_t count)
 {
-    uint64_t mask = 2;
-    while (mask < count)
-        mask *= 2;
-    mask -= 1;
+    // The least power of two not below count and at least 2, less one.
+    const uint64_t mask = count <= 2 ? 1 : std::bit_ceil(uint64_t(count)) - 1;
     for (;;) {
         // random() itself, not a generator of our own: the host's srandom decides the sequence.
         const uint64_t draw = static_cast<uint64_t>(::random()) & mask;
@@ -34,8 +33,6 @@ uint32_t drawBelow(uint32_t count)
 }
 
 } // namespace
-
-extern "C" uint32_t ZonRandomNumber(uint32_t n) { return drawBelow(n); }
 
 void TXZonRandom::checkAndSetBounds(uint32_t below, uint32_t above)
 {
@@ -66,3 +63,5 @@ uint32_t TXZonRandom::randomNumberValueBelow_above(uint32_t below, uint32_t abov
 }
 
 } // namespace zon
+
+extern "C" uint32_t ZonRandomNumber(uint32_t n) { return zon::drawBelow(n); }

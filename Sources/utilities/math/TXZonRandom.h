@@ -8,13 +8,13 @@
 
 #include <cstdint>
 
-namespace zon {
-
-class Number;
-
 // A value in 0 ... n - 1: random() masked to the least power of two not below n (at least 2),
 // drawn again until it falls below n. ZonRandomNumber(0) never returns, since no draw qualifies.
 extern "C" ZON_EXPORT uint32_t ZonRandomNumber(uint32_t n);
+
+namespace zon {
+
+class Number;
 
 // An exclusive range (aboveValue, belowValue) whose values are drawn strictly between the bounds.
 // The accessors check nothing; only the initialiser checks above < below.
