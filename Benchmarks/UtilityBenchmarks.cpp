@@ -47,12 +47,13 @@ void makeLog(const std::string& path)
     lines.reserve(size_t(kWrittenTail) + 256);
     lines += '\n';
     std::mt19937 generator(1);
+    auto below = [&generator](unsigned bound) { return unsigned(generator() % bound); };
     for (unsigned i = 0; lines.size() < size_t(kWrittenTail);) {
         char line[160];
         const int length = std::snprintf(line, sizeof line,
             "2026-11-24 %02u:%02u:%02u.%03u sync[%u] device %u: wrote %u tracks (album %u), queue %u\n",
-            i / 3600000 % 24, i / 60000 % 60, i / 1000 % 60, i % 1000, generator() % 8, generator() % 4,
-            generator() % 1000, generator() % 100, generator() % 200);
+            i / 3600000 % 24, i / 60000 % 60, i / 1000 % 60, i % 1000, below(8), below(4), below(1000),
+            below(100), below(200));
         lines.append(line, size_t(length));
         ++i;
     }
