@@ -23,5 +23,6 @@ void addLocaleCommands(CLI::App& app);
 void addExceptionCommands(CLI::App& app);
 void addSizeCommands(CLI::App& app);
 void addVersionCommands(CLI::App& app);
+void addUtilityCommands(CLI::App& app);
 
 } // namespace zon::tool

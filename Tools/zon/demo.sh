@@ -146,3 +146,15 @@ run "$zon" exception raise --class TXZonBasePipeClosedException --reason x --typ
 run "$zon" locale code 0x0409
 run "$zon" locale id de_AT
 run "$zon" locale id no
+
+# The last lines of a log, read backwards in 1 KiB blocks; each line found by its line feed keeps
+# a U+0000 (--show-nul marks it). Random numbers are random()'s, so a seed repeats them; the
+# suite's shuffle never moves the first item.
+tail_dir=$(mktemp -d)
+trap 'rm -rf "$log" "$plist_dir" "$tail_dir"' EXIT
+for i in $(seq 1 5000); do printf '2026-11-24 00:%02d:%02d sync[%d] device %d: %d tracks\n' \
+  $((i / 60 % 60)) $((i % 60)) $((i % 7)) $((i % 3)) $((i * 37 % 1000)); done >"$tail_dir/sync.log"
+run "$zon" tail -n 3 "$tail_dir/sync.log"
+run "$zon" tail -n 2 --show-nul "$tail_dir/sync.log"
+run "$zon" random below 6 --count 5 --seed 42
+run "$zon" shuffle first second third fourth fifth --seed 7

@@ -51,6 +51,7 @@ int main(int argc, char** argv)
     zon::tool::addExceptionCommands(app);
     zon::tool::addSizeCommands(app);
     zon::tool::addVersionCommands(app);
+    zon::tool::addUtilityCommands(app);
 
     int exitCode = 0;
     try {

@@ -110,6 +110,16 @@ struct Traits<T> {
     static Ref<Object> toObject(T value) { return boxDouble(static_cast<double>(value), encoding); }
 };
 
+// Enumerations (ComparisonResult, ...) travel as their underlying integer.
+template <class T>
+    requires std::is_enum_v<T>
+struct Traits<T> {
+    using Underlying = std::underlying_type_t<T>;
+    static constexpr char encoding = Traits<Underlying>::encoding;
+    static T fromObject(Object* object) { return static_cast<T>(Traits<Underlying>::fromObject(object)); }
+    static Ref<Object> toObject(T value) { return Traits<Underlying>::toObject(static_cast<Underlying>(value)); }
+};
+
 template <class T>
 using Decayed = std::remove_cvref_t<T>;
 

@@ -154,6 +154,14 @@ SystemResult<size_t> readSome(int fd, std::span<uint8_t> buffer)
     }
 }
 
+SystemResult<off_t> seekFile(int fd, off_t offset, int whence)
+{
+    const off_t position = ::lseek(fd, offset, whence);
+    if (position < 0)
+        return SystemError::last("lseek");
+    return position;
+}
+
 SystemResult<std::string> readToEnd(int fd, size_t maxBytes)
 {
     std::string bytes;

@@ -41,6 +41,8 @@ ZON_EXPORT SystemResult<> removeFile(const std::string& path);
 ZON_EXPORT SystemResult<FileDescriptor> lockFileExclusively(const std::string& path, mode_t mode);
 // Reads what fits in buffer; 0 at the end. EAGAIN from a non-blocking descriptor with nothing to read.
 ZON_EXPORT SystemResult<size_t> readSome(int fd, std::span<uint8_t> buffer);
+// Moves the file offset (lseek(2)); answers the new offset. ESPIPE for a pipe or a socket.
+ZON_EXPORT SystemResult<off_t> seekFile(int fd, off_t offset, int whence);
 // Reads to the end; EFBIG when there is more than maxBytes.
 ZON_EXPORT SystemResult<std::string> readToEnd(int fd, size_t maxBytes);
 // How many descriptors this process may have open (the soft limit).

@@ -4,6 +4,7 @@
 #include "platform/runtime/ReleaseBatchInternal.h"
 #include "platform/values/CollectionDescription.h"
 #include "platform/values/Exception.h"
+#include "platform/values/SortDescriptor.h"
 #include "platform/values/String.h"
 
 #include <algorithm>
@@ -188,6 +189,24 @@ Ref<Array> Array::sortedArrayUsingComparator(const Comparator& comparator) const
     std::vector<Ref<Object>> objects = objects_;
     stableSort(objects, comparator);
     return makeObject<Array>(std::move(objects));
+}
+
+Ref<Array> Array::sortedArrayUsingDescriptors(const Array* descriptors) const
+{
+    std::vector<SortDescriptor*> order;
+    if (descriptors) {
+        for (Object* item : *descriptors) {
+            if (auto* descriptor = dynamicCast<SortDescriptor>(item))
+                order.push_back(descriptor);
+        }
+    }
+    return sortedArrayUsingComparator([&order](Object* a, Object* b) {
+        for (SortDescriptor* descriptor : order) {
+            if (const ComparisonResult result = descriptor->compareObject_toObject(a, b); result != NSOrderedSame)
+                return result;
+        }
+        return NSOrderedSame;
+    });
 }
 
 Ref<String> Array::description() const { return detail::describeCollection(this); }

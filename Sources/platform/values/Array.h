@@ -12,7 +12,9 @@
 
 namespace zon {
 
+class Dictionary;
 class MutableArray;
+class SortDescriptor;
 
 // Range-for over a run of Ref<Object> that yields the borrowed Object*.
 class ObjectIterator {
@@ -118,6 +120,25 @@ public:
     Ref<String> componentsJoinedByString(const String* separator) const;
     // A stable sort.
     Ref<Array> sortedArrayUsingComparator(const Comparator& comparator) const;
+    // A stable sort by the first descriptor, ties broken by the next, and so on; an empty or nil
+    // list leaves the order as it is. Elements of the list that are not sort descriptors are
+    // skipped.
+    Ref<Array> sortedArrayUsingDescriptors(const Array* descriptors) const;
+
+    // ---- NSArray(ZonExtensions) -----------------------------------------------------------------
+    // firstObject (above) answers nil for an empty array.
+    // The platform's sort with a list of this one descriptor.
+    Ref<Array> sortedArrayUsingDescriptor(SortDescriptor* descriptor) const;
+    // A new array in the order shuffle gives (see MutableArray): the first element stays first.
+    Ref<Array> shuffledArray() const;
+    // A new array with the elements in reverse order.
+    Ref<Array> reverseArray() const;
+    // Maps, for every element, the object the element answers to sel (the key) to the element; a
+    // later element with an equal key replaces an earlier one. Only the first element is checked:
+    // when it does not answer sel, the call logs "Cannot fetch with %@" (level 1) and answers nil;
+    // a later one that does not answer raises NSInvalidArgumentException, and a nil key raises as
+    // a dictionary refuses one.
+    Ref<Dictionary> dictionaryKeyWithSelector(SEL sel) const;
 
     ObjectIterator begin() const { return ObjectIterator(objects_.data()); }
     ObjectIterator end() const { return ObjectIterator(objects_.data() + objects_.size()); }
@@ -178,6 +199,13 @@ public:
     // A stable sort.
     void sortUsingComparator(const Comparator& comparator);
     void setArray(const Array* array);
+
+    // ---- NSMutableArray(ZonExtensions) ----------------------------------------------------------
+    // Shuffles in place: for i from count - 1 down to 1, exchanges the elements at i and j, where
+    // j = TXZonRandom::randomNumberValueBelow(i + 1) lies in 1 ... i. j is never 0, so the first
+    // element never moves and the others are shuffled among the places after it; the suite relies
+    // on that. Fewer than 2 elements: nothing happens.
+    void shuffle();
 
     Ref<Object> copy() const override;
 

@@ -14,6 +14,8 @@ namespace zon {
 
 ZON_DEFINE_CLASS(Date, "NSDate")
 
+void Date::exportMethods(Class& cls) { cls.exportMethod("compare:", &Date::compare); }
+
 namespace {
 
 struct CivilTime {

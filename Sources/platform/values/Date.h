@@ -16,6 +16,8 @@ inline constexpr TimeInterval kTimeIntervalSince1970 = 978307200.0;
 class ZON_EXPORT Date final : public Object {
     ZON_OBJECT(Date, Object)
 public:
+    // Exports the comparisons that sort descriptors call by selector ("compare:").
+    static void exportMethods(Class& cls);
     // Now, from the system's real-time clock.
     static Ref<Date> date();
     static Ref<Date> dateWithTimeIntervalSinceReferenceDate(TimeInterval seconds);

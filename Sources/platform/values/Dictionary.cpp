@@ -14,6 +14,8 @@ namespace zon {
 ZON_DEFINE_CLASS(Dictionary, "NSDictionary")
 ZON_DEFINE_CLASS(MutableDictionary, "NSMutableDictionary")
 
+Ref<Object> Dictionary::valueForKey(String* key) { return Ref<Object>(objectForKey(key)); }
+
 namespace {
 
 // The checks of a literal or a list of objects and keys, naming the first nil.

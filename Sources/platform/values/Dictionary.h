@@ -69,6 +69,9 @@ public:
     Ref<Array> allKeysForObject(const Object* object) const;
 
     bool isEqualToDictionary(const Dictionary* other) const;
+    // Key-value coding reads the entry under the key (nil when absent), as the platform's
+    // dictionaries answer it.
+    Ref<Object> valueForKey(String* key) override;
 
     Iterator begin() const { return Iterator(table_.begin()); }
     Iterator end() const { return Iterator(table_.end()); }
@@ -114,6 +117,11 @@ public:
     void removeAllObjects();
     void addEntriesFromDictionary(const Dictionary* other);
     void setDictionary(const Dictionary* other);
+
+    // ---- NSMutableDictionary(ZonExtensions) -----------------------------------------------------
+    // Stores under key a dictionary made of values and keys taken pairwise
+    // (dictionaryWithObjects_forKeys, which raises when the counts differ).
+    void addDictionaryEntryFromValues_withKeys_forKey(const Array* values, const Array* keys, Object* key);
 
     Ref<Object> copy() const override;
 

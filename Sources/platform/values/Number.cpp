@@ -179,6 +179,8 @@ std::string shortestText(F value)
 
 ZON_DEFINE_CLASS(Number, "NSNumber")
 
+void Number::exportMethods(Class& cls) { cls.exportMethod("compare:", &Number::compare); }
+
 std::string shortestDoubleText(double value) { return shortestText(value); }
 std::string shortestFloatText(float value) { return shortestText(value); }
 

@@ -23,6 +23,9 @@ public:
     // How the value is held; the encoding says which C type it came from.
     enum class Storage : uint8_t { Signed, Unsigned, Floating };
 
+    // Exports the comparisons that sort descriptors call by selector ("compare:").
+    static void exportMethods(Class& cls);
+
     static Ref<Number> numberWithChar(char value);
     static Ref<Number> numberWithUnsignedChar(unsigned char value);
     static Ref<Number> numberWithShort(short value);

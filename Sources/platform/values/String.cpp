@@ -16,6 +16,12 @@ namespace zon {
 
 ZON_DEFINE_CLASS(String, "NSString")
 
+void String::exportMethods(Class& cls)
+{
+    cls.exportMethod("compare:", &String::compare);
+    cls.exportMethod("caseInsensitiveCompare:", &String::caseInsensitiveCompare);
+}
+
 // The flag shares the word of the reference count, so keeping ASCII costs no space.
 static_assert(sizeof(String) == 32);
 

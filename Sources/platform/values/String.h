@@ -58,6 +58,8 @@ enum StringEncoding : uint32_t {
 class ZON_EXPORT String : public Object {
     ZON_OBJECT(String, Object)
 public:
+    // Exports the comparisons that sort descriptors call by selector ("compare:").
+    static void exportMethods(Class& cls);
     static Ref<String> string();
     static Ref<String> stringWithCharacters(const char16_t* units, size_t length);
     static Ref<String> stringWithCharacters(std::u16string_view units)

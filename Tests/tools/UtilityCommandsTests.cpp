@@ -1,0 +1,60 @@
+// zon tail, zon random and zon shuffle, run as the user runs them.
+
+#include <gtest/gtest.h>
+
+#include <cstdio>
+#include <filesystem>
+#include <fstream>
+#include <string>
+#include <sys/wait.h>
+
+namespace {
+
+struct Output {
+    std::string text;
+    int exitCode = -1;
+};
+
+// Standard output of the tool with these arguments (a shell command line).
+Output runZon(const std::string& arguments)
+{
+    Output output;
+    FILE* pipe = ::popen((std::string(ZON_TOOL_PATH) + " " + arguments + " 2>/dev/null").c_str(), "r");
+    if (!pipe)
+        return output;
+    char buffer[4096];
+    for (size_t n; (n = std::fread(buffer, 1, sizeof buffer, pipe)) > 0;)
+        output.text.append(buffer, n);
+    const int status = ::pclose(pipe);
+    output.exitCode = WIFEXITED(status) ? WEXITSTATUS(status) : -1;
+    return output;
+}
+
+TEST(ZonUtilityCommands, TailPrintsTheLastLinesAndCanMarkTheirTerminators)
+{
+    const std::string path = (std::filesystem::temp_directory_path() / "zon-tool-tail.log").string();
+    std::ofstream(path) << "one\ntwo\nthree\n";
+    EXPECT_EQ(runZon("tail -n 2 " + path).text, "two\nthree\n");
+    EXPECT_EQ(runZon("tail -n 9 --show-nul " + path).text, "one\ntwo\\0\nthree\\0\n");
+    std::filesystem::remove(path);
+    EXPECT_EQ(runZon("tail /nonexistent/log").exitCode, 2);
+}
+
+TEST(ZonUtilityCommands, RandomAndShuffleFollowTheSeed)
+{
+    const Output first = runZon("random below 1000 --count 20 --seed 4");
+    EXPECT_EQ(first.exitCode, 0);
+    EXPECT_EQ(runZon("random below 1000 --count 20 --seed 4").text, first.text);
+    EXPECT_NE(runZon("random below 1000 --count 20 --seed 5").text, first.text);
+    EXPECT_EQ(runZon("random below 1 --count 3").text, "0\n0\n0\n");
+    EXPECT_NE(runZon("random below 0").exitCode, 0) << "a bound of 0 would never return";
+
+    for (int seed = 0; seed < 5; ++seed) {
+        const Output shuffled = runZon("shuffle first b c d e --seed " + std::to_string(seed));
+        EXPECT_EQ(shuffled.exitCode, 0);
+        EXPECT_EQ(shuffled.text.substr(0, 6), "first\n");
+        EXPECT_EQ(shuffled.text.size(), std::string("first\nb\nc\nd\ne\n").size());
+    }
+}
+
+} // namespace
