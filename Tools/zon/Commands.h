@@ -20,5 +20,6 @@ void addArchiveCommands(CLI::App& app);
 void addDynamicCommands(CLI::App& app);
 void addURLCommands(CLI::App& app);
 void addExceptionCommands(CLI::App& app);
+void addProcessCommands(CLI::App& app);
 
 } // namespace zon::tool

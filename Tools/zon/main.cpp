@@ -48,6 +48,7 @@ int main(int argc, char** argv)
     zon::tool::addDynamicCommands(app);
     zon::tool::addURLCommands(app);
     zon::tool::addExceptionCommands(app);
+    zon::tool::addProcessCommands(app);
 
     int exitCode = 0;
     try {

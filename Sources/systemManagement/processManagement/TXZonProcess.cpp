@@ -1,0 +1,284 @@
+#include "systemManagement/processManagement/TXZonProcess.h"
+
+#include "platform/io/ProcessTableInternal.h"
+#include "platform/runtime/Class.h"
+#include "platform/system/FileCallsInternal.h"
+#include "platform/system/ProcessCallsInternal.h"
+#include "platform/values/Array.h"
+#include "platform/values/Dictionary.h"
+#include "platform/values/Number.h"
+#include "platform/values/String.h"
+#include "platform/values/UTF.h"
+#include "systemManagement/processManagement/TXZonProcessArgumentAreaInternal.h"
+
+#include <csignal>
+#include <string>
+
+namespace zon {
+
+ZON_DEFINE_CLASS(TXZonProcess, "TXZonProcess")
+
+namespace {
+
+String* const kNameKey = ZSTR("ProcessName");
+String* const kPIDKey = ZSTR("ProcessPID");
+String* const kPathKey = ZSTR("ProcessPath");
+String* const kEnvironmentKey = ZSTR("ProcessEnvironment");
+String* const kArgumentsKey = ZSTR("ProcessArguments");
+
+// The kernel keeps 15 bytes of a name and may cut a UTF-8 sequence; each byte that does not
+// decode becomes U+FFFD, so that no process goes missing for its name.
+Ref<String> nameFromKernelBytes(std::string_view bytes)
+{
+    if (Ref<String> text = String::stringWithUTF8String(bytes))
+        return text;
+    std::u16string units;
+    while (!bytes.empty()) {
+        size_t valid = utf::offsetOfInvalidUTF8(bytes);
+        units += String::stringWithUTF8String(bytes.substr(0, valid))->view();
+        if (valid < bytes.size()) {
+            units += u'\uFFFD';
+            ++valid;
+        }
+        bytes.remove_prefix(valid);
+    }
+    return String::stringWithCharacters(units);
+}
+
+int32_t stateOfLetter(char letter)
+{
+    switch (letter) {
+    case 'R': return TXZonProcessStateRunning;
+    case 'S': case 'D': case 'I': return TXZonProcessStateSleeping;
+    case 'T': case 't': return TXZonProcessStateStopped;
+    case 'Z': return TXZonProcessStateZombie;
+    default: return TXZonProcessStateUnknown;
+    }
+}
+
+bool fileExists(const String* path) { return pathStatus(path->UTF8String()).ok(); }
+
+// The given information completed from an argument area; the keys of the area are left out when
+// there is none (the area could not be read).
+Ref<Dictionary> completedInformation(const Dictionary* information, const std::optional<std::string>& area)
+{
+    Ref<MutableDictionary> completed = MutableDictionary::dictionaryWithDictionary(information);
+    if (!area)
+        return Dictionary::dictionaryWithDictionary(completed.get());
+    ProcessArgumentArea parsed = parseProcessArgumentArea(*area);
+    if (parsed.pathCandidate && fileExists(parsed.pathCandidate.get()))
+        completed->setObject_forKey(parsed.pathCandidate.get(), kPathKey);
+    completed->setObject_forKey(Dictionary::dictionaryWithDictionary(parsed.environment.get()).get(), kEnvironmentKey);
+    completed->setObject_forKey(Array::arrayWithArray(parsed.arguments.get()).get(), kArgumentsKey);
+    return Dictionary::dictionaryWithDictionary(completed.get());
+}
+
+int32_t pidIn(const Dictionary* information)
+{
+    const Number* pid = information ? information->objectForKey<Number>(kPIDKey) : nullptr;
+    return pid ? pid->intValue() : 0;
+}
+
+// Reads the process the information names, when there is one.
+std::optional<ProcessRecord> readProcessOf(const Dictionary* information)
+{
+    const int32_t pid = pidIn(information);
+    if (pid <= 0)
+        return std::nullopt;
+    auto record = ProcessTable::readProcess(pid, ProcessDetail::withArgumentArea);
+    if (!record)
+        return std::nullopt;
+    return std::move(record).value();
+}
+
+template <typename Test>
+Ref<TXZonProcess> firstProcess(const Test& test)
+{
+    Ref<Array> all = TXZonProcess::allRunningProcesses();
+    for (Object* object : *all)
+        if (auto* process = static_cast<TXZonProcess*>(object); test(process))
+            return process;
+    return nullptr;
+}
+
+template <typename Test>
+size_t countProcesses(const Test& test)
+{
+    size_t count = 0;
+    Ref<Array> all = TXZonProcess::allRunningProcesses();
+    for (Object* object : *all)
+        count += test(static_cast<TXZonProcess*>(object));
+    return count;
+}
+
+bool equal(const String* a, const String* b) { return a && b && a->isEqual(b); }
+
+} // namespace
+
+TXZonProcess::TXZonProcess(Ref<Dictionary> information, uint64_t startTime)
+    : processInformation_(std::move(information))
+    , startTime_(startTime)
+{
+}
+
+Ref<Array> TXZonProcess::allRunningProcesses()
+{
+    const std::vector<ProcessRecord> records = ProcessTable::snapshot(ProcessDetail::withArgumentArea);
+    Ref<MutableArray> processes = MutableArray::arrayWithCapacity(records.size());
+    for (const ProcessRecord& record : records) {
+        Ref<Dictionary> information = Dictionary::dictionaryWithObjectsAndKeys({
+            {kNameKey, nameFromKernelBytes(record.name).get()},
+            {kPIDKey, Number::numberWithUnsignedInt(static_cast<unsigned>(record.pid)).get()},
+        });
+        processes->addObject(
+            makeObject<TXZonProcess>(completedInformation(information.get(), record.argumentArea), record.startTime).get());
+    }
+    return Array::arrayWithArray(processes.get());
+}
+
+Ref<TXZonProcess> TXZonProcess::currentProcess() { return processForPid(currentProcessID()); }
+
+Ref<Array> TXZonProcess::processesForName(const String* name)
+{
+    Ref<MutableArray> matches = MutableArray::array();
+    Ref<Array> all = allRunningProcesses();
+    for (Object* object : *all) {
+        auto* process = static_cast<TXZonProcess*>(object);
+        if (equal(process->fullname().get(), name) || equal(process->name(), name))
+            matches->addObject(process);
+    }
+    return Array::arrayWithArray(matches.get());
+}
+
+Ref<TXZonProcess> TXZonProcess::processForName(const String* name)
+{
+    return firstProcess([&](TXZonProcess* process) {
+        return equal(process->fullname().get(), name) || equal(process->name(), name);
+    });
+}
+
+Ref<TXZonProcess> TXZonProcess::processForPid(int32_t pid)
+{
+    return firstProcess([&](TXZonProcess* process) { return process->pid() == pid; });
+}
+
+bool TXZonProcess::processIsRunningWithFullname(const String* fullname)
+{
+    return firstProcess([&](TXZonProcess* process) { return equal(process->fullname().get(), fullname); }) != nullptr;
+}
+
+bool TXZonProcess::multipleProcessesAreRunningWithFullname(const String* fullname)
+{
+    return countProcesses([&](TXZonProcess* process) { return equal(process->fullname().get(), fullname); }) > 1;
+}
+
+Ref<Array> TXZonProcess::duplicateProcesses()
+{
+    Ref<MutableArray> duplicates = MutableArray::array();
+    Ref<TXZonProcess> current = currentProcess();
+    if (!current)
+        return Array::arrayWithArray(duplicates.get());
+    Ref<String> fullname = current->fullname();
+    String* path = current->path();
+    Ref<Array> all = allRunningProcesses();
+    for (Object* object : *all) {
+        auto* process = static_cast<TXZonProcess*>(object);
+        if (process->pid() == current->pid())
+            continue;
+        if ((fullname && equal(process->fullname().get(), fullname.get())) || (path && equal(process->path(), path)))
+            duplicates->addObject(process);
+    }
+    return Array::arrayWithArray(duplicates.get());
+}
+
+Ref<TXZonProcess> TXZonProcess::initWithProcessInformation(const Dictionary* information)
+{
+    if (!information)
+        return nullptr;
+    const std::optional<ProcessRecord> record = readProcessOf(information);
+    Ref<Dictionary> completed = completedInformation(information, record ? record->argumentArea : std::nullopt);
+    return makeObject<TXZonProcess>(std::move(completed), record ? record->startTime : 0);
+}
+
+Ref<Dictionary> TXZonProcess::scanProcessDetails(const Dictionary* information) const
+{
+    if (!information)
+        return Dictionary::dictionary();
+    const std::optional<ProcessRecord> record = readProcessOf(information);
+    return completedInformation(information, record ? record->argumentArea : std::nullopt);
+}
+
+String* TXZonProcess::name() const { return processInformation_->objectForKey<String>(kNameKey); }
+
+int32_t TXZonProcess::pid() const { return pidIn(processInformation_.get()); }
+
+String* TXZonProcess::path() const { return processInformation_->objectForKey<String>(kPathKey); }
+
+Ref<String> TXZonProcess::fullname() const
+{
+    if (String* executable = path())
+        return executable->lastPathComponent();
+    return name();
+}
+
+Ref<String> TXZonProcess::bundlePath() const
+{
+    String* executable = path();
+    if (!executable)
+        return nullptr;
+    Ref<String> folder = executable->stringByDeletingLastPathComponent();
+    if (!folder->lastPathComponent()->isEqual(ZSTR("MacOS")))
+        return nullptr;
+    Ref<String> bundle = folder->stringByDeletingLastPathComponent()->stringByDeletingLastPathComponent();
+    if (!bundle->length())
+        return nullptr;
+    if (!executable->lastPathComponent()->isEqual(bundle->lastPathComponent()->stringByDeletingPathExtension().get()))
+        return nullptr;
+    return bundle;
+}
+
+Dictionary* TXZonProcess::environment() const
+{
+    return processInformation_->objectForKey<Dictionary>(kEnvironmentKey);
+}
+
+Array* TXZonProcess::arguments() const { return processInformation_->objectForKey<Array>(kArgumentsKey); }
+
+Ref<Array> TXZonProcess::userArguments() const
+{
+    Array* all = arguments();
+    if (!all)
+        return nullptr;
+    Ref<MutableArray> kept = MutableArray::arrayWithCapacity(all->count());
+    for (Object* argument : *all)
+        if (!static_cast<String*>(argument)->hasPrefix(ZSTR("-psn")))
+            kept->addObject(argument);
+    return Array::arrayWithArray(kept.get());
+}
+
+int32_t TXZonProcess::state() const
+{
+    auto record = ProcessTable::readStatLine(pid());
+    return record ? stateOfLetter(record.value().state) : TXZonProcessStateNotFound;
+}
+
+bool TXZonProcess::sendSignal(int signal) const
+{
+    if (startTime_ == 0)
+        return false;
+    auto sent = ProcessTable::signalProcess(pid(), startTime_, signal);
+    return sent && sent.value();
+}
+
+bool TXZonProcess::suspend() const { return sendSignal(SIGSTOP); }
+bool TXZonProcess::resume() const { return sendSignal(SIGCONT); }
+bool TXZonProcess::interrupt() const { return sendSignal(SIGINT); }
+bool TXZonProcess::terminate() const { return sendSignal(SIGTERM); }
+bool TXZonProcess::kill() const { return sendSignal(SIGKILL); }
+
+Ref<String> TXZonProcess::description() const
+{
+    return String::stringWithFormat("%@ (%d)", fullname(), pid());
+}
+
+} // namespace zon
