@@ -14,39 +14,59 @@ namespace {
 
 // Field 22 of the stat line is the 20th after the state letter (field 3).
 constexpr int kFieldsFromStateToStartTime = 19;
+constexpr size_t kCountBytes = sizeof(int32_t);
 
-SystemResult<std::string> readFileAt(int dirfd, const char* name, size_t cap)
+std::string_view bytesOf(const ByteVector& bytes)
 {
-    auto file = openFile(name, O_RDONLY, 0, dirfd);
-    if (!file)
-        return file.error();
-    return readToEnd(file.value().get(), cap);
+    return {reinterpret_cast<const char*>(bytes.data()), bytes.size()};
 }
 
-// Turns a read stat line into a record; ESRCH when it is not one (the process went away while
+void append(ByteVector& area, std::string_view bytes) { area.insert(area.end(), bytes.begin(), bytes.end()); }
+
+// Fills record from the stat line in line; ESRCH when it is not one (the process went away while
 // the kernel wrote it, or the file is not what we expect).
-SystemResult<ProcessRecord> recordFromStatLine(pid_t pid, SystemResult<std::string> line)
+SystemResult<> takeStatLine(pid_t pid, std::string_view line, ProcessRecord& record)
 {
-    if (!line)
-        return line.error();
-    const auto parsed = parseProcessStatLine(line.value());
+    const auto parsed = parseProcessStatLine(line);
     if (!parsed)
         return SystemError {ESRCH, "stat", "not a stat line"};
-    return ProcessRecord {pid, std::string(parsed->name), parsed->state, parsed->startTime, std::nullopt};
+    record.pid = pid;
+    record.name.assign(parsed->name);
+    record.state = parsed->state;
+    record.startTime = parsed->startTime;
+    record.hasArgumentArea = false;
+    record.argumentArea.clear();
+    return {};
 }
 
-std::optional<std::string> readArgumentArea(int folder)
+bool readArgumentArea(int folder, ByteVector& area)
 {
     auto executable = readLinkAt(folder, "exe");
     if (!executable)
-        return std::nullopt;
-    auto commandLine = readFileAt(folder, "cmdline", kArgumentFileCap);
-    if (!commandLine)
-        return std::nullopt;
-    auto environment = readFileAt(folder, "environ", kArgumentFileCap);
-    if (!environment)
-        return std::nullopt;
-    return buildArgumentArea(executable.value(), commandLine.value(), environment.value());
+        return false;
+    beginArgumentArea(area, executable.value());
+    if (!appendFileAt(folder, "cmdline", area, kArgumentFileCap))
+        return false;
+    endArgumentsOfArea(area, executable.value().size());
+    return appendFileAt(folder, "environ", area, kArgumentFileCap).ok();
+}
+
+// Reads pid into record through one descriptor of its folder; scratch holds the stat line.
+SystemResult<> readProcessInto(pid_t pid, ProcessDetail detail, ProcessRecord& record, ByteVector& scratch)
+{
+    char path[32];
+    std::snprintf(path, sizeof path, "/proc/%d", static_cast<int>(pid));
+    auto folder = openFile(path, O_RDONLY | O_DIRECTORY);
+    if (!folder)
+        return folder.error();
+    scratch.clear();
+    if (auto read = appendFileAt(folder.value().get(), "stat", scratch, kStatLineCap); !read)
+        return read;
+    if (auto taken = takeStatLine(pid, bytesOf(scratch), record); !taken)
+        return taken;
+    if (detail == ProcessDetail::withArgumentArea)
+        record.hasArgumentArea = readArgumentArea(folder.value().get(), record.argumentArea);
+    return {};
 }
 
 } // namespace
@@ -77,24 +97,36 @@ std::optional<ProcessStatLine> parseProcessStatLine(std::string_view line)
     return result;
 }
 
+void beginArgumentArea(ByteVector& area, std::string_view executablePath)
+{
+    area.clear();
+    area.resize(kCountBytes);
+    append(area, executablePath);
+    area.push_back(0);
+}
+
+void endArgumentsOfArea(ByteVector& area, size_t executablePathLength)
+{
+    const std::string_view arguments = bytesOf(area).substr(kCountBytes + executablePathLength + 1);
+    int32_t count = 0;
+    for (char c : arguments)
+        count += c == '\0';
+    if (!arguments.empty() && arguments.back() != '\0') {
+        area.push_back(0);
+        ++count;
+    }
+    std::memcpy(area.data(), &count, sizeof count);
+}
+
 std::string buildArgumentArea(std::string_view executablePath, std::string_view commandLine,
     std::string_view environment)
 {
-    int32_t count = 0;
-    for (char c : commandLine)
-        count += c == '\0';
-    std::string area;
-    area.reserve(sizeof count + executablePath.size() + commandLine.size() + environment.size() + 2);
-    area.append(reinterpret_cast<const char*>(&count), sizeof count);
-    area.append(executablePath);
-    area.push_back('\0');
-    area.append(commandLine);
-    // A process that rewrote its arguments may leave the last one unterminated; it must not run
-    // into the first environment entry.
-    if (!commandLine.empty() && commandLine.back() != '\0')
-        area.push_back('\0');
-    area.append(environment);
-    return area;
+    ByteVector area;
+    beginArgumentArea(area, executablePath);
+    append(area, commandLine);
+    endArgumentsOfArea(area, executablePath.size());
+    append(area, environment);
+    return std::string(bytesOf(area));
 }
 
 SystemResult<std::vector<pid_t>> ProcessTable::processIDs()
@@ -107,36 +139,37 @@ SystemResult<std::vector<pid_t>> ProcessTable::processIDs()
 
 SystemResult<ProcessRecord> ProcessTable::readProcess(pid_t pid, ProcessDetail detail)
 {
-    auto folder = openFile("/proc/" + std::to_string(pid), O_RDONLY | O_DIRECTORY);
-    if (!folder)
-        return folder.error();
-    auto record = recordFromStatLine(pid, readFileAt(folder.value().get(), "stat", kStatLineCap));
-    if (record && detail == ProcessDetail::withArgumentArea)
-        record.value().argumentArea = readArgumentArea(folder.value().get());
+    ProcessRecord record;
+    ByteVector scratch;
+    if (auto read = readProcessInto(pid, detail, record, scratch); !read)
+        return read.error();
     return record;
 }
 
-std::vector<ProcessRecord> ProcessTable::snapshot(ProcessDetail detail)
+bool ProcessTable::forEachProcess(ProcessDetail detail, const std::function<void(const ProcessRecord&)>& visit)
 {
-    std::vector<ProcessRecord> records;
     auto ids = processIDs();
     if (!ids)
-        return records;
-    records.reserve(ids.value().size());
+        return false;
+    ProcessRecord record;
+    ByteVector scratch;
     for (const pid_t pid : ids.value())
-        if (auto record = readProcess(pid, detail))
-            records.push_back(std::move(record).value());
-    return records;
+        if (readProcessInto(pid, detail, record, scratch))
+            visit(record);
+    return true;
 }
 
 SystemResult<ProcessRecord> ProcessTable::readStatLine(pid_t pid)
 {
     char path[32];
     std::snprintf(path, sizeof path, "/proc/%d/stat", static_cast<int>(pid));
-    auto file = openFile(path, O_RDONLY);
-    if (!file)
-        return file.error();
-    return recordFromStatLine(pid, readToEnd(file.value().get(), kStatLineCap));
+    ByteVector line;
+    if (auto read = appendFileAt(AT_FDCWD, path, line, kStatLineCap); !read)
+        return read.error();
+    ProcessRecord record;
+    if (auto taken = takeStatLine(pid, bytesOf(line), record); !taken)
+        return taken.error();
+    return record;
 }
 
 SystemResult<bool> ProcessTable::signalProcess(pid_t pid, uint64_t startTime, int signal)

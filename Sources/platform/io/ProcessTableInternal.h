@@ -8,8 +8,10 @@
 // whose stat cannot be read has gone and is left out of a listing.
 
 #include "platform/system/SystemResult.h"
+#include "platform/values/ByteVector.h"
 
 #include <cstdint>
+#include <functional>
 #include <optional>
 #include <string>
 #include <string_view>
@@ -31,7 +33,14 @@ ZON_EXPORT std::optional<ProcessStatLine> parseProcessStatLine(std::string_view 
 
 // The argument area laid out as the original platform's kernel hands it over: the argument count
 // (4 bytes, host order), the executable path and a NUL, the arguments, then the environment, each
-// string ending in a NUL.
+// string ending in a NUL. The reader fills it in three steps, with the arguments and the
+// environment read straight into it.
+ZON_EXPORT void beginArgumentArea(ByteVector& area, std::string_view executablePath);
+// Ends the arguments that follow the path: counts them into the header and ends the last with a
+// NUL when it lacks one (a process that rewrote its arguments may leave it unterminated, and it
+// must not run into the first environment entry). The environment is appended after.
+ZON_EXPORT void endArgumentsOfArea(ByteVector& area, size_t executablePathLength);
+// All three steps at once, for tests and fuzzing.
 ZON_EXPORT std::string buildArgumentArea(std::string_view executablePath, std::string_view commandLine,
     std::string_view environment);
 
@@ -40,9 +49,15 @@ struct ProcessRecord {
     std::string name; // the kernel's name: at most 15 bytes, possibly cut inside a UTF-8 sequence
     char state = 0;
     uint64_t startTime = 0;
-    // Nothing when exe, cmdline or environ could not be read (another user's process, a kernel
-    // thread, a zombie).
-    std::optional<std::string> argumentArea;
+    // False when exe, cmdline or environ could not be read (another user's process, a kernel
+    // thread, a zombie), or when they were not asked for.
+    bool hasArgumentArea = false;
+    ByteVector argumentArea;
+
+    std::string_view argumentAreaBytes() const
+    {
+        return {reinterpret_cast<const char*>(argumentArea.data()), argumentArea.size()};
+    }
 };
 
 enum class ProcessDetail { statLineOnly, withArgumentArea };
@@ -60,8 +75,9 @@ public:
     static SystemResult<std::vector<pid_t>> processIDs();
     // One process, read through one descriptor of its folder.
     static SystemResult<ProcessRecord> readProcess(pid_t pid, ProcessDetail detail);
-    // Every process that could be read, in ascending pid order; empty when /proc cannot be listed.
-    static std::vector<ProcessRecord> snapshot(ProcessDetail detail);
+    // Calls visit with every process that could be read, in ascending pid order; false when /proc
+    // cannot be listed. The record handed over is reused for the next process.
+    static bool forEachProcess(ProcessDetail detail, const std::function<void(const ProcessRecord&)>& visit);
     // The stat line of pid now, read directly by its path (one open, one read).
     static SystemResult<ProcessRecord> readStatLine(pid_t pid);
     // Signals the process with pid when it is still the one that started at startTime: a process

@@ -5,6 +5,7 @@
 
 #include "platform/system/FileDescriptor.h"
 #include "platform/system/SystemResult.h"
+#include "platform/values/ByteVector.h"
 
 #include <string>
 #include <sys/types.h>
@@ -17,6 +18,10 @@ namespace zon {
 ZON_EXPORT SystemResult<std::vector<pid_t>> numericDirectoryEntries(int dirfd);
 // readlinkat(2): the text of the link name relative to dirfd, however long.
 ZON_EXPORT SystemResult<std::string> readLinkAt(int dirfd, const std::string& name);
+// Reads the file name relative to dirfd to its end, appending to out (which keeps its capacity
+// from one call to the next, so a scan of many small files allocates once). EFBIG when the file
+// holds more than maxBytes; out then holds what was read.
+ZON_EXPORT SystemResult<> appendFileAt(int dirfd, const char* name, ByteVector& out, size_t maxBytes);
 // getpid(2).
 ZON_EXPORT pid_t currentProcessID() noexcept;
 // pidfd_open(2): a descriptor that stays bound to the process that has pid now, closed on exec.

@@ -58,19 +58,31 @@ int32_t stateOfLetter(char letter)
 
 bool fileExists(const String* path) { return pathStatus(path->UTF8String()).ok(); }
 
-// The given information completed from an argument area; the keys of the area are left out when
-// there is none (the area could not be read).
-Ref<Dictionary> completedInformation(const Dictionary* information, const std::optional<std::string>& area)
+// Adds to entries (keys and values, alternating) what the record's argument area gives: the path
+// when a file exists there, the environment and the arguments; nothing when it could not be read.
+void appendAreaEntries(std::vector<Ref<Object>>& entries, const ProcessRecord* record)
 {
-    Ref<MutableDictionary> completed = MutableDictionary::dictionaryWithDictionary(information);
-    if (!area)
-        return Dictionary::dictionaryWithDictionary(completed.get());
-    ProcessArgumentArea parsed = parseProcessArgumentArea(*area);
-    if (parsed.pathCandidate && fileExists(parsed.pathCandidate.get()))
-        completed->setObject_forKey(parsed.pathCandidate.get(), kPathKey);
-    completed->setObject_forKey(Dictionary::dictionaryWithDictionary(parsed.environment.get()).get(), kEnvironmentKey);
-    completed->setObject_forKey(Array::arrayWithArray(parsed.arguments.get()).get(), kArgumentsKey);
-    return Dictionary::dictionaryWithDictionary(completed.get());
+    if (!record || !record->hasArgumentArea)
+        return;
+    ProcessArgumentArea parsed = parseProcessArgumentArea(record->argumentAreaBytes());
+    if (parsed.pathCandidate && fileExists(parsed.pathCandidate.get())) {
+        entries.push_back(kPathKey);
+        entries.push_back(std::move(parsed.pathCandidate));
+    }
+    entries.insert(entries.end(), {kEnvironmentKey, std::move(parsed.environment), kArgumentsKey, std::move(parsed.arguments)});
+}
+
+// The given information completed from the record; a key read replaces one the caller passed.
+Ref<Dictionary> completedInformation(const Dictionary* information, const ProcessRecord* record)
+{
+    std::vector<Ref<Object>> entries;
+    Ref<Array> keys = information->allKeys();
+    for (Object* key : *keys) {
+        entries.push_back(key);
+        entries.push_back(information->objectForKey(key));
+    }
+    appendAreaEntries(entries, record);
+    return Dictionary::dictionaryAdoptingKeysAndValues(entries);
 }
 
 int32_t pidIn(const Dictionary* information)
@@ -123,17 +135,14 @@ TXZonProcess::TXZonProcess(Ref<Dictionary> information, uint64_t startTime)
 
 Ref<Array> TXZonProcess::allRunningProcesses()
 {
-    const std::vector<ProcessRecord> records = ProcessTable::snapshot(ProcessDetail::withArgumentArea);
-    Ref<MutableArray> processes = MutableArray::arrayWithCapacity(records.size());
-    for (const ProcessRecord& record : records) {
-        Ref<Dictionary> information = Dictionary::dictionaryWithObjectsAndKeys({
-            {kNameKey, nameFromKernelBytes(record.name).get()},
-            {kPIDKey, Number::numberWithUnsignedInt(static_cast<unsigned>(record.pid)).get()},
-        });
-        processes->addObject(
-            makeObject<TXZonProcess>(completedInformation(information.get(), record.argumentArea), record.startTime).get());
-    }
-    return Array::arrayWithArray(processes.get());
+    std::vector<Ref<Object>> processes;
+    ProcessTable::forEachProcess(ProcessDetail::withArgumentArea, [&](const ProcessRecord& record) {
+        std::vector<Ref<Object>> entries {kNameKey, nameFromKernelBytes(record.name), kPIDKey,
+            Number::numberWithUnsignedInt(static_cast<unsigned>(record.pid))};
+        appendAreaEntries(entries, &record);
+        processes.push_back(makeObject<TXZonProcess>(Dictionary::dictionaryAdoptingKeysAndValues(entries), record.startTime));
+    });
+    return Array::arrayWithVector(std::move(processes));
 }
 
 Ref<TXZonProcess> TXZonProcess::currentProcess() { return processForPid(currentProcessID()); }
@@ -196,7 +205,7 @@ Ref<TXZonProcess> TXZonProcess::initWithProcessInformation(const Dictionary* inf
     if (!information)
         return nullptr;
     const std::optional<ProcessRecord> record = readProcessOf(information);
-    Ref<Dictionary> completed = completedInformation(information, record ? record->argumentArea : std::nullopt);
+    Ref<Dictionary> completed = completedInformation(information, record ? &*record : nullptr);
     return makeObject<TXZonProcess>(std::move(completed), record ? record->startTime : 0);
 }
 
@@ -205,7 +214,7 @@ Ref<Dictionary> TXZonProcess::scanProcessDetails(const Dictionary* information) 
     if (!information)
         return Dictionary::dictionary();
     const std::optional<ProcessRecord> record = readProcessOf(information);
-    return completedInformation(information, record ? record->argumentArea : std::nullopt);
+    return completedInformation(information, record ? &*record : nullptr);
 }
 
 String* TXZonProcess::name() const { return processInformation_->objectForKey<String>(kNameKey); }

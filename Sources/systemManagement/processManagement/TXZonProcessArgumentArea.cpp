@@ -4,6 +4,9 @@
 #include "platform/values/Dictionary.h"
 #include "platform/values/String.h"
 
+#include <algorithm>
+#include <vector>
+
 namespace zon {
 
 namespace {
@@ -11,41 +14,70 @@ namespace {
 // The argument count that heads the area is not used.
 constexpr size_t kCountBytes = 4;
 
-void takeString(ProcessArgumentArea& result, String* text)
-{
-    const std::u16string_view units = text->view();
-    const size_t equals = units.find(u'=');
-    if (!result.pathCandidate && equals == std::u16string_view::npos) {
-        result.pathCandidate = text;
-    } else if (units.starts_with(u"--")) {
-        result.arguments->addObject(text);
-    } else if (equals == std::u16string_view::npos) {
-        if (!text->isEqual(result.pathCandidate.get()))
-            result.arguments->addObject(text);
-    } else {
-        result.environment->setObject_forKey(String::stringWithCharacters(units.substr(equals + 1)).get(),
-            String::stringWithCharacters(units.substr(0, equals)).get());
+// Collects the strings of an area in order. An environment entry is split at its first "=" before
+// decoding: "=" is one ASCII byte, so the entry is UTF-8 exactly when both halves are.
+class AreaReader {
+public:
+    // strings: how many the area may hold, so that the lists grow once.
+    explicit AreaReader(size_t strings)
+    {
+        arguments_.reserve(strings);
+        environment_.reserve(2 * strings);
     }
-}
+
+    void take(std::string_view bytes)
+    {
+        const size_t equals = bytes.find('=');
+        if (equals == std::string_view::npos || bytes.starts_with("--")) {
+            Ref<String> text = String::stringWithUTF8String(bytes);
+            if (!text)
+                return; // not UTF-8: passed over
+            if (!path_ && equals == std::string_view::npos) {
+                path_ = std::move(text);
+                pathBytes_ = bytes;
+            } else if (bytes.starts_with("--") || bytes != pathBytes_) {
+                arguments_.push_back(std::move(text));
+            }
+            return;
+        }
+        Ref<String> key = String::stringWithUTF8String(bytes.substr(0, equals));
+        Ref<String> value = String::stringWithUTF8String(bytes.substr(equals + 1));
+        if (!key || !value)
+            return;
+        environment_.push_back(std::move(key));
+        environment_.push_back(std::move(value));
+    }
+
+    ProcessArgumentArea finish()
+    {
+        // A later entry of a key replaces the value of the earlier one.
+        return {std::move(path_), Dictionary::dictionaryAdoptingKeysAndValues(environment_),
+            Array::arrayWithVector(std::move(arguments_))};
+    }
+
+private:
+    Ref<String> path_;
+    std::string_view pathBytes_;
+    std::vector<Ref<Object>> arguments_;
+    std::vector<Ref<Object>> environment_; // keys and values, alternating
+};
 
 } // namespace
 
 ProcessArgumentArea parseProcessArgumentArea(std::string_view area)
 {
-    ProcessArgumentArea result {nullptr, MutableDictionary::dictionary(), MutableArray::array()};
-    if (area.size() <= kCountBytes)
-        return result;
-    area.remove_prefix(kCountBytes);
+    if (area.size() > kCountBytes)
+        area.remove_prefix(kCountBytes);
+    else
+        area = {};
+    AreaReader reader(static_cast<size_t>(std::count(area.begin(), area.end(), '\0')) + 1);
     while (!area.empty()) {
         const size_t end = std::min(area.find('\0'), area.size());
-        if (end > 0) {
-            // Strings that are not UTF-8 are passed over.
-            if (Ref<String> text = String::stringWithUTF8String(area.substr(0, end)))
-                takeString(result, text.get());
-        }
+        if (end > 0) // runs of NULs give no strings
+            reader.take(area.substr(0, end));
         area.remove_prefix(std::min(end + 1, area.size()));
     }
-    return result;
+    return reader.finish();
 }
 
 } // namespace zon

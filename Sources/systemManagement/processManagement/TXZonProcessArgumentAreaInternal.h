@@ -11,14 +11,14 @@
 
 namespace zon {
 
+class Array;
+class Dictionary;
 class String;
-class MutableArray;
-class MutableDictionary;
 
 struct ProcessArgumentArea {
     Ref<String> pathCandidate; // nil when no string qualified
-    Ref<MutableDictionary> environment;
-    Ref<MutableArray> arguments;
+    Ref<Dictionary> environment;
+    Ref<Array> arguments;
 };
 
 // Reads an area laid out as buildArgumentArea lays it out; never fails. Fewer than 5 bytes give

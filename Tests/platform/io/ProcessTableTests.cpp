@@ -46,9 +46,9 @@ TEST(ProcessTable, ReadsThisProcessThroughItsFolder)
     ASSERT_TRUE(self);
     EXPECT_EQ(self.value().state, 'R');
     EXPECT_GT(self.value().startTime, 0u);
-    ASSERT_TRUE(self.value().argumentArea);
+    ASSERT_TRUE(self.value().hasArgumentArea);
     // The area starts with the argument count, then the executable path.
-    const std::string& area = *self.value().argumentArea;
+    const std::string_view area = self.value().argumentAreaBytes();
     char executable[4096] = {};
     ASSERT_GT(::readlink("/proc/self/exe", executable, sizeof executable - 1), 0);
     EXPECT_EQ(area.substr(4, area.find('\0', 4) - 4), executable);
