@@ -64,6 +64,6 @@ TEST(ProcessTable, ArgumentAreaKeepsAnUnterminatedLastArgumentApart)
     const std::string area = buildArgumentArea("/bin/x", std::string("/bin/x\0-v\0rewritten", 19), std::string("A=1\0", 4));
     int32_t count = 0;
     std::memcpy(&count, area.data(), sizeof count);
-    EXPECT_EQ(count, 2);
+    EXPECT_EQ(count, 3);
     EXPECT_EQ(area.substr(4), std::string("/bin/x\0/bin/x\0-v\0rewritten\0A=1\0", 31));
 }
