@@ -60,11 +60,11 @@ bool fileExists(const String* path) { return pathStatus(path->UTF8String()).ok()
 
 // Adds to entries (keys and values, alternating) what the record's argument area gives: the path
 // when a file exists there, the environment and the arguments; nothing when it could not be read.
-void appendAreaEntries(std::vector<Ref<Object>>& entries, const ProcessRecord* record)
+void appendAreaEntries(std::vector<Ref<Object>>& entries, const ProcessRecord* record, ProcessValueCache* cache = nullptr)
 {
     if (!record || !record->hasArgumentArea)
         return;
-    ProcessArgumentArea parsed = parseProcessArgumentArea(record->argumentAreaBytes());
+    ProcessArgumentArea parsed = parseProcessArgumentArea(record->argumentAreaBytes(), cache);
     if (parsed.pathCandidate && fileExists(parsed.pathCandidate.get())) {
         entries.push_back(kPathKey);
         entries.push_back(std::move(parsed.pathCandidate));
@@ -136,10 +136,11 @@ TXZonProcess::TXZonProcess(Ref<Dictionary> information, uint64_t startTime)
 Ref<Array> TXZonProcess::allRunningProcesses()
 {
     std::vector<Ref<Object>> processes;
+    ProcessValueCache values;
     ProcessTable::forEachProcess(ProcessDetail::withArgumentArea, [&](const ProcessRecord& record) {
         std::vector<Ref<Object>> entries {kNameKey, nameFromKernelBytes(record.name), kPIDKey,
             Number::numberWithUnsignedInt(static_cast<unsigned>(record.pid))};
-        appendAreaEntries(entries, &record);
+        appendAreaEntries(entries, &record, &values);
         processes.push_back(makeObject<TXZonProcess>(Dictionary::dictionaryAdoptingKeysAndValues(entries), record.startTime));
     });
     return Array::arrayWithVector(std::move(processes));

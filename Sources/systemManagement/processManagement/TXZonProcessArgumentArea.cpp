@@ -19,7 +19,8 @@ constexpr size_t kCountBytes = 4;
 class AreaReader {
 public:
     // strings: how many the area may hold, so that the lists grow once.
-    explicit AreaReader(size_t strings)
+    AreaReader(size_t strings, ProcessValueCache* cache)
+        : cache_(cache)
     {
         arguments_.reserve(strings);
         environment_.reserve(2 * strings);
@@ -29,7 +30,7 @@ public:
     {
         const size_t equals = bytes.find('=');
         if (equals == std::string_view::npos || bytes.starts_with("--")) {
-            Ref<String> text = String::stringWithUTF8String(bytes);
+            Ref<String> text = decode(bytes);
             if (!text)
                 return; // not UTF-8: passed over
             if (!path_ && equals == std::string_view::npos) {
@@ -40,8 +41,8 @@ public:
             }
             return;
         }
-        Ref<String> key = String::stringWithUTF8String(bytes.substr(0, equals));
-        Ref<String> value = String::stringWithUTF8String(bytes.substr(equals + 1));
+        Ref<String> key = decode(bytes.substr(0, equals));
+        Ref<String> value = decode(bytes.substr(equals + 1));
         if (!key || !value)
             return;
         environment_.push_back(std::move(key));
@@ -51,11 +52,18 @@ public:
     ProcessArgumentArea finish()
     {
         // A later entry of a key replaces the value of the earlier one.
-        return {std::move(path_), Dictionary::dictionaryAdoptingKeysAndValues(environment_),
+        return {std::move(path_),
+            cache_ ? cache_->dictionaryWithKeysAndValues(environment_) : Dictionary::dictionaryAdoptingKeysAndValues(environment_),
             Array::arrayWithVector(std::move(arguments_))};
     }
 
 private:
+    Ref<String> decode(std::string_view bytes)
+    {
+        return cache_ ? cache_->stringWithUTF8(bytes) : String::stringWithUTF8String(bytes);
+    }
+
+    ProcessValueCache* cache_;
     Ref<String> path_;
     std::string_view pathBytes_;
     std::vector<Ref<Object>> arguments_;
@@ -64,13 +72,43 @@ private:
 
 } // namespace
 
-ProcessArgumentArea parseProcessArgumentArea(std::string_view area)
+Ref<String> ProcessValueCache::stringWithUTF8(std::string_view bytes)
+{
+    if (auto found = strings_.find(bytes); found != strings_.end())
+        return found->second;
+    Ref<String> text = String::stringWithUTF8String(bytes);
+    strings_.emplace(bytes, text);
+    return text;
+}
+
+size_t ProcessValueCache::Hash::operator()(const std::vector<const Object*>& objects) const
+{
+    size_t hash = objects.size();
+    for (const Object* object : objects)
+        hash = hash * 31 + std::hash<const Object*> {}(object);
+    return hash;
+}
+
+Ref<Dictionary> ProcessValueCache::dictionaryWithKeysAndValues(std::span<Ref<Object>> keysAndValues)
+{
+    std::vector<const Object*> identities;
+    identities.reserve(keysAndValues.size());
+    for (const Ref<Object>& object : keysAndValues)
+        identities.push_back(object.get());
+    if (auto found = dictionaries_.find(identities); found != dictionaries_.end())
+        return found->second;
+    Ref<Dictionary> dictionary = Dictionary::dictionaryAdoptingKeysAndValues(keysAndValues);
+    dictionaries_.emplace(std::move(identities), dictionary);
+    return dictionary;
+}
+
+ProcessArgumentArea parseProcessArgumentArea(std::string_view area, ProcessValueCache* cache)
 {
     if (area.size() > kCountBytes)
         area.remove_prefix(kCountBytes);
     else
         area = {};
-    AreaReader reader(static_cast<size_t>(std::count(area.begin(), area.end(), '\0')) + 1);
+    AreaReader reader(static_cast<size_t>(std::count(area.begin(), area.end(), '\0')) + 1, cache);
     while (!area.empty()) {
         const size_t end = std::min(area.find('\0'), area.size());
         if (end > 0) // runs of NULs give no strings
