@@ -113,17 +113,30 @@ Ref<TXZonProcess> firstProcess(const Test& test)
     return nullptr;
 }
 
+// Every process of a fresh listing that passes test, in listing order.
 template <typename Test>
-size_t countProcesses(const Test& test)
+Ref<Array> processesWhere(const Test& test)
 {
-    size_t count = 0;
+    std::vector<Ref<Object>> matches;
     Ref<Array> all = TXZonProcess::allRunningProcesses();
     for (Object* object : *all)
-        count += test(static_cast<TXZonProcess*>(object));
-    return count;
+        if (test(static_cast<TXZonProcess*>(object)))
+            matches.push_back(object);
+    return Array::arrayWithVector(std::move(matches));
 }
 
 bool equal(const String* a, const String* b) { return a && b && a->isEqual(b); }
+
+// The test of the name look-ups: the full name first, then the kernel name.
+auto named(const String* name)
+{
+    return [name](TXZonProcess* process) { return equal(process->fullname().get(), name) || equal(process->name(), name); };
+}
+
+auto withFullname(const String* fullname)
+{
+    return [fullname](TXZonProcess* process) { return equal(process->fullname().get(), fullname); };
+}
 
 } // namespace
 
@@ -148,24 +161,9 @@ Ref<Array> TXZonProcess::allRunningProcesses()
 
 Ref<TXZonProcess> TXZonProcess::currentProcess() { return processForPid(currentProcessID()); }
 
-Ref<Array> TXZonProcess::processesForName(const String* name)
-{
-    Ref<MutableArray> matches = MutableArray::array();
-    Ref<Array> all = allRunningProcesses();
-    for (Object* object : *all) {
-        auto* process = static_cast<TXZonProcess*>(object);
-        if (equal(process->fullname().get(), name) || equal(process->name(), name))
-            matches->addObject(process);
-    }
-    return Array::arrayWithArray(matches.get());
-}
+Ref<Array> TXZonProcess::processesForName(const String* name) { return processesWhere(named(name)); }
 
-Ref<TXZonProcess> TXZonProcess::processForName(const String* name)
-{
-    return firstProcess([&](TXZonProcess* process) {
-        return equal(process->fullname().get(), name) || equal(process->name(), name);
-    });
-}
+Ref<TXZonProcess> TXZonProcess::processForName(const String* name) { return firstProcess(named(name)); }
 
 Ref<TXZonProcess> TXZonProcess::processForPid(int32_t pid)
 {
@@ -174,31 +172,25 @@ Ref<TXZonProcess> TXZonProcess::processForPid(int32_t pid)
 
 bool TXZonProcess::processIsRunningWithFullname(const String* fullname)
 {
-    return firstProcess([&](TXZonProcess* process) { return equal(process->fullname().get(), fullname); }) != nullptr;
+    return firstProcess(withFullname(fullname)) != nullptr;
 }
 
 bool TXZonProcess::multipleProcessesAreRunningWithFullname(const String* fullname)
 {
-    return countProcesses([&](TXZonProcess* process) { return equal(process->fullname().get(), fullname); }) > 1;
+    return processesWhere(withFullname(fullname))->count() > 1;
 }
 
 Ref<Array> TXZonProcess::duplicateProcesses()
 {
-    Ref<MutableArray> duplicates = MutableArray::array();
     Ref<TXZonProcess> current = currentProcess();
     if (!current)
-        return Array::arrayWithArray(duplicates.get());
+        return Array::array();
     Ref<String> fullname = current->fullname();
     String* path = current->path();
-    Ref<Array> all = allRunningProcesses();
-    for (Object* object : *all) {
-        auto* process = static_cast<TXZonProcess*>(object);
-        if (process->pid() == current->pid())
-            continue;
-        if ((fullname && equal(process->fullname().get(), fullname.get())) || (path && equal(process->path(), path)))
-            duplicates->addObject(process);
-    }
-    return Array::arrayWithArray(duplicates.get());
+    return processesWhere([&](TXZonProcess* process) {
+        return process->pid() != current->pid()
+            && ((fullname && equal(process->fullname().get(), fullname.get())) || (path && equal(process->path(), path)));
+    });
 }
 
 Ref<TXZonProcess> TXZonProcess::initWithProcessInformation(const Dictionary* information)
