@@ -2,7 +2,6 @@
 
 #include "platform/io/ProcessTableInternal.h"
 #include "platform/runtime/Class.h"
-#include "platform/system/FileCallsInternal.h"
 #include "platform/system/ProcessCallsInternal.h"
 #include "platform/values/Array.h"
 #include "platform/values/Dictionary.h"
@@ -56,8 +55,6 @@ int32_t stateOfLetter(char letter)
     }
 }
 
-bool fileExists(const String* path) { return pathStatus(path->UTF8String()).ok(); }
-
 // Adds to entries (keys and values, alternating) what the record's argument area gives: the path
 // when a file exists there, the environment and the arguments; nothing when it could not be read.
 void appendAreaEntries(std::vector<Ref<Object>>& entries, const ProcessRecord* record, ProcessValueCache* cache = nullptr)
@@ -65,7 +62,9 @@ void appendAreaEntries(std::vector<Ref<Object>>& entries, const ProcessRecord* r
     if (!record || !record->hasArgumentArea)
         return;
     ProcessArgumentArea parsed = parseProcessArgumentArea(record->argumentAreaBytes(), cache);
-    if (parsed.pathCandidate && fileExists(parsed.pathCandidate.get())) {
+    const bool exists = parsed.pathCandidate
+        && (cache ? cache->fileExists(parsed.pathCandidate.get()) : fileExistsAtPath(parsed.pathCandidate.get()));
+    if (exists) {
         entries.push_back(kPathKey);
         entries.push_back(std::move(parsed.pathCandidate));
     }

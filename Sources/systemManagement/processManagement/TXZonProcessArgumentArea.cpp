@@ -1,5 +1,6 @@
 #include "systemManagement/processManagement/TXZonProcessArgumentAreaInternal.h"
 
+#include "platform/system/FileCallsInternal.h"
 #include "platform/values/Array.h"
 #include "platform/values/Dictionary.h"
 #include "platform/values/String.h"
@@ -101,6 +102,16 @@ Ref<Dictionary> ProcessValueCache::dictionaryWithKeysAndValues(std::span<Ref<Obj
     dictionaries_.emplace(std::move(identities), dictionary);
     return dictionary;
 }
+
+bool ProcessValueCache::fileExists(const String* path)
+{
+    auto [entry, added] = existingFiles_.try_emplace(path, false);
+    if (added)
+        entry->second = fileExistsAtPath(path);
+    return entry->second;
+}
+
+bool fileExistsAtPath(const String* path) { return pathStatus(path->UTF8String()).ok(); }
 
 ProcessArgumentArea parseProcessArgumentArea(std::string_view area, ProcessValueCache* cache)
 {

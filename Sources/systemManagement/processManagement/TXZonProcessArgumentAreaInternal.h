@@ -37,6 +37,9 @@ public:
     // The dictionary of keys and values (alternating, strings from this cache), as
     // Dictionary::dictionaryAdoptingKeysAndValues makes it.
     Ref<Dictionary> dictionaryWithKeysAndValues(std::span<Ref<Object>> keysAndValues);
+    // Whether a file exists at path (a string from this cache), asked once per path: many
+    // processes run the same program.
+    bool fileExists(const String* path);
 
 private:
     struct Hash {
@@ -47,7 +50,11 @@ private:
     std::unordered_map<std::string, Ref<String>, Hash, std::equal_to<>> strings_;
     // By the identities of their keys and values, which the string cache makes equal for equal text.
     std::unordered_map<std::vector<const Object*>, Ref<Dictionary>, Hash> dictionaries_;
+    std::unordered_map<const String*, bool> existingFiles_;
 };
+
+// Whether a file (of any kind) exists at path, following links.
+ZON_EXPORT bool fileExistsAtPath(const String* path);
 
 // Reads an area laid out as buildArgumentArea lays it out; never fails. Fewer than 5 bytes give
 // no path, no arguments and an empty environment. Strings come from cache when one is given.
