@@ -1,3 +1,4 @@
+#include "platform/io/ProcessTableInternal.h"
 #include "platform/values/Array.h"
 #include "platform/values/Dictionary.h"
 #include "platform/values/Number.h"
@@ -58,12 +59,16 @@ std::string executableOf(pid_t pid)
 }
 
 // Starts program with arguments and waits until it runs program itself (not the forked copy of
-// this test, nor the env that may start it).
+// this test, nor the env that may start it) and sleeps: the kernel switches the executable link
+// before it sets up the new arguments.
 void startAndWait(PeerProcess& peer, const std::string& program, const std::vector<std::string>& arguments,
     const std::string& runs)
 {
     ASSERT_TRUE(peer.start(program, arguments));
-    ASSERT_TRUE(eventually([&] { return executableOf(peer.pid()) == runs; })) << runs;
+    ASSERT_TRUE(eventually([&] {
+        auto stat = ProcessTable::readStatLine(peer.pid());
+        return executableOf(peer.pid()) == runs && stat && stat.value().state == 'S';
+    })) << runs;
 }
 
 Ref<TXZonProcess> listed(pid_t pid)
@@ -145,8 +150,7 @@ TEST(TXZonProcess, ReadsArgumentsAndEnvironmentWithTheSuitesRules)
     EXPECT_EQ(utf8(process->environment()->objectForKey<String>(ZSTR("mode"))), "fast");
     EXPECT_EQ(utf8(process->environment()->objectForKey<String>(ZSTR("ZON_PROCESS_MARK"))), "1");
     EXPECT_EQ(utf8(process->description().get()), "ProcessPeer (" + std::to_string(peer.pid()) + ")");
-    // Asked anew each time: running while it starts, then sleeping in pause().
-    EXPECT_TRUE(eventually([&] { return process->state() == TXZonProcessStateSleeping; }));
+    EXPECT_EQ(process->state(), TXZonProcessStateSleeping);
 }
 
 TEST(TXZonProcess, InitialiserScansTheGivenProcessAndKeepsTheGivenName)
