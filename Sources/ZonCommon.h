@@ -71,6 +71,7 @@
 #include "genericObjects/TXZonDynamicObject.h"
 #include "systemManagement/processManagement/TXZonIPCPacket.h"
 #include "systemManagement/processManagement/TXZonIPCService.h"
+#include "systemManagement/processManagement/TXZonProcess.h"
 #include "utilities/data/InputStream.h"
 #include "utilities/data/TXJSONParser.h"
 #include "utilities/data/TXZonTLEUnicodeServiceUtilities.h"

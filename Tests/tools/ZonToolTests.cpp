@@ -504,3 +504,26 @@ TEST(ZonTool, ExceptionRaiseShowsTheConstructorsRow)
     EXPECT_THAT(run.out, HasSubstr("caught:       TXZonBasePipeClosedException\n"));
     EXPECT_THAT(run.out, HasSubstr("description:  x type: 3 errno: 0\n"));
 }
+
+TEST(ZonTool, PsAndSignalReachAChild)
+{
+    const pid_t child = ::fork();
+    if (child == 0) {
+        for (;;)
+            ::pause();
+    }
+    const std::string pid = std::to_string(child);
+    ToolRun suspend = runZon({"signal", pid, "suspend"});
+    EXPECT_EQ(suspend.exitCode, 0) << suspend.err;
+    for (int tries = 0; tries < 200 && runZon({"ps", "--pid", pid}).out.find(" stopped ") == std::string::npos; ++tries)
+        ::usleep(10'000);
+    ToolRun listed = runZon({"ps", "--pid", pid});
+    EXPECT_THAT(listed.out, HasSubstr(pid + " 5 stopped "));
+    EXPECT_EQ(runZon({"signal", pid, "kill"}).exitCode, 0);
+    int status = 0;
+    ::waitpid(child, &status, 0);
+    EXPECT_TRUE(WIFSIGNALED(status) && WTERMSIG(status) == SIGKILL);
+    ToolRun gone = runZon({"signal", pid, "terminate"});
+    EXPECT_EQ(gone.exitCode, 1);
+    EXPECT_THAT(gone.err, HasSubstr("no process with pid " + pid));
+}

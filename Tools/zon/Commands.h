@@ -24,5 +24,6 @@ void addExceptionCommands(CLI::App& app);
 void addSizeCommands(CLI::App& app);
 void addVersionCommands(CLI::App& app);
 void addUtilityCommands(CLI::App& app);
+void addProcessCommands(CLI::App& app);
 
 } // namespace zon::tool

@@ -136,6 +136,18 @@ run "$zon" store demo 2>&1
 # type check, hooks around a set, a container, and a copy that runs no hooks.
 run "$zon" dynamic demo
 
+# Processes from /proc: the tool finds itself (its path from the exe link, its arguments); a child
+# is stopped, resumed and terminated through a process descriptor, which cannot reach a process
+# that took over a recycled pid.
+run "$zon" ps --name zon
+sleep 60 &
+child=$!
+run "$zon" signal "$child" suspend
+run "$zon" ps --pid "$child"
+run "$zon" signal "$child" resume
+run "$zon" signal "$child" terminate
+wait "$child" || echo "(the child ended with status $?: terminated by SIGTERM)"
+
 # The suite's exceptions: a constructor drops the error code as it always has; a crash under the
 # exception handler logs its report with symbolised frames, then the process dies of its signal.
 run "$zon" exception raise --class TXZonBasePipeClosedException --reason x --type 3 --errno 9

@@ -52,6 +52,7 @@ int main(int argc, char** argv)
     zon::tool::addSizeCommands(app);
     zon::tool::addVersionCommands(app);
     zon::tool::addUtilityCommands(app);
+    zon::tool::addProcessCommands(app);
 
     int exitCode = 0;
     try {
