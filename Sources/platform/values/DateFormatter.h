@@ -1,7 +1,6 @@
 #pragma once
 
 #include "platform/values/Formatter.h"
-#include "platform/values/String.h" // before Locale.h, which holds a Ref<String> without including it
 #include "platform/values/Locale.h"
 
 namespace zon {

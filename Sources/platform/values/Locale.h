@@ -1,6 +1,7 @@
 #pragma once
 
 #include "platform/runtime/Object.h"
+#include "platform/values/String.h"
 
 #include <cstdint>
 #include <string>
