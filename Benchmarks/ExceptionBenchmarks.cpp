@@ -162,24 +162,22 @@ BENCHMARK(BM_SymbolizeAddr2lineTool)->Unit(benchmark::kMillisecond)->Iterations(
 
 int main(int argc, char** argv)
 {
-    benchmark::Initialize(&argc, argv);
-    if (benchmark::ReportUnrecognizedArguments(argc, argv))
-        return 1;
-    for (const auto& sink : logger::sinks()) // the "created" lines are not what is measured
-        logger::removeSink(sink);
     AutoreleasePool pool;
-    stack35();
     // The tool runs in another process, so it is timed by the wall clock; the rest by the CPU.
     bench::RatioReporter reporter([](const benchmark::BenchmarkReporter::Run& run) {
         return run.benchmark_name().find("Addr2line") != std::string::npos ? bench::RatioReporter::realTime(run)
                                                                            : bench::RatioReporter::cpuTime(run);
     });
-    benchmark::RunSpecifiedBenchmarks(&reporter);
-    const double added = reporter.nanoseconds("BM_RaiseCatchWatched") - reporter.nanoseconds("BM_RaiseCatch");
-    std::printf(
-        "a watched raise costs %.2f us more (35-frame stacks: %zu frames here)\n", added / 1e3, stack35().size());
-    reporter.printSpeedup("BM_SymbolizeWarm", "BM_SymbolizeLibdwWarm");
-    reporter.printSpeedup("BM_SymbolizeWarm", "BM_SymbolizeAddr2lineTool/iterations:10/real_time");
-    benchmark::Shutdown();
-    return 0;
+    auto report = [](bench::RatioReporter& ran) {
+        const double added = ran.nanoseconds("BM_RaiseCatchWatched") - ran.nanoseconds("BM_RaiseCatch");
+        std::printf(
+            "a watched raise costs %.2f us more (35-frame stacks: %zu frames here)\n", added / 1e3, stack35().size());
+        ran.printSpeedup("BM_SymbolizeWarm", "BM_SymbolizeLibdwWarm");
+        ran.printSpeedup("BM_SymbolizeWarm", "BM_SymbolizeAddr2lineTool/iterations:10/real_time");
+    };
+    return bench::runAndReport(argc, argv, reporter, report, [] {
+        for (const auto& sink : logger::sinks()) // the "created" lines are not what is measured
+            logger::removeSink(sink);
+        stack35();
+    });
 }

@@ -94,14 +94,10 @@ BENCHMARK(BM_DynamicSetter_SetValueForPropertyName);
 
 int main(int argc, char** argv)
 {
-    benchmark::Initialize(&argc, argv);
-    if (benchmark::ReportUnrecognizedArguments(argc, argv))
-        return 1;
     zon::bench::RatioReporter reporter;
-    benchmark::RunSpecifiedBenchmarks(&reporter);
-    std::printf("\nTime ratios (ours / Qt; targets: getter 1.5x, setter 2x):\n");
-    reporter.printRatio("BM_DynamicGetter_BySelector", "BM_QtDynamicProperty_Get");
-    reporter.printRatio("BM_DynamicSetter_BySelector", "BM_QtDynamicProperty_Set");
-    benchmark::Shutdown();
-    return 0;
+    return zon::bench::runAndReport(argc, argv, reporter, [](zon::bench::RatioReporter& ran) {
+        std::printf("\nTime ratios (ours / Qt; targets: getter 1.5x, setter 2x):\n");
+        ran.printRatio("BM_DynamicGetter_BySelector", "BM_QtDynamicProperty_Get");
+        ran.printRatio("BM_DynamicSetter_BySelector", "BM_QtDynamicProperty_Set");
+    });
 }

@@ -75,20 +75,31 @@ private:
 // (ours, theirs) benchmark names whose speed-up a program prints after its run.
 using Comparisons = std::vector<std::pair<std::string, std::string>>;
 
-// The main of a benchmark program: runs the benchmarks the command line selects, then prints the
-// speed-up of each comparison under the heading.
-inline int runAndCompare(int argc, char** argv, const char* heading, const Comparisons& comparisons)
+// The main of a benchmark program: runs the benchmarks the command line selects through reporter,
+// then calls report(reporter) to print what the program compares. prepare runs between reading
+// the command line and the first benchmark.
+template <class Report, class Prepare = void (*)()>
+int runAndReport(int argc, char** argv, RatioReporter& reporter, Report report, Prepare prepare = [] {})
 {
     benchmark::Initialize(&argc, argv);
     if (benchmark::ReportUnrecognizedArguments(argc, argv))
         return 1;
-    RatioReporter reporter;
+    prepare();
     benchmark::RunSpecifiedBenchmarks(&reporter);
-    std::printf("\n%s\n", heading);
-    for (const auto& [ours, theirs] : comparisons)
-        reporter.printSpeedup(ours, theirs);
+    report(reporter);
     benchmark::Shutdown();
     return 0;
+}
+
+// The same, printing the speed-up of each comparison under the heading.
+inline int runAndCompare(int argc, char** argv, const char* heading, const Comparisons& comparisons)
+{
+    RatioReporter reporter;
+    return runAndReport(argc, argv, reporter, [&](RatioReporter& ran) {
+        std::printf("\n%s\n", heading);
+        for (const auto& [ours, theirs] : comparisons)
+            ran.printSpeedup(ours, theirs);
+    });
 }
 
 } // namespace zon::bench

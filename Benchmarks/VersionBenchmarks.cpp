@@ -113,16 +113,12 @@ BENCHMARK(BM_VersionParse_Qt);
 
 int main(int argc, char** argv)
 {
-    benchmark::Initialize(&argc, argv);
-    if (benchmark::ReportUnrecognizedArguments(argc, argv))
-        return 1;
     zon::bench::RatioReporter reporter;
-    benchmark::RunSpecifiedBenchmarks(&reporter);
-    std::printf("\nTime ratios (ours / Qt; targets: compare 2x, parse 4x):\n");
-    reporter.printRatio("BM_VersionCompare_Zon", "BM_VersionCompare_Qt");
-    reporter.printRatio("BM_VersionParse_Zon", "BM_VersionParse_Qt");
-    if (const double range = reporter.nanoseconds("BM_RangeTenListed_Zon"); range > 0)
-        std::printf("%-52s %8.0f ns (target: under 1000 ns)\n", "BM_RangeTenListed_Zon", range);
-    benchmark::Shutdown();
-    return 0;
+    return zon::bench::runAndReport(argc, argv, reporter, [](zon::bench::RatioReporter& ran) {
+        std::printf("\nTime ratios (ours / Qt; targets: compare 2x, parse 4x):\n");
+        ran.printRatio("BM_VersionCompare_Zon", "BM_VersionCompare_Qt");
+        ran.printRatio("BM_VersionParse_Zon", "BM_VersionParse_Qt");
+        if (const double range = ran.nanoseconds("BM_RangeTenListed_Zon"); range > 0)
+            std::printf("%-52s %8.0f ns (target: under 1000 ns)\n", "BM_RangeTenListed_Zon", range);
+    });
 }
