@@ -93,6 +93,9 @@ TEST(LocaleCodeTable, IdentifiersCarryTheirNULs)
 
     EXPECT_EQ(FourCharToLocaleIdentifier(0xFF, 'e', 'n', 0), nullptr);
     EXPECT_EQ(FourCharToLocaleIdentifier('d', 'e', 'A', 'T')->view(), std::u16string_view(u"de\0_AT\0", 7));
+    // Bytes above 0x7F do not decode as ASCII.
+    EXPECT_EQ(FourCharToLocaleIdentifier(0x9e, 0x8d, 0, 4), nullptr);
+    EXPECT_EQ(FourCharToLocaleIdentifier(0x9e, 'x', 'A', 'T')->view(), std::u16string_view(u"(null)_AT\0", 10));
 }
 
 TEST(LocaleCodeTable, IdentifierToCodeTakesTheFirstMatchingRow)

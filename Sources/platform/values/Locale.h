@@ -120,6 +120,8 @@ private:
 
 // The identifier the code table forms from four characters: nil when c1 is 0xFF; else c1, c2 and
 // a NUL, then, when c3 is not 0, "_", c3, c4 and a NUL. "en\0_US\0" is seven characters long.
+// Each part is decoded as ASCII: a byte above 0x7F makes that part nil, so the language alone
+// answers nil and the joined form reads "(null)" in its place.
 ZON_EXPORT Ref<String> FourCharToLocaleIdentifier(uint8_t c1, uint8_t c2, uint8_t c3, uint8_t c4);
 
 } // namespace zon
