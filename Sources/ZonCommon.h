@@ -49,6 +49,7 @@
 #include "platform/io/KeyedUnarchiver.h"
 #include "platform/io/MessagePort.h"
 #include "platform/io/PropertyListSerialization.h"
+#include "platform/io/StandardFolders.h"
 #include "platform/io/Workspace.h"
 
 // The log call.

@@ -6,11 +6,11 @@
 #include <openssl/sha.h>
 
 #include "platform/system/FileCallsInternal.h"
+#include "platform/system/UserCallsInternal.h"
 
 #include <cerrno>
 #include <cstdio>
 #include <cstdlib>
-#include <pwd.h>
 #include <sys/un.h>
 #include <unistd.h>
 
@@ -31,11 +31,8 @@ bool isSafeFileChar(char c)
 // "user alice (uid 1001)", or "uid 1001" for a user without a name.
 std::string describeUser(uid_t uid)
 {
-    passwd entry {};
-    passwd* found = nullptr;
-    char buffer[1024];
-    if (::getpwuid_r(uid, &entry, buffer, sizeof buffer, &found) == 0 && found)
-        return "user " + std::string(found->pw_name) + " (uid " + std::to_string(uid) + ")";
+    if (auto entry = userEntry(uid))
+        return "user " + entry.value().name + " (uid " + std::to_string(uid) + ")";
     return "uid " + std::to_string(uid);
 }
 

@@ -1,0 +1,55 @@
+#include "platform/io/StandardFolders.h"
+
+#include "platform/system/UserCallsInternal.h"
+#include "platform/values/String.h"
+
+#include <cstdlib>
+#include <optional>
+#include <string>
+#include <unistd.h>
+
+namespace zon {
+
+namespace {
+
+std::optional<std::string> homePath()
+{
+    if (const char* home = std::getenv("HOME"); home && *home)
+        return std::string(home);
+    auto entry = userEntry(::geteuid());
+    if (!entry || entry.value().home.empty())
+        return std::nullopt;
+    return entry.value().home;
+}
+
+Ref<String> xdgDirectory(const char* variable, const char* belowHome)
+{
+    if (const char* set = std::getenv(variable); set && *set == '/')
+        return String::stringWithUTF8String(set);
+    std::optional<std::string> home = homePath();
+    if (!home)
+        return nullptr;
+    if (home->back() != '/')
+        home->push_back('/');
+    return String::stringWithUTF8String(*home + belowHome);
+}
+
+} // namespace
+
+Ref<String> NSHomeDirectory()
+{
+    std::optional<std::string> home = homePath();
+    return home ? String::stringWithUTF8String(*home) : nullptr;
+}
+
+Ref<String> xdgDataHomeDirectory()
+{
+    return xdgDirectory("XDG_DATA_HOME", ".local/share");
+}
+
+Ref<String> xdgConfigHomeDirectory()
+{
+    return xdgDirectory("XDG_CONFIG_HOME", ".config");
+}
+
+} // namespace zon

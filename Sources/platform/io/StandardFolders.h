@@ -1,0 +1,22 @@
+#pragma once
+
+#include "platform/runtime/Object.h"
+
+namespace zon {
+
+class String;
+
+// The user's standard folders as the desktop names them. Each call reads the environment again;
+// nothing is created.
+
+// $HOME when it is set and not empty, else the home folder of the user database's entry for the
+// effective user; nil when neither gives one.
+ZON_EXPORT Ref<String> NSHomeDirectory();
+// $XDG_DATA_HOME when it is an absolute path, else the home folder's ".local/share" (a relative
+// value is ignored, as the XDG base directory rules say); nil without a home folder.
+ZON_EXPORT Ref<String> xdgDataHomeDirectory();
+// $XDG_CONFIG_HOME when it is an absolute path, else the home folder's ".config"; nil without a
+// home folder.
+ZON_EXPORT Ref<String> xdgConfigHomeDirectory();
+
+} // namespace zon
