@@ -2,6 +2,7 @@
 
 #include "logger/ZonLog.h"
 #include "platform/runtime/Class.h"
+#include "platform/system/FileCallsInternal.h"
 #include "platform/system/ProcessCallsInternal.h"
 #include "platform/values/String.h"
 #include "platform/values/URL.h"
@@ -32,6 +33,27 @@ bool Workspace::openURL(const URL* url) const
     }
     reapWhenDone(opener.value());
     return true;
+}
+
+bool Workspace::isFilePackageAtPath(const String* path) const
+{
+    if (!path)
+        return false;
+    const std::string file = path->UTF8String();
+    std::string_view name(file);
+    while (name.size() > 1 && name.ends_with('/'))
+        name.remove_suffix(1);
+    name.remove_prefix(name.find_last_of('/') + 1); // npos + 1 is 0
+    // The extension is what follows the last "." of a name that has more before it (".app" alone
+    // is a hidden name without an extension).
+    const size_t dot = name.find_last_of('.');
+    if (dot == std::string_view::npos || dot == 0)
+        return false;
+    const std::string_view extension = name.substr(dot + 1);
+    if (extension != "app" && extension != "bundle" && extension != "framework" && extension != "plugin")
+        return false;
+    auto status = pathStatus(file);
+    return status && fileKind(status.value()) == FileKind::folder;
 }
 
 } // namespace zon

@@ -4,6 +4,7 @@
 
 namespace zon {
 
+class String;
 class URL;
 
 // The desktop's way of opening things: a URL opens in the user's chosen application through
@@ -17,6 +18,10 @@ public:
     // text is never interpreted. Answers whether it started; it is not waited for (it may wait
     // for the application it opens), and is reaped when it ends. False for nil.
     bool openURL(const URL* url) const;
+
+    // Whether path (a link followed) is a folder that counts as one document: its name ends in
+    // ".app", ".bundle", ".framework" or ".plugin". False for nil and for anything else.
+    bool isFilePackageAtPath(const String* path) const;
 
 private:
     Workspace() = default;
