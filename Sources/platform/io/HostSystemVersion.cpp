@@ -102,15 +102,10 @@ std::optional<std::string> readHead(const std::string& path, size_t maxBytes)
     auto file = openForReading(path, ReadableKinds::regularFiles);
     if (!file)
         return std::nullopt;
-    std::string bytes(maxBytes, '\0');
-    size_t filled = 0;
-    while (filled < bytes.size()) {
-        auto n = readSome(file.value().get(), {reinterpret_cast<uint8_t*>(bytes.data()) + filled, bytes.size() - filled});
-        if (!n || n.value() == 0)
-            break;
-        filled += n.value();
-    }
-    bytes.resize(filled);
+    std::string bytes;
+    // A longer file or a failed read keeps what was read, cut to maxBytes.
+    (void)appendToEnd(file.value().get(), bytes, maxBytes);
+    bytes.resize(std::min(bytes.size(), maxBytes));
     return bytes;
 }
 

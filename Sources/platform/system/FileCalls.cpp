@@ -165,24 +165,8 @@ SystemResult<off_t> seekFile(int fd, off_t offset, int whence)
 SystemResult<std::string> readToEnd(int fd, size_t maxBytes)
 {
     std::string bytes;
-    size_t filled = 0;
-    for (;;) {
-        if (filled == bytes.size()) {
-            if (bytes.size() > maxBytes)
-                return SystemError {EFBIG, "read", {}};
-            // One byte past the cap tells a file of exactly maxBytes from a longer one.
-            bytes.resize(std::min(std::max<size_t>(4096, bytes.size() * 2), maxBytes + 1));
-        }
-        auto n = readSome(fd, {reinterpret_cast<uint8_t*>(bytes.data()) + filled, bytes.size() - filled});
-        if (!n)
-            return n.error();
-        if (n.value() == 0)
-            break;
-        filled += n.value();
-    }
-    if (filled > maxBytes)
-        return SystemError {EFBIG, "read", {}};
-    bytes.resize(filled);
+    if (auto read = appendToEnd(fd, bytes, maxBytes); !read)
+        return read.error();
     return bytes;
 }
 

@@ -6,6 +6,8 @@
 #include "platform/system/FileDescriptor.h"
 #include "platform/system/SystemResult.h"
 
+#include <algorithm>
+#include <cerrno>
 #include <cstddef>
 #include <cstdint>
 #include <fcntl.h>
@@ -45,6 +47,31 @@ ZON_EXPORT SystemResult<size_t> readSome(int fd, std::span<uint8_t> buffer);
 ZON_EXPORT SystemResult<off_t> seekFile(int fd, off_t offset, int whence);
 // Reads to the end; EFBIG when there is more than maxBytes.
 ZON_EXPORT SystemResult<std::string> readToEnd(int fd, size_t maxBytes);
+
+// Appends what fd holds from its offset to its end to out (a std::string or a ByteVector); EFBIG
+// when that is more than maxBytes, out then holding what was read (at most maxBytes + 1 bytes).
+// out keeps its capacity, so a caller that reuses one buffer for many files allocates once.
+template <class Bytes>
+SystemResult<> appendToEnd(int fd, Bytes& out, size_t maxBytes)
+{
+    const size_t start = out.size();
+    for (;;) {
+        const size_t taken = out.size() - start;
+        if (taken > maxBytes)
+            return SystemError {EFBIG, "read", {}};
+        // Room doubles with what was read; one byte past the cap tells a file of exactly
+        // maxBytes from a longer one.
+        const size_t room = std::min(std::max({out.capacity() - out.size(), taken, size_t(4096)}), maxBytes + 1 - taken);
+        const size_t filled = out.size();
+        out.resize(filled + room);
+        auto n = readSome(fd, {reinterpret_cast<uint8_t*>(out.data()) + filled, room});
+        out.resize(filled + (n ? n.value() : 0));
+        if (!n)
+            return n.error();
+        if (n.value() == 0)
+            return {};
+    }
+}
 // How many descriptors this process may have open (the soft limit).
 ZON_EXPORT SystemResult<size_t> openFileLimit();
 // The size of a memory page, in bytes (the unit of /proc's memory figures).

@@ -1,5 +1,7 @@
 #include "platform/system/ProcessTableCallsInternal.h"
 
+#include "platform/system/FileCallsInternal.h"
+
 #include <algorithm>
 #include <cerrno>
 #include <csignal>
@@ -75,30 +77,10 @@ SystemResult<std::string> readLinkAt(int dirfd, const std::string& name)
 
 SystemResult<> appendFileAt(int dirfd, const char* name, ByteVector& out, size_t maxBytes)
 {
-    int fd;
-    while ((fd = ::openat(dirfd, name, O_RDONLY | O_CLOEXEC)) < 0)
-        if (errno != EINTR)
-            return SystemError::last("open");
-    FileDescriptor file(fd);
-    const size_t start = out.size();
-    for (;;) {
-        // One byte past the cap tells a file of exactly maxBytes from a longer one.
-        const size_t room = std::min<size_t>(std::max<size_t>(out.capacity() - out.size(), 4096),
-            maxBytes + 1 - (out.size() - start));
-        const size_t filled = out.size();
-        out.resize(filled + room);
-        const ssize_t count = ::read(file.get(), out.data() + filled, room);
-        out.resize(filled + static_cast<size_t>(std::max<ssize_t>(count, 0)));
-        if (count < 0) {
-            if (errno == EINTR)
-                continue;
-            return SystemError::last("read");
-        }
-        if (out.size() - start > maxBytes)
-            return SystemError {EFBIG, "read", {}};
-        if (count == 0)
-            return {};
-    }
+    auto file = openFile(name, O_RDONLY, 0, dirfd);
+    if (!file)
+        return file.error();
+    return appendToEnd(file.value().get(), out, maxBytes);
 }
 
 pid_t currentProcessID() noexcept { return ::getpid(); }
