@@ -71,15 +71,7 @@ Ref<DateFormatter> DateFormatter::init()
     return makeObject<DateFormatter>();
 }
 
-DateFormatter::DateFormatter()
-    : locale_(Locale::currentLocale())
-{
-}
-
-void DateFormatter::setLocale(const Locale* locale)
-{
-    locale_ = locale ? Ref<Locale>(const_cast<Locale*>(locale)) : Locale::currentLocale();
-}
+DateFormatter::DateFormatter() = default;
 
 void DateFormatter::exportMethods(Class& cls)
 {
@@ -92,7 +84,7 @@ Ref<String> DateFormatter::stringFromDate(const Date* date) const
         return nullptr;
     if (dateStyle_ == NSDateFormatterNoStyle && timeStyle_ == NSDateFormatterNoStyle)
         return String::string();
-    const DateFormatKey key {dateStyle_, timeStyle_, locale_->icuLocaleName()};
+    const DateFormatKey key {dateStyle_, timeStyle_, locale_.get()->icuLocaleName()};
     auto* shared = sharedFormats().get(key, [&] { return makeSharedDateFormat(key); });
     if (!shared)
         return nullptr;

@@ -1,7 +1,6 @@
 #pragma once
 
 #include "platform/values/Formatter.h"
-#include "platform/values/Locale.h"
 
 namespace zon {
 
@@ -36,7 +35,7 @@ public:
 
     // The current locale unless set; nil goes back to the current locale.
     Locale* locale() const { return locale_.get(); }
-    void setLocale(const Locale* locale);
+    void setLocale(const Locale* locale) { locale_.set(locale); }
 
     // Nil for nil.
     Ref<String> stringFromDate(const Date* date) const;
@@ -50,7 +49,7 @@ private:
 
     DateFormatterStyle dateStyle_ = NSDateFormatterNoStyle;
     DateFormatterStyle timeStyle_ = NSDateFormatterNoStyle;
-    Ref<Locale> locale_;
+    FormatterLocale locale_;
 };
 
 } // namespace zon

@@ -22,4 +22,14 @@ bool Formatter::getObjectValue_forString_errorDescription(Ref<Object>*, const St
     return false;
 }
 
+FormatterLocale::FormatterLocale()
+    : locale_(Locale::currentLocale())
+{
+}
+
+void FormatterLocale::set(const Locale* locale)
+{
+    locale_ = locale ? Ref<Locale>(const_cast<Locale*>(locale)) : Locale::currentLocale();
+}
+
 } // namespace zon

@@ -1,6 +1,7 @@
 #pragma once
 
 #include "platform/runtime/Object.h"
+#include "platform/values/Locale.h"
 
 namespace zon {
 
@@ -24,6 +25,18 @@ public:
 
 protected:
     Formatter() = default;
+};
+
+// The locale of a formatter that formats in one: the current locale until one is set; setting nil
+// goes back to the current locale.
+class ZON_EXPORT FormatterLocale {
+public:
+    FormatterLocale();
+    Locale* get() const { return locale_.get(); }
+    void set(const Locale* locale);
+
+private:
+    Ref<Locale> locale_;
 };
 
 } // namespace zon

@@ -111,15 +111,7 @@ Ref<NumberFormatter> NumberFormatter::init()
     return makeObject<NumberFormatter>();
 }
 
-NumberFormatter::NumberFormatter()
-    : locale_(Locale::currentLocale())
-{
-}
-
-void NumberFormatter::setLocale(const Locale* locale)
-{
-    locale_ = locale ? Ref<Locale>(const_cast<Locale*>(locale)) : Locale::currentLocale();
-}
+NumberFormatter::NumberFormatter() = default;
 
 void NumberFormatter::exportMethods(Class& cls)
 {

@@ -1,7 +1,6 @@
 #pragma once
 
 #include "platform/values/Formatter.h"
-#include "platform/values/Locale.h"
 
 namespace zon {
 
@@ -49,7 +48,7 @@ public:
 
     // The current locale unless set; nil goes back to the current locale.
     Locale* locale() const { return locale_.get(); }
-    void setLocale(const Locale* locale);
+    void setLocale(const Locale* locale) { locale_.set(locale); }
 
     // Integers are formatted exactly (all 64 bits), floating values as doubles. Nil for nil.
     Ref<String> stringFromNumber(const Number* number) const;
@@ -66,7 +65,7 @@ private:
     unsigned long minimumFractionDigits_ = 0;
     unsigned long maximumFractionDigits_ = 0;
     NumberFormatterRoundingMode roundingMode_ = NSNumberFormatterRoundHalfEven;
-    Ref<Locale> locale_;
+    FormatterLocale locale_;
 };
 
 } // namespace zon
