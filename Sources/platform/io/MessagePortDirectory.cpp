@@ -5,11 +5,9 @@
 #define OPENSSL_API_COMPAT 0x10100000L
 #include <openssl/sha.h>
 
-#include "platform/system/FileCallsInternal.h"
-#include "platform/system/UserCallsInternal.h"
+#include "platform/io/PrivateDirectoryInternal.h"
 
 #include <cerrno>
-#include <cstdio>
 #include <cstdlib>
 #include <sys/un.h>
 #include <unistd.h>
@@ -26,42 +24,6 @@ bool isSafeFileChar(char c)
 {
     return (c >= 'A' && c <= 'Z') || (c >= 'a' && c <= 'z') || (c >= '0' && c <= '9') || c == '.' || c == '_'
         || c == '-';
-}
-
-// "user alice (uid 1001)", or "uid 1001" for a user without a name.
-std::string describeUser(uid_t uid)
-{
-    if (auto entry = userEntry(uid))
-        return "user " + entry.value().name + " (uid " + std::to_string(uid) + ")";
-    return "uid " + std::to_string(uid);
-}
-
-std::string octalMode(mode_t mode)
-{
-    char text[8];
-    std::snprintf(text, sizeof text, "%04o", static_cast<unsigned>(mode & 07777));
-    return text;
-}
-
-// Makes dir when missing, then checks without following a symbolic link that it is a directory
-// of ours that nobody else can enter.
-SystemResult<> ensurePrivateDirectory(const std::string& dir)
-{
-    auto made = makeDirectory(dir, 0700);
-    if (!made)
-        return SystemError {made.code(), dir, {}};
-    auto status = directoryStatus(dir);
-    if (!status)
-        return SystemError {status.code(), dir, {}};
-    const struct stat& st = status.value();
-    if (st.st_uid != ::geteuid())
-        return SystemError {EPERM, dir,
-            "not a private directory of this user: it belongs to " + describeUser(st.st_uid)
-                + "; set XDG_RUNTIME_DIR to a folder of this user's, or remove the folder"};
-    if ((st.st_mode & 077) != 0)
-        return SystemError {EPERM, dir, "not a private directory of this user: others can enter it (mode "
-                + octalMode(st.st_mode) + "); make it mode 0700"};
-    return {};
 }
 
 } // namespace
@@ -95,7 +57,7 @@ SystemResult<std::string> messagePortDirectory()
         dir = std::string(runtime) + "/zon-ports";
     else
         dir = "/tmp/zon-ports-" + std::to_string(::geteuid());
-    if (auto usable = ensurePrivateDirectory(dir); !usable)
+    if (auto usable = ensurePrivateDirectory(dir, "set XDG_RUNTIME_DIR to a folder of this user's, or remove the folder"); !usable)
         return usable.error();
     return dir;
 }

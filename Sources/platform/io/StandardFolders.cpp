@@ -1,5 +1,7 @@
 #include "platform/io/StandardFolders.h"
 
+#include "logger/ZonLog.h"
+#include "platform/io/PrivateDirectoryInternal.h"
 #include "platform/system/UserCallsInternal.h"
 #include "platform/values/String.h"
 
@@ -50,6 +52,23 @@ Ref<String> xdgDataHomeDirectory()
 Ref<String> xdgConfigHomeDirectory()
 {
     return xdgDirectory("XDG_CONFIG_HOME", ".config");
+}
+
+Ref<String> NSTemporaryDirectory()
+{
+    if (const char* set = std::getenv("TMPDIR"); set && *set) {
+        std::string folder(set);
+        if (folder.back() != '/')
+            folder.push_back('/');
+        return String::stringWithUTF8String(folder);
+    }
+    const std::string folder = "/tmp/zon-" + std::to_string(::geteuid());
+    if (auto usable = ensurePrivateDirectory(folder, "set TMPDIR to a folder of this user's, or remove the folder"); !usable) {
+        zon_log_obj(__FILE__, __LINE__, nullptr, logger::kLevelError, kDefaultLogIdentifier,
+            "No temporary folder: %s", usable.error().text().c_str());
+        return nullptr;
+    }
+    return String::stringWithUTF8String(folder + "/");
 }
 
 } // namespace zon

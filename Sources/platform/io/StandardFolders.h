@@ -19,4 +19,10 @@ ZON_EXPORT Ref<String> xdgDataHomeDirectory();
 // home folder.
 ZON_EXPORT Ref<String> xdgConfigHomeDirectory();
 
+// The user's temporary folder, always ending in "/": $TMPDIR when it is set and not empty (taken as
+// the user chose it), else "/tmp/zon-<uid>/", made with mode 0700 when missing and checked to be a
+// real directory of the effective user that nobody else can enter, so another user cannot plant
+// files there. When that folder cannot be used the failure is logged and the answer is nil.
+ZON_EXPORT Ref<String> NSTemporaryDirectory();
+
 } // namespace zon

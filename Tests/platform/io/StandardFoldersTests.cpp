@@ -1,11 +1,14 @@
 #include "platform/io/StandardFolders.h"
 #include "platform/runtime/AutoreleasePool.h"
 #include "platform/values/String.h"
+#include "support/LogCapture.h"
 #include "support/ScratchFolder.h"
 
+#include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
 #include <pwd.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
 namespace zon {
@@ -53,6 +56,40 @@ TEST(StandardFolders, WithoutHomeTheUserDatabaseAnswers)
         EXPECT_EQ(text(NSHomeDirectory()), home);
         EXPECT_EQ(text(xdgDataHomeDirectory()), (home.ends_with('/') ? home : home + "/") + ".local/share");
     }
+}
+
+TEST(StandardFolders, TemporaryFolderIsTMPDIROrAPrivateFolderUnderTmp)
+{
+    AutoreleasePool pool;
+    ScopedEnvironment environment;
+    environment.set("TMPDIR", "/var/tmp/mine");
+    EXPECT_EQ(text(NSTemporaryDirectory()), "/var/tmp/mine/");
+    environment.set("TMPDIR", "/var/tmp/mine/");
+    EXPECT_EQ(text(NSTemporaryDirectory()), "/var/tmp/mine/");
+
+    environment.set("TMPDIR", std::nullopt);
+    const std::string folder = "/tmp/zon-" + std::to_string(::geteuid());
+    EXPECT_EQ(text(NSTemporaryDirectory()), folder + "/");
+    struct stat st {};
+    ASSERT_EQ(::lstat(folder.c_str(), &st), 0);
+    EXPECT_TRUE(S_ISDIR(st.st_mode));
+    EXPECT_EQ(st.st_mode & 0777, 0700u);
+    EXPECT_EQ(st.st_uid, ::geteuid());
+}
+
+TEST(StandardFolders, TemporaryFolderOthersCanEnterIsRefused)
+{
+    AutoreleasePool pool;
+    ScopedEnvironment environment;
+    environment.set("TMPDIR", std::nullopt);
+    const std::string folder = "/tmp/zon-" + std::to_string(::geteuid());
+    ASSERT_NE(text(NSTemporaryDirectory()), "(nil)");
+    ASSERT_EQ(::chmod(folder.c_str(), 0777), 0);
+    LogCapture log;
+    EXPECT_EQ(NSTemporaryDirectory(), nullptr);
+    EXPECT_THAT(log.records(), ContainsLine(1, testing::HasSubstr("No temporary folder: " + folder)));
+    ::chmod(folder.c_str(), 0700);
+    EXPECT_EQ(text(NSTemporaryDirectory()), folder + "/");
 }
 
 } // namespace
