@@ -1,6 +1,7 @@
 #include "platform/io/Workspace.h"
 
 #include "logger/ZonLog.h"
+#include "platform/io/ApplicationSearchInternal.h"
 #include "platform/runtime/Class.h"
 #include "platform/system/FileCallsInternal.h"
 #include "platform/system/ProcessCallsInternal.h"
@@ -54,6 +55,18 @@ bool Workspace::isFilePackageAtPath(const String* path) const
         return false;
     auto status = pathStatus(file);
     return status && fileKind(status.value()) == FileKind::folder;
+}
+
+Ref<String> Workspace::absolutePathForAppBundleWithIdentifier(const String* identifier) const
+{
+    std::optional<std::string> found = identifier ? applicationPathForIdentifier(identifier->UTF8String()) : std::nullopt;
+    return found ? String::stringWithUTF8String(*found) : nullptr;
+}
+
+Ref<String> Workspace::fullPathForApplication(const String* appName) const
+{
+    std::optional<std::string> found = appName ? applicationPathForName(appName->UTF8String()) : std::nullopt;
+    return found ? String::stringWithUTF8String(*found) : nullptr;
 }
 
 } // namespace zon

@@ -23,6 +23,15 @@ public:
     // ".app", ".bundle", ".framework" or ".plugin". False for nil and for anything else.
     bool isFilePackageAtPath(const String* path) const;
 
+    // Where the application with this bundle identifier is installed: what the desktop entry
+    // "<identifier>.desktop" of the XDG data folders starts (its X.app when the program is
+    // X.app/Contents/MacOS/X), else an X.app in ~/Applications, /Applications or /opt whose
+    // Contents/Info.plist names the identifier. Nil when none is found.
+    Ref<String> absolutePathForAppBundleWithIdentifier(const String* identifier) const;
+    // The application named appName ("X.app" or "X"): X.app in ~/Applications, /Applications or
+    // /opt, else what the first desktop entry whose Name is X starts. Nil when none is found.
+    Ref<String> fullPathForApplication(const String* appName) const;
+
 private:
     Workspace() = default;
 };

@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <cstdio>
+#include <cstdlib>
 #include <dirent.h>
 #include <fcntl.h>
 #include <sys/file.h>
@@ -88,6 +89,23 @@ SystemResult<std::string> symbolicLinkTarget(const std::string& path)
         }
         target.resize(target.size() * 2); // may have been cut: try again with more room
     }
+}
+
+bool isExecutableFile(const std::string& path)
+{
+    struct stat status {};
+    return ::stat(path.c_str(), &status) == 0 && S_ISREG(status.st_mode)
+        && ::faccessat(AT_FDCWD, path.c_str(), X_OK, AT_EACCESS) == 0;
+}
+
+SystemResult<std::string> resolvedPath(const std::string& path)
+{
+    char* resolved = ::realpath(path.c_str(), nullptr);
+    if (!resolved)
+        return SystemError::last("realpath");
+    std::string result(resolved);
+    std::free(resolved);
+    return result;
 }
 
 SystemResult<std::string> currentDirectory()

@@ -35,6 +35,10 @@ ZON_EXPORT SystemResult<timespec> modificationTime(const std::string& path);
 ZON_EXPORT SystemResult<std::vector<std::string>> directoryEntries(const std::string& path);
 // Where the symbolic link at path points, as stored in the link.
 ZON_EXPORT SystemResult<std::string> symbolicLinkTarget(const std::string& path);
+// Whether path (a link followed) is a regular file the effective user may execute.
+ZON_EXPORT bool isExecutableFile(const std::string& path);
+// path made absolute with every symbolic link, "." and ".." resolved (realpath(3)).
+ZON_EXPORT SystemResult<std::string> resolvedPath(const std::string& path);
 // Removes a file; one that is already gone is no failure.
 ZON_EXPORT SystemResult<> removeFile(const std::string& path);
 // Opens (creating) the file at path and takes an exclusive lock on it without waiting. The lock
