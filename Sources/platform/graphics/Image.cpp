@@ -1,0 +1,44 @@
+#include "platform/graphics/Image.h"
+
+#include "platform/graphics/ImageHeaderInternal.h"
+#include "platform/runtime/Class.h"
+#include "platform/system/FileCallsInternal.h"
+#include "platform/values/Data.h"
+#include "platform/values/String.h"
+
+namespace zon {
+
+ZON_DEFINE_CLASS(Image, "NSImage")
+
+Image::Image(Ref<Data> data, Size size)
+    : data_(std::move(data))
+    , size_(size)
+{
+}
+
+Ref<Image> Image::initWithData(const Data* data)
+{
+    if (!data)
+        return nullptr;
+    const std::span<const uint8_t> bytes(static_cast<const uint8_t*>(data->bytes()), data->length());
+    const std::optional<ImageHeader> header = readImageHeader(bytes);
+    if (!header)
+        return nullptr;
+    // An immutable Data's copy is itself; a mutable one is copied so that the image cannot change.
+    return makeObject<Image>(dynamicCast<Data>(data->copy()), makeSize(header->width, header->height));
+}
+
+Ref<Image> Image::initWithContentsOfFile(const String* path)
+{
+    if (!path)
+        return nullptr;
+    auto file = openForReading(path->UTF8String(), ReadableKinds::regularFiles);
+    if (!file)
+        return nullptr;
+    auto bytes = readToEnd(file.value().get(), kMaxFileBytes);
+    if (!bytes)
+        return nullptr;
+    return initWithData(Data::dataWithBytes(bytes.value().data(), bytes.value().size()).get());
+}
+
+} // namespace zon

@@ -1,0 +1,29 @@
+#pragma once
+
+// What an image file's container says before anything is decoded: which container it is and the
+// image's size. Image files come from anywhere, so the reader takes any bytes and answers nullopt
+// for what it does not recognise; it reads headers only and allocates nothing.
+
+#include <cstddef>
+#include <cstdint>
+#include <optional>
+#include <span>
+
+namespace zon {
+
+enum class ImageContainer { png, icns };
+
+struct ImageHeader {
+    ImageContainer container;
+    // In points (a point is one pixel at the standard resolution).
+    double width = 0;
+    double height = 0;
+};
+
+// PNG: the size in its IHDR chunk. Icon family ("icns"): its largest image, measured by the PNG
+// header of an element that holds a PNG, else by the element type's known size; an element type
+// made for double-resolution screens counts half its pixels in points. Nullopt for other bytes, a
+// zero size, or an icon family without an image element.
+std::optional<ImageHeader> readImageHeader(std::span<const uint8_t> bytes);
+
+} // namespace zon
