@@ -51,6 +51,7 @@
 #include "platform/io/PropertyListSerialization.h"
 #include "platform/io/StandardFolders.h"
 #include "platform/io/Workspace.h"
+#include "platform/graphics/Image.h"
 
 // The log call.
 #include "logger/ZonLog.h"
@@ -72,6 +73,7 @@
 #include "genericObjects/TXZonDynamicObject.h"
 #include "systemManagement/processManagement/TXZonIPCPacket.h"
 #include "systemManagement/processManagement/TXZonIPCService.h"
+#include "systemManagement/processManagement/TXZonInstalledAppsManager.h"
 #include "systemManagement/processManagement/TXZonProcess.h"
 #include "utilities/data/InputStream.h"
 #include "utilities/data/TXJSONParser.h"

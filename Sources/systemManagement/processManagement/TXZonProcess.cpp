@@ -1,7 +1,11 @@
 #include "systemManagement/processManagement/TXZonProcess.h"
 
+#include "platform/graphics/Image.h"
+#include "platform/io/Bundle.h"
 #include "platform/io/ProcessTableInternal.h"
+#include "platform/io/Workspace.h"
 #include "platform/runtime/Class.h"
+#include "platform/system/FileCallsInternal.h"
 #include "platform/system/ProcessTableCallsInternal.h"
 #include "platform/values/Array.h"
 #include "platform/values/Dictionary.h"
@@ -10,6 +14,7 @@
 #include "platform/values/UTF.h"
 #include "systemManagement/processManagement/TXZonProcessArgumentAreaInternal.h"
 
+#include <algorithm>
 #include <csignal>
 #include <string>
 
@@ -137,6 +142,11 @@ auto withFullname(const String* fullname)
     return [fullname](TXZonProcess* process) { return equal(process->fullname().get(), fullname); };
 }
 
+auto withBundleID(const String* bundleID)
+{
+    return [bundleID](TXZonProcess* process) { return bundleID && equal(process->bundleID().get(), bundleID); };
+}
+
 } // namespace
 
 TXZonProcess::TXZonProcess(Ref<Dictionary> information, uint64_t startTime)
@@ -169,6 +179,13 @@ Ref<TXZonProcess> TXZonProcess::processForPid(int32_t pid)
     return firstProcess([&](TXZonProcess* process) { return process->pid() == pid; });
 }
 
+Ref<TXZonProcess> TXZonProcess::processForBundleID(const String* bundleID) { return firstProcess(withBundleID(bundleID)); }
+
+bool TXZonProcess::processIsRunningWithBundleID(const String* bundleID)
+{
+    return firstProcess(withBundleID(bundleID)) != nullptr;
+}
+
 bool TXZonProcess::processIsRunningWithFullname(const String* fullname)
 {
     return firstProcess(withFullname(fullname)) != nullptr;
@@ -186,9 +203,11 @@ Ref<Array> TXZonProcess::duplicateProcesses()
         return Array::array();
     Ref<String> fullname = current->fullname();
     String* path = current->path();
+    Ref<String> bundleID = current->bundleID();
     return processesWhere([&](TXZonProcess* process) {
         return process->pid() != current->pid()
-            && ((fullname && equal(process->fullname().get(), fullname.get())) || (path && equal(process->path(), path)));
+            && ((fullname && equal(process->fullname().get(), fullname.get())) || (path && equal(process->path(), path))
+                || (bundleID && equal(process->bundleID().get(), bundleID.get())));
     });
 }
 
@@ -236,6 +255,43 @@ Ref<String> TXZonProcess::bundlePath() const
     if (!executable->lastPathComponent()->isEqual(bundle->lastPathComponent()->stringByDeletingPathExtension().get()))
         return nullptr;
     return bundle;
+}
+
+Ref<Bundle> TXZonProcess::bundle() const
+{
+    Ref<String> folder = bundlePath();
+    return folder ? Bundle::bundleWithPath(folder.get()) : nullptr;
+}
+
+Ref<String> TXZonProcess::bundleID() const
+{
+    Ref<String> folder = bundlePath();
+    if (!folder || !Workspace::sharedWorkspace()->isFilePackageAtPath(folder.get()))
+        return nullptr;
+    Ref<Bundle> found = Bundle::bundleWithPath(folder.get());
+    return found ? found->bundleIdentifier() : nullptr;
+}
+
+Ref<Image> TXZonProcess::icon() const
+{
+    String* executable = path();
+    if (!executable)
+        return nullptr;
+    const std::string resources = executable->stringByAppendingPathComponent(ZSTR("Contents/Resources/"))->UTF8String();
+    auto status = pathStatus(resources);
+    if (!status || fileKind(status.value()) != FileKind::folder)
+        return nullptr;
+    auto entries = directoryEntries(resources);
+    if (!entries)
+        return nullptr;
+    std::vector<std::string> names = std::move(entries.value());
+    std::ranges::sort(names);
+    for (const std::string& name : names) {
+        Ref<String> file = String::stringWithUTF8String(resources + "/" + name);
+        if (file && file->pathExtension()->isEqual(ZSTR("icns")))
+            return Image::initWithContentsOfFile(file.get());
+    }
+    return nullptr;
 }
 
 Dictionary* TXZonProcess::environment() const

@@ -7,7 +7,9 @@
 namespace zon {
 
 class Array;
+class Bundle;
 class Dictionary;
+class Image;
 
 // The run state a process's state() answers.
 enum TXZonProcessState : int32_t {
@@ -40,10 +42,14 @@ public:
     static Ref<Array> processesForName(const String* name);
     static Ref<TXZonProcess> processForName(const String* name);
     static Ref<TXZonProcess> processForPid(int32_t pid);
+    // The first process whose bundleID is bundleID.
+    static Ref<TXZonProcess> processForBundleID(const String* bundleID);
     static bool processIsRunningWithFullname(const String* fullname);
+    static bool processIsRunningWithBundleID(const String* bundleID);
     // True when more than one process has that fullname.
     static bool multipleProcessesAreRunningWithFullname(const String* fullname);
-    // Every other process with this program's fullname, or else its path, in listing order.
+    // Every other process with this program's fullname, or else its path, or else its bundle
+    // identifier, in listing order.
     static Ref<Array> duplicateProcesses();
 
     // Nil without a dictionary; otherwise a process with scanProcessDetails of it.
@@ -60,10 +66,19 @@ public:
     Ref<String> fullname() const;
     // X.app for an executable at X.app/<any>/MacOS/X; nil otherwise.
     Ref<String> bundlePath() const;
+    // The bundle at bundlePath; nil without one.
+    Ref<Bundle> bundle() const;
+    // The CFBundleIdentifier of the bundle at bundlePath when that is a file package (an X.app
+    // folder); nil otherwise.
+    Ref<String> bundleID() const;
     Dictionary* environment() const;
     Array* arguments() const;
     // arguments without those that begin with "-psn"; nil when arguments is.
     Ref<Array> userArguments() const;
+    // The image of the first ".icns" file, in name order, of the folder path + "Contents/Resources"
+    // (the executable's path, not the bundle's, as the suite has always looked: so an ordinary
+    // executable has no icon); nil when there is none or it is not an image.
+    Ref<Image> icon() const;
 
     // Asked of the kernel now: TXZonProcessStateNotFound when /proc has no stat line for pid.
     int32_t state() const;
