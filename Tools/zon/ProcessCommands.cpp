@@ -51,6 +51,7 @@ void printProcess(const TXZonProcess& process, bool withEnvironment)
 struct ListOptions {
     std::string name;
     int32_t pid = 0;
+    std::string bundleID;
     bool environment = false;
     bool duplicates = false;
 };
@@ -64,6 +65,11 @@ void listProcesses(const ListOptions& options)
         Ref<TXZonProcess> process = TXZonProcess::processForPid(options.pid);
         if (!process)
             fail("no process with pid " + std::to_string(options.pid));
+        processes = Array::arrayWithObject(process.get());
+    } else if (!options.bundleID.empty()) {
+        Ref<TXZonProcess> process = TXZonProcess::processForBundleID(String::stringWithUTF8String(options.bundleID).get());
+        if (!process)
+            fail("no process with bundle identifier " + options.bundleID);
         processes = Array::arrayWithObject(process.get());
     } else if (options.duplicates)
         processes = TXZonProcess::duplicateProcesses();
@@ -100,7 +106,11 @@ void addProcessCommands(CLI::App& app)
     auto options = std::make_shared<ListOptions>();
     auto* name = ps->add_option("--name", options->name, "only processes with this full name or kernel name")
                      ->check(validUTF8());
-    ps->add_option("--pid", options->pid, "only the process with this id")->check(wholeNumberFrom(1, INT32_MAX))->excludes(name);
+    auto* pidOption = ps->add_option("--pid", options->pid, "only the process with this id")->check(wholeNumberFrom(1, INT32_MAX))->excludes(name);
+    ps->add_option("--bundle-id", options->bundleID, "only the first process whose application bundle has this identifier")
+        ->check(validUTF8())
+        ->excludes(name)
+        ->excludes(pidOption);
     ps->add_flag("--env", options->environment, "print each process's environment too");
     ps->add_flag("--duplicates", options->duplicates, "only other instances of this program");
     ps->callback([options] { listProcesses(*options); });

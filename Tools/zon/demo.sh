@@ -148,6 +148,20 @@ run "$zon" signal "$child" resume
 run "$zon" signal "$child" terminate
 wait "$child" || echo "(the child ended with status $?: terminated by SIGTERM)"
 
+# The suite's tracked products. Its desktop application is looked for by bundle identifier (a
+# desktop entry "<id>.desktop" in the XDG data folders, then X.app folders in ~/Applications,
+# /Applications and /opt), then by name, else the default path is taken. A planted entry whose
+# program sits at X.app/Contents/MacOS/X answers the X.app.
+run "$zon" apps
+apps_dir=$(mktemp -d)
+app_program="$apps_dir/Pallidor Station.app/Contents/MacOS/Pallidor Station"
+mkdir -p "$(dirname "$app_program")" "$apps_dir/data/applications"
+printf '#!/bin/sh\n' >"$app_program" && chmod +x "$app_program"
+printf '[Desktop Entry]\nType=Application\nName=Pallidor Station\nExec="%s" %%U\n' "$app_program" \
+  >"$apps_dir/data/applications/org.zoncommon.PallidorStation.desktop"
+XDG_DATA_HOME="$apps_dir/data" run "$zon" apps find "Pallidor Station.app" org.zoncommon.PallidorStation /nowhere
+rm -rf "$apps_dir"
+
 # The suite's exceptions: a constructor drops the error code as it always has; a crash under the
 # exception handler logs its report with symbolised frames, then the process dies of its signal.
 run "$zon" exception raise --class TXZonBasePipeClosedException --reason x --type 3 --errno 9
