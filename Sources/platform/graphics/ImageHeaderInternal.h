@@ -4,6 +4,8 @@
 // image's size. Image files come from anywhere, so the reader takes any bytes and answers nullopt
 // for what it does not recognise; it reads headers only and allocates nothing.
 
+#include "platform/Export.h"
+
 #include <cstddef>
 #include <cstdint>
 #include <optional>
@@ -24,6 +26,6 @@ struct ImageHeader {
 // header of an element that holds a PNG, else by the element type's known size; an element type
 // made for double-resolution screens counts half its pixels in points. Nullopt for other bytes, a
 // zero size, or an icon family without an image element.
-std::optional<ImageHeader> readImageHeader(std::span<const uint8_t> bytes);
+ZON_EXPORT std::optional<ImageHeader> readImageHeader(std::span<const uint8_t> bytes);
 
 } // namespace zon

@@ -5,6 +5,8 @@
 // Desktop entries are written by whoever installs an application, so the reader takes any bytes:
 // a file that breaks the format is refused whole, never half read.
 
+#include "platform/Export.h"
+
 #include <cstddef>
 #include <map>
 #include <optional>
@@ -17,7 +19,7 @@ namespace zon {
 // Entries are a few KiB; anything larger is not one.
 constexpr size_t kMaxDesktopEntryBytes = 256 * 1024;
 
-class DesktopEntry {
+class ZON_EXPORT DesktopEntry {
 public:
     // Nullopt when bytes are not a desktop entry file: not UTF-8, a line that is neither a group
     // header, a key, a comment nor blank, a key before the first group, or more than the cap. A
@@ -44,6 +46,6 @@ private:
 // quoted argument keeps its spaces, and inside it a backslash escapes '"', '`', '$' and '\'.
 // Field codes are dropped: "%%" is a "%", an argument that is just "%f", "%U" and the like goes,
 // as do the codes inside other arguments. Nullopt when a quote is not closed.
-std::optional<std::vector<std::string>> desktopEntryExecArguments(std::string_view exec);
+ZON_EXPORT std::optional<std::vector<std::string>> desktopEntryExecArguments(std::string_view exec);
 
 } // namespace zon
