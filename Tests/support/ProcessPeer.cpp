@@ -2,6 +2,7 @@
 // signal (any further arguments are only there to be read back). "list [N]" parks N children of
 // its own, then prints "pid fullname" for each process it sees. "recycle" signals a stale snapshot
 // of a child whose pid has been handed to a new child (root in a fresh pid namespace only).
+// "duplicates" prints the pid of each other instance of itself that duplicateProcesses finds.
 
 #include "platform/runtime/AutoreleasePool.h"
 #include "platform/values/Array.h"
@@ -49,6 +50,14 @@ int list(int children)
     return 0;
 }
 
+int duplicates()
+{
+    Ref<Array> others = TXZonProcess::duplicateProcesses();
+    for (Object* object : *others)
+        std::printf("%d\n", static_cast<TXZonProcess*>(object)->pid());
+    return 0;
+}
+
 bool setLastPID(pid_t pid)
 {
     const int fd = ::open("/proc/sys/kernel/ns_last_pid", O_WRONLY | O_CLOEXEC);
@@ -92,5 +101,7 @@ int main(int argc, char** argv)
         return list(argc > 2 ? std::atoi(argv[2]) : 0);
     if (mode == "recycle")
         return recycle();
+    if (mode == "duplicates")
+        return duplicates();
     park();
 }

@@ -1,8 +1,12 @@
 #include "platform/io/ProcessTableInternal.h"
+#include "platform/graphics/Image.h"
 #include "platform/values/Array.h"
 #include "platform/values/Dictionary.h"
 #include "platform/values/Number.h"
 #include "platform/values/String.h"
+#include "platform/io/Bundle.h"
+#include "support/ApplicationFixtures.h"
+#include "support/ImageBytes.h"
 #include "support/PeerProcess.h"
 #include "systemManagement/processManagement/TXZonProcess.h"
 
@@ -16,6 +20,7 @@
 #include <atomic>
 #include <chrono>
 #include <filesystem>
+#include <fstream>
 #include <functional>
 #include <set>
 #include <thread>
@@ -115,6 +120,13 @@ public:
         fs::copy_file(kPeer, target);
         return target.string();
     }
+    // Writes bytes to relative, making the folders on the way.
+    void write(const std::string& relative, std::string_view bytes) const
+    {
+        const fs::path target = path_ / relative;
+        fs::create_directories(target.parent_path());
+        std::ofstream(target, std::ios::binary).write(bytes.data(), std::streamsize(bytes.size()));
+    }
     const fs::path& path() const { return path_; }
 
 private:
@@ -205,17 +217,70 @@ TEST(TXZonProcess, SuspendResumeAndInterruptReachTheChild)
     EXPECT_FALSE(process->kill()); // reaped: the descriptor finds nobody
 }
 
-TEST(TXZonProcess, BundlePathNeedsTheExecutableNamedLikeItsBundle)
+TEST(TXZonProcess, BundlePiecesComeFromTheApplicationBundle)
 {
     TemporaryFolder folder;
+    const std::string identifier = "org.zoncommon.test.T" + std::to_string(::getpid());
+    folder.write("T.app/Contents/Info.plist", infoPlistWithIdentifier(identifier));
+    // Icons where a bundle keeps them, and where the executable's folder would: the icon is looked
+    // for below the executable's own path, a file, so neither is found.
+    const std::string icns = iconFamily({iconElement("ic08", pngHeader(256, 256))});
+    folder.write("T.app/Contents/Resources/T.icns", icns);
+    folder.write("T.app/Contents/MacOS/Contents/Resources/T.icns", icns);
     PeerProcess same, other;
     const std::string samePath = folder.peerCopy("T.app/Contents/MacOS/T");
     const std::string otherPath = folder.peerCopy("T.app/Contents/MacOS/Other");
     startAndWait(same, samePath, {}, samePath);
     startAndWait(other, otherPath, {}, otherPath);
-    EXPECT_EQ(utf8(listed(same.pid())->bundlePath().get()), (folder.path() / "T.app").string());
-    EXPECT_FALSE(listed(other.pid())->bundlePath());
-    EXPECT_FALSE(listed(::getpid())->bundlePath());
+
+    Ref<TXZonProcess> bundled = listed(same.pid());
+    EXPECT_EQ(utf8(bundled->bundlePath().get()), (folder.path() / "T.app").string());
+    ASSERT_TRUE(bundled->bundle());
+    EXPECT_EQ(utf8(bundled->bundle()->bundlePath()), (folder.path() / "T.app").string());
+    EXPECT_EQ(utf8(bundled->bundleID().get()), identifier);
+    EXPECT_FALSE(bundled->icon());
+    EXPECT_EQ(TXZonProcess::processForBundleID(text(identifier).get())->pid(), same.pid());
+    EXPECT_TRUE(TXZonProcess::processIsRunningWithBundleID(text(identifier).get()));
+    EXPECT_FALSE(TXZonProcess::processIsRunningWithBundleID(ZSTR("org.zoncommon.test.NoSuchApplication")));
+    EXPECT_FALSE(TXZonProcess::processForBundleID(nullptr));
+
+    for (pid_t unbundled : {other.pid(), ::getpid()}) {
+        Ref<TXZonProcess> process = listed(unbundled);
+        EXPECT_FALSE(process->bundlePath());
+        EXPECT_FALSE(process->bundle());
+        EXPECT_FALSE(process->bundleID());
+        EXPECT_FALSE(process->icon());
+    }
+}
+
+TEST(TXZonProcess, BundleIDNeedsAFilePackage)
+{
+    // The same layout without the ".app": a bundle path, but not a package, so no identifier.
+    TemporaryFolder folder;
+    folder.write("T/Contents/Info.plist", infoPlistWithIdentifier("org.zoncommon.test.Plain"));
+    const std::string path = folder.peerCopy("T/Contents/MacOS/T");
+    PeerProcess peer;
+    startAndWait(peer, path, {}, path);
+    Ref<TXZonProcess> process = listed(peer.pid());
+    EXPECT_EQ(utf8(process->bundlePath().get()), (folder.path() / "T").string());
+    EXPECT_TRUE(process->bundle());
+    EXPECT_FALSE(process->bundleID());
+}
+
+TEST(TXZonProcess, DuplicatesShareTheBundleIdentifier)
+{
+    // Two programs of different names and paths in bundles of one identifier are duplicates.
+    TemporaryFolder folder;
+    const std::string identifier = "org.zoncommon.test.Twin" + std::to_string(::getpid());
+    folder.write("A.app/Contents/Info.plist", infoPlistWithIdentifier(identifier));
+    folder.write("B.app/Contents/Info.plist", infoPlistWithIdentifier(identifier));
+    const std::string a = folder.peerCopy("A.app/Contents/MacOS/A");
+    const std::string b = folder.peerCopy("B.app/Contents/MacOS/B");
+    PeerProcess parked, lister;
+    startAndWait(parked, b, {}, b);
+    ASSERT_TRUE(lister.start(a, {"duplicates"}, {.captureOutput = true}));
+    ASSERT_TRUE(WIFEXITED(lister.wait()));
+    EXPECT_THAT(lister.lines(), ElementsAre(std::to_string(parked.pid())));
 }
 
 TEST(TXZonProcess, DeletedExecutableAndNameCutInsideACharacter)
