@@ -527,3 +527,18 @@ TEST(ZonTool, PsAndSignalReachAChild)
     EXPECT_EQ(gone.exitCode, 1);
     EXPECT_THAT(gone.err, HasSubstr("no process with pid " + pid));
 }
+
+TEST(ZonTool, AppsPrintsTheTrackedProductsAndFindFallsBackToTheDefault)
+{
+    ToolRun apps = runZon({"apps"});
+    EXPECT_EQ(apps.exitCode, 0) << apps.err;
+    EXPECT_NE(apps.out.find("Pallidor Station\n  TXZonProductIdentifier = org.zoncommon.PallidorStation\n"), std::string::npos)
+        << apps.out;
+    EXPECT_NE(apps.out.find("  TXZonProductFiles:\n    /Applications/Pallidor Station.app\n"), std::string::npos) << apps.out;
+    ToolRun find = runZon({"apps", "find", "No Such Tool.app", "org.zoncommon.test.NoSuchTool", "/default/No Such Tool.app"});
+    EXPECT_EQ(find.exitCode, 0) << find.err;
+    EXPECT_EQ(find.out, "/default/No Such Tool.app\n");
+    ToolRun ps = runZon({"ps", "--bundle-id", "org.zoncommon.test.NoSuchTool"});
+    EXPECT_EQ(ps.exitCode, 1);
+    EXPECT_EQ(ps.err, "zon: no process with bundle identifier org.zoncommon.test.NoSuchTool\n");
+}
