@@ -19,7 +19,8 @@ class String;
 // "Contents" (Contents/Info.plist, resources in Contents/Resources). The main bundle is the
 // running program's: an Info.plist beside the executable, in its parent folder (a parent named
 // "Contents" stands for the folder above it), or in <prefix>/share/<program>/ when the program is
-// in <prefix>/bin; with none, the executable's folder without an information dictionary. The
+// in <prefix>/bin; with none, the executable's folder. Its information dictionary always holds
+// "CFBundleExecutablePath", the resolved /proc/self/exe, even when there is no Info.plist. The
 // library's own bundle, identifier "org.zoncommon.ZonCommon", is <prefix>/share/ZonCommon beside
 // the installed library, or the source tree's Resources folder for a library in its build tree.
 //
