@@ -11,6 +11,7 @@ namespace zon {
 class Array;
 class Dictionary;
 class String;
+class TXZonVersion;
 
 // A folder of resources with an information dictionary and localisation folders ("de.lproj",
 // "English.lproj"). Safe to share between threads; run-time class NSBundle.
@@ -73,6 +74,15 @@ public:
     // that has the table, else of the development localisation. Without a translation: value, or
     // the key itself when value is nil or empty.
     Ref<String> localizedStringForKey_value_table(const String* key, const String* value, const String* table) const;
+
+    // ---- NSBundle(ZonExtensions) -------------------------------------------------------------
+    // The information's "CFBundleVersion" and "CFBundleShortVersionString" (nil when missing or
+    // not strings), and the versions parsed from them (TXZonVersion::versionWithString; nil
+    // without a string).
+    Ref<String> versionString() const;
+    Ref<String> shortVersionString() const;
+    Ref<TXZonVersion> bundleVersion() const;
+    Ref<TXZonVersion> bundleShortVersion() const;
 
     // Test hooks: point the main bundle / the library's bundle at a folder (nil restores).
     static void setMainBundlePathForTesting(const String* path);
