@@ -148,6 +148,10 @@ run "$zon" signal "$child" resume
 run "$zon" signal "$child" terminate
 wait "$child" || echo "(the child ended with status $?: terminated by SIGTERM)"
 
+# The machine facts: the ID is the primary interface's address (a device-backed Ethernet
+# interface, never a virtual one) under the user ID, which a prefix byte is merged into by OR.
+run "$zon" system --prefix 128
+
 # The suite's exceptions: a constructor drops the error code as it always has; a crash under the
 # exception handler logs its report with symbolised frames, then the process dies of its signal.
 run "$zon" exception raise --class TXZonBasePipeClosedException --reason x --type 3 --errno 9
