@@ -20,7 +20,6 @@
 #include <cstdlib>
 #include <cstring>
 #include <filesystem>
-#include <fstream>
 #include <functional>
 #include <vector>
 
@@ -132,23 +131,6 @@ TEST(TXZonSystemUtilities, LookUpFailuresLogUnderMacAddrAndAnswerNil)
     EXPECT_EQ(GetMACAddress(&interfaces, address), ENOENT);
     EXPECT_FALSE(machine()->primaryMacAddress());
     EXPECT_THAT(capture.records(), ContainsLine(1, "IORegistryEntryGetParentEntry returned 0x00000002"));
-}
-
-TEST(TXZonSystemUtilities, TheHostsAddressIsItsDeviceInterfaces)
-{
-    if (!std::filesystem::exists("/sys/class/net/eth0/device"))
-        GTEST_SKIP() << "this machine has no eth0 backed by a device";
-    Ref<String> address = machine()->primaryMacAddress();
-    ASSERT_TRUE(address);
-    EXPECT_EQ(address->length(), 17u);
-    // Not one of the virtual interfaces' random addresses.
-    for (const char* virtualInterface : {"ifb0", "ifb1"}) {
-        std::ifstream file(std::string("/sys/class/net/") + virtualInterface + "/address");
-        std::string theirs;
-        if (file >> theirs) {
-            EXPECT_NE(address->UTF8String(), theirs) << virtualInterface;
-        }
-    }
 }
 
 TEST(TXZonSystemUtilities, ANetworkNamespaceWithoutDevicesHasNoAddress)
