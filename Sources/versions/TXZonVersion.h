@@ -65,8 +65,9 @@ public:
     {
         return fromParts<Self>(hostSystemParts());
     }
-    // CFBundleShortVersionString and the last piece of CFBundleVersion of the main bundle; nil
-    // when the main bundle has no information dictionary.
+    // CFBundleShortVersionString and the last piece of CFBundleVersion of the main bundle, "0"
+    // for a missing piece; a bare tool (no Info.plist) still has an information dictionary, so
+    // it answers 0.0.0.0.
     template <class Self = TXZonVersion>
     static Ref<Self> versionOfRunningApplication()
     {

@@ -542,3 +542,25 @@ TEST(ZonTool, AppsPrintsTheTrackedProductsAndFindFallsBackToTheDefault)
     EXPECT_EQ(ps.exitCode, 1);
     EXPECT_EQ(ps.err, "zon: no process with bundle identifier org.zoncommon.test.NoSuchTool\n");
 }
+
+TEST(ZonTool, SystemPathsAndBundleVersions)
+{
+    ToolRun system = runZon({"system", "--prefix", "128"});
+    EXPECT_EQ(system.exitCode, 0) << system.err;
+    EXPECT_THAT(system.out, HasSubstr("unique ID, prefix 128: "));
+    EXPECT_THAT(system.out, HasSubstr("uid, euid:           " + std::to_string(::getuid()) + ", " + std::to_string(::geteuid())));
+
+    ToolRun paths = runZon({"paths"});
+    EXPECT_THAT(paths.out, HasSubstr("running application: 0 Pallidor® Unknown Application"));
+    EXPECT_THAT(paths.out, HasSubstr("Pallidor Bridge/public.pem"));
+
+    ScratchFolder folder;
+    fs::create_directories(folder.file("X.app/Contents"));
+    std::ofstream(folder.file("X.app/Contents/Info.plist")) << "<?xml version=\"1.0\"?><plist version=\"1.0\"><dict>"
+                                                                "<key>CFBundleVersion</key><string>5.10.0300</string></dict></plist>";
+    ToolRun bundle = runZon({"bundle", folder.file("X.app")});
+    EXPECT_THAT(bundle.out, HasSubstr("version string:       5.10.0300\n"));
+    EXPECT_THAT(bundle.out, HasSubstr("version:              5.10.300.x\n"));
+    EXPECT_THAT(bundle.out, HasSubstr("short version:        (nil)\n"));
+    EXPECT_EQ(runZon({"bundle", folder.file("missing")}).exitCode, 1);
+}

@@ -26,5 +26,6 @@ void addVersionCommands(CLI::App& app);
 void addUtilityCommands(CLI::App& app);
 void addProcessCommands(CLI::App& app);
 void addAppsCommands(CLI::App& app);
+void addSystemCommands(CLI::App& app);
 
 } // namespace zon::tool

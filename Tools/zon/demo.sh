@@ -162,6 +162,10 @@ printf '[Desktop Entry]\nType=Application\nName=Pallidor Station\nExec="%s" %%U\
 XDG_DATA_HOME="$apps_dir/data" run "$zon" apps find "Pallidor Station.app" org.zoncommon.PallidorStation /nowhere
 rm -rf "$apps_dir"
 
+# The machine facts: the ID is the primary interface's address (a device-backed Ethernet
+# interface, never a virtual one) under the user ID, which a prefix byte is merged into by OR.
+run "$zon" system --prefix 128
+
 # The suite's exceptions: a constructor drops the error code as it always has; a crash under the
 # exception handler logs its report with symbolised frames, then the process dies of its signal.
 run "$zon" exception raise --class TXZonBasePipeClosedException --reason x --type 3 --errno 9

@@ -54,6 +54,7 @@ int main(int argc, char** argv)
     zon::tool::addUtilityCommands(app);
     zon::tool::addProcessCommands(app);
     zon::tool::addAppsCommands(app);
+    zon::tool::addSystemCommands(app);
 
     int exitCode = 0;
     try {

@@ -156,14 +156,15 @@ struct BundleSlot {
     std::vector<Ref<Bundle>> kept;
 };
 
-template <class Find>
-Bundle* resolveSlot(BundleSlot& slot, Find find)
+// complete finishes the bundle found (or hooked) before anyone sees it.
+template <class Find, class Complete>
+Bundle* resolveSlot(BundleSlot& slot, Find find, Complete complete)
 {
     if (slot.resolved.load(std::memory_order_acquire))
         return slot.current.load(std::memory_order_acquire);
     std::lock_guard lock(slot.mutex);
     if (!slot.resolved.load(std::memory_order_acquire)) {
-        Ref<Bundle> bundle = slot.hookPath ? Bundle::bundleWithPath(slot.hookPath.get()) : find();
+        Ref<Bundle> bundle = complete(slot.hookPath ? Bundle::bundleWithPath(slot.hookPath.get()) : find());
         slot.current.store(bundle.get(), std::memory_order_release);
         if (bundle)
             slot.kept.push_back(std::move(bundle));
@@ -277,17 +278,31 @@ Ref<Bundle> Bundle::bundleWithPath(const String* path)
 
 Bundle* Bundle::mainBundle()
 {
-    return resolveSlot(mainSlot(), [] {
+    auto find = [] {
         auto executable = executablePath();
         const std::string folder = executable ? mainBundleFolder(executable.value()) : std::string(".");
         Ref<Bundle> bundle = bundleAtFolder(folder);
         return bundle ? bundle : bundleAtFolder("/");
-    });
+    };
+    // The main bundle's information always names the running executable, even for a bare tool
+    // without an Info.plist, so that such a program can still be told apart by its name.
+    auto addExecutablePath = [](Ref<Bundle> bundle) {
+        auto executable = executablePath();
+        Ref<String> path = executable ? String::stringWithUTF8String(executable.value()) : nullptr;
+        if (bundle && path) {
+            Ref<MutableDictionary> info = MutableDictionary::dictionaryWithDictionary(bundle->info_.get());
+            info->setObject_forKey(path.get(), ZSTR("CFBundleExecutablePath"));
+            bundle->info_ = Dictionary::dictionaryWithDictionary(info.get());
+        }
+        return bundle;
+    };
+    return resolveSlot(mainSlot(), find, addExecutablePath);
 }
 
 Bundle* Bundle::zonCommonBundle()
 {
-    return resolveSlot(zonCommonSlot(), [] { return bundleAtFolder(zonCommonBundleFolder()); });
+    return resolveSlot(zonCommonSlot(), [] { return bundleAtFolder(zonCommonBundleFolder()); },
+        [](Ref<Bundle> bundle) { return bundle; });
 }
 
 Bundle* Bundle::bundleWithIdentifier(const String* identifier)

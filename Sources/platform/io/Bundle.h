@@ -11,6 +11,7 @@ namespace zon {
 class Array;
 class Dictionary;
 class String;
+class TXZonVersion;
 
 // A folder of resources with an information dictionary and localisation folders ("de.lproj",
 // "English.lproj"). Safe to share between threads; run-time class NSBundle.
@@ -19,7 +20,8 @@ class String;
 // "Contents" (Contents/Info.plist, resources in Contents/Resources). The main bundle is the
 // running program's: an Info.plist beside the executable, in its parent folder (a parent named
 // "Contents" stands for the folder above it), or in <prefix>/share/<program>/ when the program is
-// in <prefix>/bin; with none, the executable's folder without an information dictionary. The
+// in <prefix>/bin; with none, the executable's folder. Its information dictionary always holds
+// "CFBundleExecutablePath", the resolved /proc/self/exe, even when there is no Info.plist. The
 // library's own bundle, identifier "org.zoncommon.ZonCommon", is <prefix>/share/ZonCommon beside
 // the installed library, or the source tree's Resources folder for a library in its build tree.
 //
@@ -72,6 +74,15 @@ public:
     // that has the table, else of the development localisation. Without a translation: value, or
     // the key itself when value is nil or empty.
     Ref<String> localizedStringForKey_value_table(const String* key, const String* value, const String* table) const;
+
+    // ---- NSBundle(ZonExtensions) -------------------------------------------------------------
+    // The information's "CFBundleVersion" and "CFBundleShortVersionString" (nil when missing or
+    // not strings), and the versions parsed from them (TXZonVersion::versionWithString; nil
+    // without a string).
+    Ref<String> versionString() const;
+    Ref<String> shortVersionString() const;
+    Ref<TXZonVersion> bundleVersion() const;
+    Ref<TXZonVersion> bundleShortVersion() const;
 
     // Test hooks: point the main bundle / the library's bundle at a folder (nil restores).
     static void setMainBundlePathForTesting(const String* path);

@@ -143,6 +143,22 @@ SystemResult<> removeFile(const std::string& path)
     return {};
 }
 
+SystemResult<> removeEmptyDirectory(const std::string& path)
+{
+    if (::rmdir(path.c_str()) != 0 && errno != ENOENT)
+        return SystemError::last("rmdir");
+    return {};
+}
+
+SystemResult<> makeDirectoryWithParents(const std::string& path, mode_t mode)
+{
+    for (size_t slash = path.find('/', 1); slash != std::string::npos; slash = path.find('/', slash + 1)) {
+        if (auto made = makeDirectory(path.substr(0, slash), mode); !made)
+            return made;
+    }
+    return makeDirectory(path, mode);
+}
+
 SystemResult<FileDescriptor> lockFileExclusively(const std::string& path, mode_t mode)
 {
     // Each round loses only to a holder that removed the file meanwhile; a few rounds settle it.

@@ -41,6 +41,10 @@ ZON_EXPORT bool isExecutableFile(const std::string& path);
 ZON_EXPORT SystemResult<std::string> resolvedPath(const std::string& path);
 // Removes a file; one that is already gone is no failure.
 ZON_EXPORT SystemResult<> removeFile(const std::string& path);
+// Removes a folder when it is empty; one that is already gone is no failure.
+ZON_EXPORT SystemResult<> removeEmptyDirectory(const std::string& path);
+// Makes a folder and the folders above it that are missing.
+ZON_EXPORT SystemResult<> makeDirectoryWithParents(const std::string& path, mode_t mode);
 // Opens (creating) the file at path and takes an exclusive lock on it without waiting. The lock
 // is then checked to be on the file that is at path now, since a previous holder may remove the
 // file between our open and our lock. EWOULDBLOCK when a live process holds it.

@@ -142,16 +142,21 @@ TEST_F(BundleTest, TheMainBundleIsBesideAboveOrSharedWithTheProgram)
     EXPECT_EQ(mainBundleFolder(scratch.file("prefix/bin/tool")), scratch.file("prefix/share/tool"));
     EXPECT_EQ(mainBundleFolder(scratch.file("none/bin/tool")), scratch.file("none/bin"));
 
-    // This test program has no information dictionary anywhere near it.
+    // This test program has no Info.plist anywhere near it: its information holds only the
+    // executable's path, which every main bundle carries.
     auto executable = executablePath();
     ASSERT_TRUE(executable);
     Bundle* main = Bundle::mainBundle();
     ASSERT_TRUE(main);
     EXPECT_EQ(utf8(main->bundlePath()), executable.value().substr(0, executable.value().rfind('/')));
-    EXPECT_EQ(main->infoDictionary(), nullptr);
+    ASSERT_NE(main->infoDictionary(), nullptr);
+    EXPECT_EQ(main->infoDictionary()->count(), 1u);
+    EXPECT_EQ(utf8(dynamicCast<String>(main->objectForInfoDictionaryKey(str("CFBundleExecutablePath")))), executable.value());
 
     Bundle::setMainBundlePathForTesting(str(scratch.path));
     EXPECT_EQ(utf8(Bundle::mainBundle()->bundleIdentifier()), "org.example.Test");
+    EXPECT_EQ(utf8(dynamicCast<String>(Bundle::mainBundle()->objectForInfoDictionaryKey(str("CFBundleExecutablePath")))),
+        executable.value());
     EXPECT_EQ(Bundle::bundleWithIdentifier(str("org.example.Test")), Bundle::mainBundle());
     Bundle::setMainBundlePathForTesting(nullptr);
     EXPECT_EQ(utf8(Bundle::mainBundle()->bundlePath()), utf8(main->bundlePath()));
