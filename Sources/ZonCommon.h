@@ -44,12 +44,15 @@
 #include "platform/threads/Timer.h"
 #include "platform/io/Bundle.h"
 #include "platform/io/Coder.h"
+#include "platform/io/FileCopyEngine.h"
 #include "platform/io/FileHandle.h"
+#include "platform/io/FileManager.h"
 #include "platform/io/KeyedArchiver.h"
 #include "platform/io/KeyedUnarchiver.h"
 #include "platform/io/MessagePort.h"
 #include "platform/io/PropertyListSerialization.h"
 #include "platform/io/StandardFolders.h"
+#include "platform/io/TypeIdentifiers.h"
 #include "platform/io/Workspace.h"
 
 // The log call.
@@ -70,6 +73,7 @@
 #include "genericObjects/TXZonObserverCenter.h"
 #include "genericObjects/DynamicPropertyTable.h"
 #include "genericObjects/TXZonDynamicObject.h"
+#include "systemManagement/fileManagement/TXZonFileManager.h"
 #include "systemManagement/processManagement/TXZonIPCPacket.h"
 #include "systemManagement/processManagement/TXZonIPCService.h"
 #include "systemManagement/processManagement/TXZonProcess.h"
