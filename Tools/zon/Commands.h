@@ -25,5 +25,7 @@ void addSizeCommands(CLI::App& app);
 void addVersionCommands(CLI::App& app);
 void addUtilityCommands(CLI::App& app);
 void addProcessCommands(CLI::App& app);
+// zon fs copy, mkdirs, stat, uti.
+void addFileManagerCommands(CLI::App& app);
 
 } // namespace zon::tool
