@@ -1,6 +1,8 @@
 // zon fs copy, stat, mkdirs and uti, run as the user runs them; I/O faults come from a preloaded
 // shim that fails the reads or writes of one chosen file.
 
+#include "support/ZonToolRun.h"
+
 #include <gtest/gtest.h>
 
 #include <cstdio>
@@ -13,28 +15,11 @@
 
 namespace {
 
-struct Output {
-    std::string text;
-    int exitCode = -1;
-};
+using zon::test::runZon;
+using Output = zon::test::ZonOutput;
 
-// Standard output of the tool with these arguments, after the environment assignments given.
-Output runZon(const std::string& arguments, const std::string& environment = {})
-{
-    Output output;
-    // The shim comes before the sanitizer runtime where there is one; it only forwards calls.
-    const std::string command = "ASAN_OPTIONS=verify_asan_link_order=0 " + environment + " " + ZON_TOOL_PATH + " "
-        + arguments + " 2>/dev/null";
-    FILE* pipe = ::popen(command.c_str(), "r");
-    if (!pipe)
-        return output;
-    char buffer[4096];
-    for (size_t n; (n = std::fread(buffer, 1, sizeof buffer, pipe)) > 0;)
-        output.text.append(buffer, n);
-    const int status = ::pclose(pipe);
-    output.exitCode = WIFEXITED(status) ? WEXITSTATUS(status) : -1;
-    return output;
-}
+// The shim comes before the sanitizer runtime where there is one; it only forwards calls.
+constexpr const char* kPreloadShim = "ASAN_OPTIONS=verify_asan_link_order=0 LD_PRELOAD=" ZON_FAULT_SHIM_PATH;
 
 class ZonFileManagerCommands : public testing::Test {
 protected:
@@ -50,7 +35,7 @@ protected:
 
     Output copyWithFault(const std::string& variable, const std::string& path)
     {
-        return runZon("fs copy " + source_ + " " + destination_, "LD_PRELOAD=" ZON_FAULT_SHIM_PATH " " + variable + "=" + path);
+        return runZon("fs copy " + source_ + " " + destination_, std::string(kPreloadShim) + " " + variable + "=" + path);
     }
 
     std::string folder_;

@@ -1,6 +1,7 @@
 #include "platform/io/FileCopyEngine.h"
 
 #include "platform/system/FileCallsInternal.h"
+#include "support/FileContents.h"
 #include "support/ScratchFolder.h"
 
 #include <gtest/gtest.h>
@@ -12,22 +13,6 @@ using namespace zon;
 using namespace zon::test;
 
 namespace {
-
-std::string contents(const std::string& path)
-{
-    std::ifstream in(path, std::ios::binary);
-    std::stringstream bytes;
-    bytes << in.rdbuf();
-    return bytes.str();
-}
-
-std::string pattern(size_t size)
-{
-    std::string bytes(size, '\0');
-    for (size_t i = 0; i < size; ++i)
-        bytes[i] = static_cast<char>((i * 131 + i / 4096) & 0xff);
-    return bytes;
-}
 
 FileCopyOutcome copyPath(const std::string& from, const std::string& to)
 {
@@ -44,12 +29,12 @@ TEST(FileCopyEngine, CopiesEverySizeAroundTheBlock)
 {
     ScratchFolder scratch;
     for (size_t size : {size_t(0), size_t(1), kFileCopyBlockSize - 1, kFileCopyBlockSize, kFileCopyBlockSize + 1, 3 * kFileCopyBlockSize + 7}) {
-        const std::string bytes = pattern(size);
+        const std::string bytes = patternBytes(size);
         const std::string source = scratch.write("source", bytes);
         auto outcome = copyPath(source, scratch.file("copy"));
         EXPECT_TRUE(outcome.succeeded()) << size;
         EXPECT_EQ(outcome.bytesCopied, size);
-        EXPECT_TRUE(contents(scratch.file("copy")) == bytes) << size;
+        EXPECT_TRUE(fileContents(scratch.file("copy")) == bytes) << size;
     }
 }
 
@@ -59,7 +44,7 @@ TEST(FileCopyEngine, ReadsWhatProcFilesHoldBeyondTheirStatSize)
     auto outcome = copyPath("/proc/self/mountinfo", scratch.file("copy"));
     EXPECT_TRUE(outcome.succeeded());
     EXPECT_EQ(outcome.method, FileCopyMethod::readWrite);
-    EXPECT_GT(contents(scratch.file("copy")).size(), 0u);
+    EXPECT_GT(fileContents(scratch.file("copy")).size(), 0u);
 }
 
 TEST(FileCopyEngine, BlamesTheSideThatFailed)
@@ -71,7 +56,7 @@ TEST(FileCopyEngine, BlamesTheSideThatFailed)
     EXPECT_EQ(fromFolder.failure->error.code, EISDIR);
 
     // The full device takes nothing: no space, the destination's fault.
-    const std::string source = scratch.write("source", pattern(1000));
+    const std::string source = scratch.write("source", patternBytes(1000));
     auto input = openFile(source, O_RDONLY);
     auto full = openFile("/dev/full", O_WRONLY);
     if (!full)

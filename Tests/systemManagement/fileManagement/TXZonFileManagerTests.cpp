@@ -4,6 +4,7 @@
 #include "platform/values/String.h"
 #include "support/LogCapture.h"
 #include "support/MountNamespace.h"
+#include "support/FileContents.h"
 #include "support/ScratchFolder.h"
 
 #include <gtest/gtest.h>
@@ -27,22 +28,6 @@ namespace {
 Ref<String> str(const std::string& text) { return String::stringWithUTF8String(text); }
 
 TXZonFileManager* manager() { return TXZonFileManager::defaultManager(); }
-
-std::string contents(const std::string& path)
-{
-    std::ifstream in(path, std::ios::binary);
-    std::stringstream bytes;
-    bytes << in.rdbuf();
-    return bytes.str();
-}
-
-std::string pattern(size_t size)
-{
-    std::string bytes(size, '\0');
-    for (size_t i = 0; i < size; ++i)
-        bytes[i] = static_cast<char>((i * 131 + i / 4096) & 0xff);
-    return bytes;
-}
 
 // A file of size bytes that takes no disk: a hole with a few marked bytes.
 void makeSparseFile(const std::string& path, off_t size)
@@ -87,7 +72,7 @@ TEST(TXZonFileManager, CopiesEverySizeWithDatesAndNewFilePermissions)
     ScratchFolder scratch;
     const mode_t oldMask = ::umask(022);
     for (size_t size : {size_t(0), size_t(1), size_t(128 * 1024 - 1), size_t(128 * 1024), size_t(128 * 1024 + 1)}) {
-        const std::string bytes = pattern(size);
+        const std::string bytes = patternBytes(size);
         const std::string source = scratch.write("source", bytes);
         ::chmod(source.c_str(), 0600);
         const timespec times[2] = {{0, UTIME_OMIT}, {1'000'000'000, 500'000'000}};
@@ -97,7 +82,7 @@ TEST(TXZonFileManager, CopiesEverySizeWithDatesAndNewFilePermissions)
         auto result = copy(source, destination);
         EXPECT_TRUE(result.ok) << size << ": " << errorText(result.error.get());
         EXPECT_FALSE(result.error);
-        EXPECT_TRUE(contents(destination) == bytes) << size;
+        EXPECT_TRUE(fileContents(destination) == bytes) << size;
         struct stat copied {};
         ASSERT_EQ(::stat(destination.c_str(), &copied), 0);
         EXPECT_EQ(copied.st_mtim.tv_sec, 1'000'000'000);
@@ -157,13 +142,13 @@ TEST(TXZonFileManager, AnExistingDestinationWithoutReplaceIsSuccessUntouched)
     auto result = copy(source, destination);
     EXPECT_TRUE(result.ok);
     EXPECT_FALSE(result.error);
-    EXPECT_EQ(contents(destination), "old");
+    EXPECT_EQ(fileContents(destination), "old");
     EXPECT_THAT(logs.records(), ContainsLine(2, "File already exists at path " + destination + " -- not replacing"));
     EXPECT_TRUE(manager()->copyFileFromPath_toPath_error(str(source).get(), str(destination).get(), nullptr));
 
     result = copy(source, destination, true);
     EXPECT_TRUE(result.ok);
-    EXPECT_EQ(contents(destination), "new");
+    EXPECT_EQ(fileContents(destination), "new");
 }
 
 TEST(TXZonFileManager, OpenAndReadFailuresCarryTheSystemErrorText)
@@ -295,7 +280,7 @@ TEST(TXZonFileManager, AsRootAFullDiskIsAWriteErrorAndKeepsThePartialCopy)
         GTEST_SKIP() << "mounting a tmpfs needs root";
     ScratchFolder scratch;
     const std::string mountPoint = scratch.makeFolder("small");
-    const std::string source = scratch.write("source", pattern(16 << 20));
+    const std::string source = scratch.write("source", patternBytes(16 << 20));
     auto answer = inPrivateMountNamespace([&] {
         if (::mount("tmpfs", mountPoint.c_str(), "tmpfs", 0, "size=8m") != 0)
             return std::string("mount failed");
@@ -344,13 +329,13 @@ TEST(TXZonFileManager, AsRootAReflinkFileSystemCopiesByCloning)
         if (!run("mount -o loop " + image + " " + mountPoint))
             return std::string("mount failed");
         const std::string source = mountPoint + "/source";
-        std::ofstream(source, std::ios::binary) << pattern(64 << 20);
+        std::ofstream(source, std::ios::binary) << patternBytes(64 << 20);
         ::sync();
         const uint64_t before = freeBytes(mountPoint);
         auto result = copy(source, mountPoint + "/copy");
         ::sync();
         const uint64_t after = freeBytes(mountPoint);
-        const bool same = contents(source) == contents(mountPoint + "/copy");
+        const bool same = fileContents(source) == fileContents(mountPoint + "/copy");
         run("umount " + mountPoint);
         return std::string(result.ok ? "YES " : "NO ") + fileCopyMethodName(result.engine)
             + (same ? " same" : " different") + (before - after < (16u << 20) ? " shared" : " duplicated");
