@@ -1,5 +1,7 @@
 // zon tail, zon random and zon shuffle, run as the user runs them.
 
+#include "support/ZonToolRun.h"
+
 #include <gtest/gtest.h>
 
 #include <cstdio>
@@ -10,25 +12,7 @@
 
 namespace {
 
-struct Output {
-    std::string text;
-    int exitCode = -1;
-};
-
-// Standard output of the tool with these arguments (a shell command line).
-Output runZon(const std::string& arguments)
-{
-    Output output;
-    FILE* pipe = ::popen((std::string(ZON_TOOL_PATH) + " " + arguments + " 2>/dev/null").c_str(), "r");
-    if (!pipe)
-        return output;
-    char buffer[4096];
-    for (size_t n; (n = std::fread(buffer, 1, sizeof buffer, pipe)) > 0;)
-        output.text.append(buffer, n);
-    const int status = ::pclose(pipe);
-    output.exitCode = WIFEXITED(status) ? WEXITSTATUS(status) : -1;
-    return output;
-}
+using zon::test::runZon;
 
 TEST(ZonUtilityCommands, TailPrintsTheLastLinesAndCanMarkTheirTerminators)
 {
@@ -42,7 +26,7 @@ TEST(ZonUtilityCommands, TailPrintsTheLastLinesAndCanMarkTheirTerminators)
 
 TEST(ZonUtilityCommands, RandomAndShuffleFollowTheSeed)
 {
-    const Output first = runZon("random below 1000 --count 20 --seed 4");
+    const auto first = runZon("random below 1000 --count 20 --seed 4");
     EXPECT_EQ(first.exitCode, 0);
     EXPECT_EQ(runZon("random below 1000 --count 20 --seed 4").text, first.text);
     EXPECT_NE(runZon("random below 1000 --count 20 --seed 5").text, first.text);
@@ -50,7 +34,7 @@ TEST(ZonUtilityCommands, RandomAndShuffleFollowTheSeed)
     EXPECT_NE(runZon("random below 0").exitCode, 0) << "a bound of 0 would never return";
 
     for (int seed = 0; seed < 5; ++seed) {
-        const Output shuffled = runZon("shuffle first b c d e --seed " + std::to_string(seed));
+        const auto shuffled = runZon("shuffle first b c d e --seed " + std::to_string(seed));
         EXPECT_EQ(shuffled.exitCode, 0);
         EXPECT_EQ(shuffled.text.substr(0, 6), "first\n");
         EXPECT_EQ(shuffled.text.size(), std::string("first\nb\nc\nd\ne\n").size());

@@ -30,6 +30,16 @@ size_t utf16Length(std::string_view utf8)
 
 } // namespace
 
+CLI::App* commandGroup(CLI::App& app, const std::string& name, const std::string& description)
+{
+    for (CLI::App* existing : app.get_subcommands({}))
+        if (existing->get_name() == name)
+            return existing;
+    auto* group = app.add_subcommand(name, description);
+    group->require_subcommand(1);
+    return group;
+}
+
 void fail(const std::string& message, int exitCode)
 {
     std::cerr << "zon: " << message << '\n';

@@ -27,5 +27,7 @@ void addUtilityCommands(CLI::App& app);
 void addProcessCommands(CLI::App& app);
 void addAppsCommands(CLI::App& app);
 void addSystemCommands(CLI::App& app);
+// zon fs copy, mkdirs, stat, uti.
+void addFileManagerCommands(CLI::App& app);
 
 } // namespace zon::tool

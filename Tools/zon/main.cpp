@@ -55,6 +55,7 @@ int main(int argc, char** argv)
     zon::tool::addProcessCommands(app);
     zon::tool::addAppsCommands(app);
     zon::tool::addSystemCommands(app);
+    zon::tool::addFileManagerCommands(app);
 
     int exitCode = 0;
     try {

@@ -5,6 +5,8 @@
 #include <cstdlib>
 #include <dirent.h>
 #include <fcntl.h>
+#include <linux/fs.h>
+#include <sys/ioctl.h>
 #include <sys/file.h>
 #include <sys/resource.h>
 #include <unistd.h>
@@ -215,13 +217,10 @@ SystemResult<size_t> openFileLimit()
 SystemResult<> writeAll(int fd, std::span<const uint8_t> bytes)
 {
     while (!bytes.empty()) {
-        const ssize_t n = ::write(fd, bytes.data(), bytes.size());
-        if (n < 0) {
-            if (errno == EINTR)
-                continue;
-            return SystemError::last("write");
-        }
-        bytes = bytes.subspan(static_cast<size_t>(n));
+        auto n = writeSome(fd, bytes);
+        if (!n)
+            return n.error();
+        bytes = bytes.subspan(n.value());
     }
     return {};
 }
@@ -281,6 +280,57 @@ SystemResult<FileDescriptor> openForReading(const std::string& path, ReadableKin
     const char* wanted = accepted == ReadableKinds::regularFiles ? "a regular file" : "a regular file or a FIFO";
     return SystemError {kind == FileKind::folder ? EISDIR : EINVAL, "open",
         std::string(fileKindName(kind)) + ", not " + wanted};
+}
+
+SystemResult<> cloneFile(int destination, int source)
+{
+    if (::ioctl(destination, FICLONE, source) != 0)
+        return SystemError::last("ioctl(FICLONE)");
+    return {};
+}
+
+SystemResult<size_t> copyFileRange(int source, int destination, size_t length)
+{
+    for (;;) {
+        const ssize_t n = ::copy_file_range(source, nullptr, destination, nullptr, length, 0);
+        if (n >= 0)
+            return static_cast<size_t>(n);
+        if (errno != EINTR)
+            return SystemError::last("copy_file_range");
+    }
+}
+
+SystemResult<size_t> writeSome(int fd, std::span<const uint8_t> bytes)
+{
+    for (;;) {
+        const ssize_t n = ::write(fd, bytes.data(), bytes.size());
+        if (n >= 0)
+            return static_cast<size_t>(n);
+        if (errno != EINTR)
+            return SystemError::last("write");
+    }
+}
+
+SystemResult<struct statx> extendedStatus(const std::string& path, int flags)
+{
+    struct statx status {};
+    if (::statx(AT_FDCWD, path.c_str(), flags, STATX_BASIC_STATS | STATX_BTIME, &status) != 0)
+        return SystemError::last("statx");
+    return status;
+}
+
+SystemResult<> setFileTimes(const std::string& path, const timespec (&times)[2])
+{
+    if (::utimensat(AT_FDCWD, path.c_str(), times, 0) != 0)
+        return SystemError::last("utimensat");
+    return {};
+}
+
+SystemResult<> removeDirectory(const std::string& path)
+{
+    if (::rmdir(path.c_str()) != 0)
+        return SystemError::last("rmdir");
+    return {};
 }
 
 size_t memoryPageSize() noexcept { return static_cast<size_t>(::sysconf(_SC_PAGESIZE)); }

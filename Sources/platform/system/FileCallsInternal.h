@@ -91,6 +91,25 @@ ZON_EXPORT SystemResult<std::string> currentDirectory();
 // Moves a file to another path in the same file system, replacing what is there.
 ZON_EXPORT SystemResult<> renameFile(const std::string& from, const std::string& to);
 
+// Copying and file times, for the file manager and its copy engine.
+//
+// Makes destination share source's blocks (ioctl FICLONE): EOPNOTSUPP, EXDEV or EINVAL where the
+// file system or the pair of files cannot.
+ZON_EXPORT SystemResult<> cloneFile(int destination, int source);
+// copy_file_range(2) from and at both files' offsets, which it moves on: answers how many bytes
+// it copied, 0 at the source's end.
+ZON_EXPORT SystemResult<size_t> copyFileRange(int source, int destination, size_t length);
+// write(2) once: answers how many bytes were taken.
+ZON_EXPORT SystemResult<size_t> writeSome(int fd, std::span<const uint8_t> bytes);
+// statx(2) of path asking for the basic fields and the birth time; flags as statx takes them
+// (AT_SYMLINK_NOFOLLOW for a link itself).
+ZON_EXPORT SystemResult<struct statx> extendedStatus(const std::string& path, int flags = 0);
+// utimensat(2) on path, a link followed: times[0] the access time, times[1] the modification
+// time; UTIME_OMIT leaves one as it is.
+ZON_EXPORT SystemResult<> setFileTimes(const std::string& path, const timespec (&times)[2]);
+// rmdir(2).
+ZON_EXPORT SystemResult<> removeDirectory(const std::string& path);
+
 // What a file's status says it is.
 enum class FileKind { regular, folder, fifo, characterDevice, blockDevice, socket, symbolicLink, other };
 ZON_EXPORT FileKind fileKind(const struct stat& status);
