@@ -76,8 +76,9 @@
 #include "systemManagement/processManagement/TXZonIPCPacket.h"
 #include "systemManagement/processManagement/TXZonIPCService.h"
 #include "systemManagement/processManagement/TXZonProcess.h"
-
 #include "utilities/data/TXJSONParser.h"
+#include "utilities/data/TXZonBufferStream.h"
+#include "utilities/data/TXZonInputStream.h"
 #include "utilities/data/TXZonTLEUnicodeServiceUtilities.h"
 #include "utilities/data/TXZonTLEUtilities.h"
 #include "versions/TXZonVersion.h"
