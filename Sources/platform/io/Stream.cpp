@@ -39,9 +39,18 @@ Ref<Error> Stream::streamError() const
     return error_;
 }
 
-Ref<Object> Stream::delegate() const { return delegate_.load(); }
+Ref<Object> Stream::delegate() const
+{
+    std::lock_guard lock(eventMutex_);
+    return delegate_.load();
+}
 
-void Stream::setDelegate(Object* delegate) { delegate_ = WeakRef<Object>(delegate); }
+void Stream::setDelegate(Object* delegate)
+{
+    WeakRef<Object> weak(delegate);
+    std::lock_guard lock(eventMutex_);
+    std::swap(delegate_, weak);
+}
 
 void Stream::scheduleInRunLoop_forMode(RunLoop* loop, String* mode)
 {
@@ -195,7 +204,7 @@ void Stream::deliver(NSStreamEvent event)
         client(this, event);
     if (status_.load() == NSStreamStatusClosed)
         return;
-    if (Ref<Object> target = delegate_.load()) {
+    if (Ref<Object> target = Stream::delegate()) {
         static const SEL sel = selector("stream:handleEvent:");
         if (target->respondsToSelector(sel))
             target->performSelector(sel, this, Number::numberWithUnsignedInteger(event).get());
