@@ -71,10 +71,23 @@ long TXZonInputStream::read_maxLength(uint8_t* buffer, size_t maxLength)
     if (dataSource_)
         return readFromDataSource(buffer, maxLength);
     const long count = stream_ ? stream_->read_maxLength(buffer, maxLength) : 0;
-    static const SEL didRead = selector("stream:didReadBytes:");
-    if (delegate_ && delegate_->respondsToSelector(didRead))
-        delegate_->performSelector(didRead, this, Number::numberWithLong(count).get());
+    if (delegate_)
+        reportRead(count);
     return count;
+}
+
+void TXZonInputStream::reportRead(long count)
+{
+    static const SEL didRead = selector("stream:didReadBytes:");
+    // Reads mostly deliver the same count, and numbers are immutable: one box serves them all.
+    if (!lastCount_ || lastCount_->longValue() != count)
+        lastCount_ = Number::numberWithLong(count);
+    Object* const arguments[] = {this, lastCount_.get()};
+    // One lookup for a delegate that implements the method itself; forwarding ones go the long way.
+    if (const Method* method = delegate_->methodForSelector(didRead))
+        method->implementation(delegate_, didRead, arguments);
+    else if (delegate_->respondsToSelector(didRead))
+        delegate_->performSelectorWithArguments(didRead, arguments);
 }
 
 long TXZonInputStream::readFromDataSource(uint8_t* buffer, size_t maxLength)

@@ -14,6 +14,7 @@
 // - "stream:dataOfLength:" (this stream, the maximum as an unsigned long), answering a Data or nil.
 
 #include "platform/io/InputStream.h"
+#include "platform/values/Number.h"
 
 namespace zon {
 
@@ -69,11 +70,14 @@ protected:
 
 private:
     long readFromDataSource(uint8_t* buffer, size_t maxLength);
+    // Tells the delegate the count of a read of the wrapped stream, when it responds.
+    void reportRead(long count);
 
     Ref<InputStream> stream_;
     Object* delegate_ = nullptr;
     Object* dataSource_ = nullptr;
     Ref<String> dataSourceTempFolder_;
+    Ref<Number> lastCount_;
 };
 
 } // namespace zon
