@@ -6,7 +6,7 @@
 #include "platform/values/Exception.h"
 #include "platform/values/Number.h"
 #include "platform/values/String.h"
-#include "utilities/data/InputStream.h"
+#include "platform/io/InputStream.h"
 #include "utilities/data/TXZonTLEUnicodeServiceUtilities.h"
 #include "utilities/data/TXZonTLEUtilities.h"
 

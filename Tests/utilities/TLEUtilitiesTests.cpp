@@ -3,7 +3,7 @@
 #include "platform/runtime/Class.h"
 #include "platform/values/Number.h"
 #include "utilities/CodecTestSupport.h"
-#include "utilities/data/InputStream.h"
+#include "platform/io/InputStream.h"
 
 #include <gtest/gtest.h>
 

@@ -29,5 +29,6 @@ void addAppsCommands(CLI::App& app);
 void addSystemCommands(CLI::App& app);
 // zon fs copy, mkdirs, stat, uti.
 void addFileManagerCommands(CLI::App& app);
+void addStreamCommands(CLI::App& app);
 
 } // namespace zon::tool

@@ -188,3 +188,8 @@ run "$zon" tail -n 3 "$tail_dir/sync.log"
 run "$zon" tail -n 2 --show-nul "$tail_dir/sync.log"
 run "$zon" random below 6 --count 5 --seed 42
 run "$zon" shuffle first second third fourth fifth --seed 7
+
+# Streams: the generated log pumped through a 1 KiB buffer stream (events, chunks, rate), then read
+# through an input stream whose progress delegate hears every read's count, the final 0 included.
+run "$zon" stream pump "$tail_dir/sync.log" --buffer 1024
+run "$zon" stream read "$tail_dir/sync.log" --chunk 65536

@@ -56,6 +56,7 @@ int main(int argc, char** argv)
     zon::tool::addAppsCommands(app);
     zon::tool::addSystemCommands(app);
     zon::tool::addFileManagerCommands(app);
+    zon::tool::addStreamCommands(app);
 
     int exitCode = 0;
     try {

@@ -190,6 +190,33 @@ SystemResult<size_t> readSome(int fd, std::span<uint8_t> buffer)
     }
 }
 
+SystemResult<size_t> writeSome(int fd, std::span<const uint8_t> bytes)
+{
+    for (;;) {
+        const ssize_t n = ::write(fd, bytes.data(), bytes.size());
+        if (n >= 0)
+            return static_cast<size_t>(n);
+        if (errno != EINTR)
+            return SystemError::last("write");
+    }
+}
+
+SystemResult<PipeEnds> createPipe()
+{
+    int fds[2];
+    if (::pipe2(fds, O_CLOEXEC | O_NONBLOCK) != 0)
+        return SystemError::last("pipe2");
+    return PipeEnds {FileDescriptor(fds[0]), FileDescriptor(fds[1])};
+}
+
+SystemResult<size_t> setPipeCapacity(int fd, size_t bytes)
+{
+    const int size = ::fcntl(fd, F_SETPIPE_SZ, static_cast<int>(bytes));
+    if (size < 0)
+        return SystemError::last("fcntl");
+    return static_cast<size_t>(size);
+}
+
 SystemResult<off_t> seekFile(int fd, off_t offset, int whence)
 {
     const off_t position = ::lseek(fd, offset, whence);

@@ -86,6 +86,18 @@ ZON_EXPORT SystemResult<size_t> openFileLimit();
 ZON_EXPORT size_t memoryPageSize() noexcept;
 // Writes all of bytes to a blocking descriptor.
 ZON_EXPORT SystemResult<> writeAll(int fd, std::span<const uint8_t> bytes);
+// Writes what the descriptor takes now; EAGAIN from a full non-blocking one.
+ZON_EXPORT SystemResult<size_t> writeSome(int fd, std::span<const uint8_t> bytes);
+
+// The two ends of a pipe(2), closed on exec and not blocking.
+struct PipeEnds {
+    FileDescriptor read;
+    FileDescriptor write;
+};
+ZON_EXPORT SystemResult<PipeEnds> createPipe();
+// Asks for a pipe buffer of at least bytes (the kernel rounds up to whole pages); answers the size
+// it got.
+ZON_EXPORT SystemResult<size_t> setPipeCapacity(int fd, size_t bytes);
 // The working folder, as an absolute path.
 ZON_EXPORT SystemResult<std::string> currentDirectory();
 // Moves a file to another path in the same file system, replacing what is there.
