@@ -192,6 +192,28 @@ SystemResult<> writeAll(int fd, std::span<const uint8_t> bytes)
     return {};
 }
 
+bool isExecutableFile(const std::string& path)
+{
+    auto status = pathStatus(path);
+    return status && S_ISREG(status.value().st_mode) && ::access(path.c_str(), X_OK) == 0;
+}
+
+SystemResult<PipeEnds> makePipe()
+{
+    int ends[2];
+    if (::pipe2(ends, O_CLOEXEC) < 0)
+        return SystemError::last("pipe2");
+    return PipeEnds{FileDescriptor(ends[0]), FileDescriptor(ends[1])};
+}
+
+SystemResult<size_t> setPipeCapacity(int fd, size_t bytes)
+{
+    const int held = ::fcntl(fd, F_SETPIPE_SZ, static_cast<int>(std::min<size_t>(bytes, INT32_MAX)));
+    if (held < 0)
+        return SystemError::last("fcntl(F_SETPIPE_SZ)");
+    return static_cast<size_t>(held);
+}
+
 SystemResult<> renameFile(const std::string& from, const std::string& to)
 {
     if (::rename(from.c_str(), to.c_str()) != 0)

@@ -78,6 +78,19 @@ ZON_EXPORT SystemResult<size_t> openFileLimit();
 ZON_EXPORT size_t memoryPageSize() noexcept;
 // Writes all of bytes to a blocking descriptor.
 ZON_EXPORT SystemResult<> writeAll(int fd, std::span<const uint8_t> bytes);
+// Whether the file at path (a link followed) is a regular file this process may execute.
+ZON_EXPORT bool isExecutableFile(const std::string& path);
+
+// A pipe: its read end, then its write end, both closed on exec.
+struct PipeEnds {
+    FileDescriptor reading;
+    FileDescriptor writing;
+};
+ZON_EXPORT SystemResult<PipeEnds> makePipe();
+// Asks the kernel to hold at least bytes in the pipe (F_SETPIPE_SZ) and answers what it now
+// holds. Unprivileged processes are capped by /proc/sys/fs/pipe-max-size (1 MiB by default) and
+// by their share of pipe pages (EPERM past it).
+ZON_EXPORT SystemResult<size_t> setPipeCapacity(int fd, size_t bytes);
 // The working folder, as an absolute path.
 ZON_EXPORT SystemResult<std::string> currentDirectory();
 // Moves a file to another path in the same file system, replacing what is there.
