@@ -3,6 +3,7 @@
 #include "platform/values/Data.h"
 #include "platform/values/Dictionary.h"
 #include "platform/values/String.h"
+#include "support/PrivateUserManager.h"
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
@@ -526,4 +527,37 @@ TEST(ZonTool, PsAndSignalReachAChild)
     ToolRun gone = runZon({"signal", pid, "terminate"});
     EXPECT_EQ(gone.exitCode, 1);
     EXPECT_THAT(gone.err, HasSubstr("no process with pid " + pid));
+}
+
+TEST(ZonTool, DaemonCommandsRestartAUnitFileAndFindItsLabel)
+{
+    test::PrivateUserManager manager;
+    if (!manager.available())
+        GTEST_SKIP() << "no systemd user manager: " << manager.reason();
+    const std::string label = "zon-tool-" + std::to_string(::getpid()) + "-sleeper";
+    const std::string unitFile = manager.unitFolder() + "/" + label + ".service";
+    writeFile(unitFile, "[Service]\nExecStart=/bin/sleep 1000\n[Install]\nWantedBy=default.target\n");
+
+    EXPECT_EQ(runZon({"daemon", "loaded", label}).exitCode, 1);
+    ToolRun restarted = runZon({"daemon", "restart", unitFile});
+    EXPECT_EQ(restarted.exitCode, 0) << restarted.err;
+    EXPECT_EQ(restarted.out, unitFile + ": restarted\n");
+    ToolRun loaded = runZon({"daemon", "loaded", label});
+    EXPECT_EQ(loaded.exitCode, 0) << loaded.err;
+    EXPECT_EQ(loaded.out, label + ": loaded\n");
+    ToolRun other = runZon({"daemon", "loaded", label + "-other"});
+    EXPECT_EQ(other.exitCode, 1);
+    EXPECT_THAT(other.err, HasSubstr(label + "-other: not loaded"));
+    (void)std::system(("/usr/bin/systemctl --user disable --now " + unitFile + " >/dev/null 2>&1").c_str());
+}
+
+TEST(ZonTool, UsersListsAccountFoldersOfHome)
+{
+    ToolRun users = runZon({"users"});
+    EXPECT_EQ(users.exitCode, 0) << users.err;
+    std::istringstream lines(users.out);
+    for (std::string name; std::getline(lines, name);) {
+        EXPECT_TRUE(fs::is_directory("/home/" + name)) << name;
+        EXPECT_NE(name.front(), '.');
+    }
 }
