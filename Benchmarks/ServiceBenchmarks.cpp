@@ -13,7 +13,6 @@
 
 #include <cstdio>
 #include <cstdlib>
-#include <fstream>
 #include <memory>
 #include <string>
 
@@ -47,15 +46,14 @@ void loadUnit()
         return;
     }
     LoadedUnit& unit = loadedUnit();
-    unit.path = userManager()->unitFolder() + "/" + unit.label + ".service";
-    std::ofstream(unit.path) << "[Service]\nExecStart=/bin/sleep 1000\n[Install]\nWantedBy=default.target\n";
+    unit.path = userManager()->writeSleeperUnit(unit.label + ".service");
     TXZonDaemonHelper::init()->restartDaemon(String::stringWithUTF8String(unit.path).get());
 }
 
 void unloadUnit()
 {
     if (!loadedUnit().path.empty())
-        (void)std::system(("/usr/bin/systemctl --user disable --now " + loadedUnit().path + " >/dev/null 2>&1").c_str());
+        test::disableUnitFile(loadedUnit().path);
     userManager().reset();
 }
 

@@ -105,6 +105,16 @@ PrivateUserManager::~PrivateUserManager()
     }
 }
 
+std::string PrivateUserManager::writeSleeperUnit(const std::string& name) const
+{
+    return folder_.write("units/" + name, "[Service]\nExecStart=/bin/sleep 1000\n[Install]\nWantedBy=default.target\n");
+}
+
+void disableUnitFile(const std::string& path)
+{
+    (void)std::system((std::string(kSystemCtlPath) + " --user disable --now " + path + " >/dev/null 2>&1").c_str());
+}
+
 int unitMainPid(const std::string& unit)
 {
     const std::string command = std::string(kSystemCtlPath) + " --user show -p MainPID --value " + unit;

@@ -27,6 +27,8 @@ public:
     const std::string& reason() const { return reason_; }
     // A folder for unit files, removed at the end.
     const std::string& unitFolder() const { return unitFolder_; }
+    // Writes unitFolder()/name, a service that sleeps for a long time, and answers its path.
+    std::string writeSleeperUnit(const std::string& name) const;
 
 private:
     bool startPrivateManager();
@@ -38,6 +40,9 @@ private:
     bool available_ = false;
     std::string reason_;
 };
+
+// `systemctl --user disable --now path`, quietly: stops the unit and removes its link.
+void disableUnitFile(const std::string& path);
 
 // The main pid of a unit as the manager reports it ("systemctl --user show -p MainPID"); 0 when
 // it has none.

@@ -10,7 +10,6 @@
 
 #include <gtest/gtest.h>
 
-#include <cstdlib>
 #include <memory>
 #include <string>
 #include <unistd.h>
@@ -35,18 +34,14 @@ protected:
     void TearDown() override
     {
         for (const std::string& path : unitFiles_)
-            (void)std::system(("/usr/bin/systemctl --user disable --now " + path + " >/dev/null 2>&1").c_str());
+            disableUnitFile(path);
     }
 
-    // A unit file in the manager's scratch folder whose service sleeps.
+    // A sleeping service's unit file, disabled when the test ends.
     std::string writeSleeperUnit(const std::string& name)
     {
-        const std::string path = manager_->unitFolder() + "/" + name;
-        FILE* file = std::fopen(path.c_str(), "w");
-        std::fputs("[Service]\nExecStart=/bin/sleep 1000\n[Install]\nWantedBy=default.target\n", file);
-        std::fclose(file);
-        unitFiles_.push_back(path);
-        return path;
+        unitFiles_.push_back(manager_->writeSleeperUnit(name));
+        return unitFiles_.back();
     }
 
     Ref<TXZonDaemonHelper> helper_ = TXZonDaemonHelper::init();
@@ -140,6 +135,6 @@ TEST_F(TXZonDaemonHelperUnits, ADisabledUnitLeavesTheListing)
     const std::string path = writeSleeperUnit(name);
     ASSERT_TRUE(helper_->restartDaemon(str(path).get()));
     ASSERT_TRUE(helper_->isDaemonLoaded(str(name).get()));
-    ASSERT_EQ(std::system(("/usr/bin/systemctl --user disable --now " + path + " >/dev/null 2>&1").c_str()), 0);
+    disableUnitFile(path);
     EXPECT_FALSE(helper_->isDaemonLoaded(str(name).get()));
 }

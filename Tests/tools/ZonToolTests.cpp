@@ -535,8 +535,7 @@ TEST(ZonTool, DaemonCommandsRestartAUnitFileAndFindItsLabel)
     if (!manager.available())
         GTEST_SKIP() << "no systemd user manager: " << manager.reason();
     const std::string label = "zon-tool-" + std::to_string(::getpid()) + "-sleeper";
-    const std::string unitFile = manager.unitFolder() + "/" + label + ".service";
-    writeFile(unitFile, "[Service]\nExecStart=/bin/sleep 1000\n[Install]\nWantedBy=default.target\n");
+    const std::string unitFile = manager.writeSleeperUnit(label + ".service");
 
     EXPECT_EQ(runZon({"daemon", "loaded", label}).exitCode, 1);
     ToolRun restarted = runZon({"daemon", "restart", unitFile});
@@ -548,7 +547,7 @@ TEST(ZonTool, DaemonCommandsRestartAUnitFileAndFindItsLabel)
     ToolRun other = runZon({"daemon", "loaded", label + "-other"});
     EXPECT_EQ(other.exitCode, 1);
     EXPECT_THAT(other.err, HasSubstr(label + "-other: not loaded"));
-    (void)std::system(("/usr/bin/systemctl --user disable --now " + unitFile + " >/dev/null 2>&1").c_str());
+    test::disableUnitFile(unitFile);
 }
 
 TEST(ZonTool, UsersListsAccountFoldersOfHome)

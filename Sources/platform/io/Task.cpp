@@ -131,7 +131,9 @@ bool Task::isRunning()
     if (pid_ <= 0 || ended_)
         return false;
     auto status = reapIfEnded(pid_);
-    if (status && status.value())
+    if (!status)
+        recordEnd(0); // taken by someone else (SIGCHLD ignored, a wait for any child): it has ended
+    else if (status.value())
         recordEnd(*status.value());
     return !ended_;
 }
