@@ -76,11 +76,11 @@ void BM_Pipe_Epoll(benchmark::State& state)
     const auto size = size_t(state.range(0));
     std::vector<uint8_t> out(size, 0x5A), in(size);
     for (auto _ : state) {
-        auto ends = createPipe();
+        auto ends = createPipe(true);
         auto epoll = createEpoll();
-        if (!ends || !epoll || !setPipeCapacity(ends.value().write.get(), size)
-            || !epollAdd(epoll.value().get(), ends.value().read.get(), EPOLLIN, 0)
-            || !epollAdd(epoll.value().get(), ends.value().write.get(), EPOLLOUT, 1)) {
+        if (!ends || !epoll || !setPipeCapacity(ends.value().writing.get(), size)
+            || !epollAdd(epoll.value().get(), ends.value().reading.get(), EPOLLIN, 0)
+            || !epollAdd(epoll.value().get(), ends.value().writing.get(), EPOLLOUT, 1)) {
             state.SkipWithError("pipe set-up failed");
             return;
         }
@@ -92,15 +92,15 @@ void BM_Pipe_Epoll(benchmark::State& state)
                 break;
             for (size_t i = 0; i < ready.value(); ++i) {
                 if (events[i].data.u64 == 1 && sent < kPumpBytes) {
-                    if (auto n = writeSome(ends.value().write.get(), out); n)
+                    if (auto n = writeSome(ends.value().writing.get(), out); n)
                         sent += n.value();
                 } else if (events[i].data.u64 == 0) {
-                    if (auto n = readSome(ends.value().read.get(), in); n)
+                    if (auto n = readSome(ends.value().reading.get(), in); n)
                         received += n.value();
                 }
             }
             if (sent >= kPumpBytes)
-                (void)epollRemove(epoll.value().get(), ends.value().write.get());
+                (void)epollRemove(epoll.value().get(), ends.value().writing.get());
         }
     }
     state.SetBytesProcessed(int64_t(state.iterations() * kPumpBytes));

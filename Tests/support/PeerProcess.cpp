@@ -99,6 +99,15 @@ int PeerProcess::wait()
     return status;
 }
 
+int PeerProcess::reapIfEnded()
+{
+    int status = 0;
+    if (pid_ <= 0 || ::waitpid(pid_, &status, WNOHANG) != pid_)
+        return -1;
+    pid_ = -1;
+    return status;
+}
+
 const std::vector<std::string>& PeerProcess::lines()
 {
     char buffer[4096];

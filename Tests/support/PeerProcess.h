@@ -47,6 +47,8 @@ public:
     void stop();
     // Waits for the child to end by itself and answers its wait status; -1 when none runs.
     int wait();
+    // The wait status when the child has ended (it is reaped then); -1 while it runs or when none does.
+    int reapIfEnded();
 
     // The complete lines it has printed so far (with captureOutput), reading without blocking.
     const std::vector<std::string>& lines();

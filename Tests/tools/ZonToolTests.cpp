@@ -3,6 +3,7 @@
 #include "platform/values/Data.h"
 #include "platform/values/Dictionary.h"
 #include "platform/values/String.h"
+#include "support/PrivateUserManager.h"
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
@@ -563,4 +564,36 @@ TEST(ZonTool, SystemPathsAndBundleVersions)
     EXPECT_THAT(bundle.out, HasSubstr("version:              5.10.300.x\n"));
     EXPECT_THAT(bundle.out, HasSubstr("short version:        (nil)\n"));
     EXPECT_EQ(runZon({"bundle", folder.file("missing")}).exitCode, 1);
+}
+
+TEST(ZonTool, DaemonCommandsRestartAUnitFileAndFindItsLabel)
+{
+    test::PrivateUserManager manager;
+    if (!manager.available())
+        GTEST_SKIP() << "no systemd user manager: " << manager.reason();
+    const std::string label = "zon-tool-" + std::to_string(::getpid()) + "-sleeper";
+    const std::string unitFile = manager.writeSleeperUnit(label + ".service");
+
+    EXPECT_EQ(runZon({"daemon", "loaded", label}).exitCode, 1);
+    ToolRun restarted = runZon({"daemon", "restart", unitFile});
+    EXPECT_EQ(restarted.exitCode, 0) << restarted.err;
+    EXPECT_EQ(restarted.out, unitFile + ": restarted\n");
+    ToolRun loaded = runZon({"daemon", "loaded", label});
+    EXPECT_EQ(loaded.exitCode, 0) << loaded.err;
+    EXPECT_EQ(loaded.out, label + ": loaded\n");
+    ToolRun other = runZon({"daemon", "loaded", label + "-other"});
+    EXPECT_EQ(other.exitCode, 1);
+    EXPECT_THAT(other.err, HasSubstr(label + "-other: not loaded"));
+    test::disableUnitFile(unitFile);
+}
+
+TEST(ZonTool, UsersListsAccountFoldersOfHome)
+{
+    ToolRun users = runZon({"users"});
+    EXPECT_EQ(users.exitCode, 0) << users.err;
+    std::istringstream lines(users.out);
+    for (std::string name; std::getline(lines, name);) {
+        EXPECT_TRUE(fs::is_directory("/home/" + name)) << name;
+        EXPECT_NE(name.front(), '.');
+    }
 }

@@ -30,5 +30,6 @@ void addSystemCommands(CLI::App& app);
 // zon fs copy, mkdirs, stat, uti.
 void addFileManagerCommands(CLI::App& app);
 void addStreamCommands(CLI::App& app);
+void addServiceCommands(CLI::App& app);
 
 } // namespace zon::tool

@@ -57,6 +57,7 @@ int main(int argc, char** argv)
     zon::tool::addSystemCommands(app);
     zon::tool::addFileManagerCommands(app);
     zon::tool::addStreamCommands(app);
+    zon::tool::addServiceCommands(app);
 
     int exitCode = 0;
     try {

@@ -88,10 +88,19 @@ Ref<Data> FileHandle::readDataOfLength(size_t length)
 
 Ref<Data> FileHandle::readDataToEndOfFile() { return readDataOfLength(SIZE_MAX); }
 
+void FileHandle::writeData(const Data* data)
+{
+    if (!data)
+        return;
+    auto written = writeAll(fd_, data->span());
+    if (!written)
+        raiseOperationFailure("writeData:", written.code());
+}
+
 void FileHandle::closeFile()
 {
     if (owned_.isValid())
-        (void)owned_.close(); // nothing was written through a reading handle, so nothing is lost
+        (void)owned_.close(); // a pipe or a file read or written whole: a late error changes nothing
     fd_ = -1;
 }
 

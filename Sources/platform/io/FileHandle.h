@@ -39,7 +39,10 @@ public:
     // Up to length bytes from the offset on; fewer at the end of the file, empty past it.
     Ref<Data> readDataOfLength(size_t length);
     Ref<Data> readDataToEndOfFile();
-    // Closes an owned descriptor now; later operations raise.
+    // Writes all of data at the offset (nil writes nothing).
+    void writeData(const Data* data);
+    // Closes an owned descriptor now; later operations raise. A pipe's reader sees its end once
+    // every writing handle is closed.
     void closeFile();
 
     // ---- NSFileHandle(ZonTail) ------------------------------------------------------------------

@@ -201,22 +201,6 @@ SystemResult<size_t> writeSome(int fd, std::span<const uint8_t> bytes)
     }
 }
 
-SystemResult<PipeEnds> createPipe()
-{
-    int fds[2];
-    if (::pipe2(fds, O_CLOEXEC | O_NONBLOCK) != 0)
-        return SystemError::last("pipe2");
-    return PipeEnds {FileDescriptor(fds[0]), FileDescriptor(fds[1])};
-}
-
-SystemResult<size_t> setPipeCapacity(int fd, size_t bytes)
-{
-    const int size = ::fcntl(fd, F_SETPIPE_SZ, static_cast<int>(bytes));
-    if (size < 0)
-        return SystemError::last("fcntl");
-    return static_cast<size_t>(size);
-}
-
 SystemResult<off_t> seekFile(int fd, off_t offset, int whence)
 {
     const off_t position = ::lseek(fd, offset, whence);
@@ -250,6 +234,28 @@ SystemResult<> writeAll(int fd, std::span<const uint8_t> bytes)
         bytes = bytes.subspan(n.value());
     }
     return {};
+}
+
+bool isExecutableFile(const std::string& path)
+{
+    auto status = pathStatus(path);
+    return status && S_ISREG(status.value().st_mode) && ::access(path.c_str(), X_OK) == 0;
+}
+
+SystemResult<PipeEnds> createPipe(bool nonBlocking)
+{
+    int ends[2];
+    if (::pipe2(ends, O_CLOEXEC | (nonBlocking ? O_NONBLOCK : 0)) < 0)
+        return SystemError::last("pipe2");
+    return PipeEnds{FileDescriptor(ends[0]), FileDescriptor(ends[1])};
+}
+
+SystemResult<size_t> setPipeCapacity(int fd, size_t bytes)
+{
+    const int held = ::fcntl(fd, F_SETPIPE_SZ, static_cast<int>(std::min<size_t>(bytes, INT32_MAX)));
+    if (held < 0)
+        return SystemError::last("fcntl(F_SETPIPE_SZ)");
+    return static_cast<size_t>(held);
 }
 
 SystemResult<> renameFile(const std::string& from, const std::string& to)

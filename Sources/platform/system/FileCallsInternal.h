@@ -89,14 +89,18 @@ ZON_EXPORT SystemResult<> writeAll(int fd, std::span<const uint8_t> bytes);
 // Writes what the descriptor takes now; EAGAIN from a full non-blocking one.
 ZON_EXPORT SystemResult<size_t> writeSome(int fd, std::span<const uint8_t> bytes);
 
-// The two ends of a pipe(2), closed on exec and not blocking.
+// Whether the file at path (a link followed) is a regular file this process may execute.
+ZON_EXPORT bool isExecutableFile(const std::string& path);
+
+// A pipe: its read end, then its write end, both closed on exec; neither blocks when asked.
 struct PipeEnds {
-    FileDescriptor read;
-    FileDescriptor write;
+    FileDescriptor reading;
+    FileDescriptor writing;
 };
-ZON_EXPORT SystemResult<PipeEnds> createPipe();
-// Asks for a pipe buffer of at least bytes (the kernel rounds up to whole pages); answers the size
-// it got.
+ZON_EXPORT SystemResult<PipeEnds> createPipe(bool nonBlocking = false);
+// Asks the kernel to hold at least bytes in the pipe (F_SETPIPE_SZ; it rounds up to whole pages)
+// and answers what it now holds. Unprivileged processes are capped by /proc/sys/fs/pipe-max-size
+// (1 MiB by default) and by their share of pipe pages (EPERM past it).
 ZON_EXPORT SystemResult<size_t> setPipeCapacity(int fd, size_t bytes);
 // The working folder, as an absolute path.
 ZON_EXPORT SystemResult<std::string> currentDirectory();

@@ -34,7 +34,8 @@ struct SpawnSetup {
 
 } // namespace
 
-SystemResult<pid_t> spawnProcess(const std::vector<std::string>& arguments)
+SystemResult<pid_t> spawnProcess(const std::vector<std::string>& arguments, ProgramLookup lookup,
+    const StandardStreams& streams)
 {
     if (arguments.empty())
         return SystemError{EINVAL, "posix_spawn", "no program to start"};
@@ -45,10 +46,19 @@ SystemResult<pid_t> spawnProcess(const std::vector<std::string>& arguments)
     argv.push_back(nullptr);
 
     SpawnSetup setup;
+    // dup2 onto the same number clears close-on-exec, so a stream already in place survives too.
+    const int sources[] = {streams.input, streams.output, streams.error};
+    for (int target = 0; target < 3; ++target) {
+        if (sources[target] < 0)
+            continue;
+        if (const int failed = ::posix_spawn_file_actions_adddup2(&setup.actions, sources[target], target))
+            return SystemError{failed, "posix_spawn_file_actions_adddup2", {}};
+    }
     if (const int failed = ::posix_spawn_file_actions_addclosefrom_np(&setup.actions, 3))
         return SystemError{failed, "posix_spawn_file_actions_addclosefrom_np", {}};
     pid_t child = 0;
-    const int failed = ::posix_spawnp(&child, argv[0], &setup.actions, nullptr, argv.data(), environ);
+    const auto spawn = lookup == ProgramLookup::searchPath ? ::posix_spawnp : ::posix_spawn;
+    const int failed = spawn(&child, argv[0], &setup.actions, nullptr, argv.data(), environ);
     if (failed)
         return SystemError{failed, "posix_spawn", {}};
     return child;
@@ -62,6 +72,17 @@ SystemResult<int> waitForProcess(pid_t child)
             return SystemError::last("waitpid");
     }
     return status;
+}
+
+SystemResult<std::optional<int>> reapIfEnded(pid_t child)
+{
+    int status = 0;
+    pid_t reaped;
+    while ((reaped = ::waitpid(child, &status, WNOHANG)) < 0) {
+        if (errno != EINTR)
+            return SystemError::last("waitpid");
+    }
+    return reaped == 0 ? std::nullopt : std::optional<int>(status);
 }
 
 void reapWhenDone(pid_t child)

@@ -4,6 +4,7 @@
 
 #include "platform/system/SystemResult.h"
 
+#include <optional>
 #include <string>
 #include <sys/types.h>
 #include <vector>
@@ -15,13 +16,31 @@ ZON_EXPORT SystemResult<std::string> executablePath();
 // The file of the loaded library or program that holds address (dladdr).
 ZON_EXPORT SystemResult<std::string> loadedObjectPath(const void* address);
 
-// Starts a program with posix_spawn: arguments[0] is the program, looked up on PATH when it holds
-// no "/"; the arguments go to it as they are, with no shell between. The child inherits the
-// environment and descriptors 0 to 2 only: every other descriptor is closed in it, even one a
-// caller left open across exec. The caller must reap the child (waitForProcess or reapWhenDone).
-ZON_EXPORT SystemResult<pid_t> spawnProcess(const std::vector<std::string>& arguments);
-// Waits for a child to end and answers its wait status (WIFEXITED and kin read it).
+// How spawnProcess finds the program named by arguments[0].
+enum class ProgramLookup {
+    searchPath, // looked up on PATH when it holds no "/"
+    exactPath,  // used as it stands, relative to the working folder when it holds no "/"
+};
+// Descriptors the child gets as its standard input, output and error; -1 leaves the parent's.
+struct StandardStreams {
+    int input = -1;
+    int output = -1;
+    int error = -1;
+};
+
+// Starts a program with posix_spawn; the arguments, arguments[0] included, go to it as they are,
+// with no shell between. The child inherits the environment and descriptors 0 to 2 only (or the
+// ones streams names in their place): every other descriptor is closed in it, even one a caller
+// left open across exec. A program that cannot be executed fails here (posix_spawn reports the
+// exec's failure), not in the child. The caller must reap the child (waitForProcess or
+// reapWhenDone).
+ZON_EXPORT SystemResult<pid_t> spawnProcess(const std::vector<std::string>& arguments,
+    ProgramLookup lookup = ProgramLookup::searchPath, const StandardStreams& streams = {});
+// Waits for that one child to end (other children are left to their owners) and answers its wait
+// status (WIFEXITED and kin read it).
 ZON_EXPORT SystemResult<int> waitForProcess(pid_t child);
+// The wait status of that one child when it has ended (and is now reaped); nullopt while it runs.
+ZON_EXPORT SystemResult<std::optional<int>> reapIfEnded(pid_t child);
 // Reaps a child on a thread of its own when it ends, so that none stays a zombie while the
 // caller goes on without waiting.
 ZON_EXPORT void reapWhenDone(pid_t child);
