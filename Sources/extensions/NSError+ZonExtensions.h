@@ -15,8 +15,9 @@ ZON_EXPORT extern String* const TXZonErrorSystemErrorCodeKey;
 // "ZonUserInfoAdditionalContext": a dictionary of free-form context.
 ZON_EXPORT extern String* const TXZonErrorAdditionalContextInfoKey;
 
-// Codes in NSCocoaErrorDomain used by the buffer stream.
-inline constexpr int kZonBufferUnknownError = 47872;
-inline constexpr int kZonBufferPrematureClosureError = 47873;
+// Codes in NSCocoaErrorDomain used by the buffer stream: the write end ended before the data source
+// finished (0xBB00), and a write-end event the stream does not know (0xBB01).
+inline constexpr int kZonBufferPrematureClosureError = 47872;
+inline constexpr int kZonBufferUnknownError = 47873;
 
 } // namespace zon

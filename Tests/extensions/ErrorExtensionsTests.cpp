@@ -45,8 +45,8 @@ TEST(NSErrorZonExtensions, ConstantsHaveTheirTexts)
     EXPECT_EQ(utf8(TXZonErrorSystemErrorCodeKey), "ZonSystemErrorCode");
     EXPECT_EQ(utf8(TXZonErrorAdditionalContextInfoKey), "ZonUserInfoAdditionalContext");
     EXPECT_EQ(utf8(kLogNetworkCommIdentifier), "networkcomm");
-    EXPECT_EQ(kZonBufferUnknownError, 47872);
-    EXPECT_EQ(kZonBufferPrematureClosureError, 47873);
+    EXPECT_EQ(kZonBufferPrematureClosureError, 47872);
+    EXPECT_EQ(kZonBufferUnknownError, 47873);
 }
 
 TEST(NSErrorZonExtensions, AnyDomainConstructors)

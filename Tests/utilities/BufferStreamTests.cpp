@@ -185,7 +185,7 @@ TEST(TXZonBufferStream, ReadEndClosedEarlyEndsTheWriteSideWithPrematureClosure)
     Ref<TXZonBufferStream> stream = TXZonBufferStream::initWithReadStreamDelegate_writeStreamDataSource_bufferSize(
         reader.get(), writer.get(), 100);
     ASSERT_TRUE(runLoopUntil([&] { return !writer->calls.empty() && writer->calls.back() == "close"; }));
-    EXPECT_THAT(writer->calls, ElementsAre("open", "error 47873", "close"));
+    EXPECT_THAT(writer->calls, ElementsAre("open", "error 47872", "close"));
     ASSERT_TRUE(writer->lastError);
     EXPECT_TRUE(writer->lastError->domain()->isEqual(NSCocoaErrorDomain));
     EXPECT_EQ(writer->lastError->userInfo(), nullptr);
@@ -205,7 +205,7 @@ TEST(TXZonBufferStream, WriteErrorAndUnknownEventsAreReportedAndLogged)
     Ref<TXZonBufferStream> stream = TXZonBufferStream::initWithWriteStreamDataSource(writer.get());
     stream->set_readStreamDelegate(reader.get());
     stream->writeStreamCallback(static_cast<NSStreamEvent>(64));
-    EXPECT_THAT(writer->calls, ElementsAre("error 47872", "close"));
+    EXPECT_THAT(writer->calls, ElementsAre("error 47873", "close"));
     EXPECT_THAT(capture.records(), LogLine(160, 1, kDefaultLogIdentifier, " *| Buffer Stream Encountered Unknown State (64) with <BufferStreamTestWriter"));
     stream->readStreamCallback(static_cast<NSStreamEvent>(64));
     EXPECT_THAT(reader->calls, ElementsAre("error 0"));

@@ -236,12 +236,6 @@ SystemResult<> writeAll(int fd, std::span<const uint8_t> bytes)
     return {};
 }
 
-bool isExecutableFile(const std::string& path)
-{
-    auto status = pathStatus(path);
-    return status && S_ISREG(status.value().st_mode) && ::access(path.c_str(), X_OK) == 0;
-}
-
 SystemResult<PipeEnds> createPipe(bool nonBlocking)
 {
     int ends[2];
@@ -333,16 +327,6 @@ SystemResult<size_t> copyFileRange(int source, int destination, size_t length)
     }
 }
 
-SystemResult<size_t> writeSome(int fd, std::span<const uint8_t> bytes)
-{
-    for (;;) {
-        const ssize_t n = ::write(fd, bytes.data(), bytes.size());
-        if (n >= 0)
-            return static_cast<size_t>(n);
-        if (errno != EINTR)
-            return SystemError::last("write");
-    }
-}
 
 SystemResult<struct statx> extendedStatus(const std::string& path, int flags)
 {

@@ -89,9 +89,6 @@ ZON_EXPORT SystemResult<> writeAll(int fd, std::span<const uint8_t> bytes);
 // Writes what the descriptor takes now; EAGAIN from a full non-blocking one.
 ZON_EXPORT SystemResult<size_t> writeSome(int fd, std::span<const uint8_t> bytes);
 
-// Whether the file at path (a link followed) is a regular file this process may execute.
-ZON_EXPORT bool isExecutableFile(const std::string& path);
-
 // A pipe: its read end, then its write end, both closed on exec; neither blocks when asked.
 struct PipeEnds {
     FileDescriptor reading;
@@ -115,8 +112,6 @@ ZON_EXPORT SystemResult<> cloneFile(int destination, int source);
 // copy_file_range(2) from and at both files' offsets, which it moves on: answers how many bytes
 // it copied, 0 at the source's end.
 ZON_EXPORT SystemResult<size_t> copyFileRange(int source, int destination, size_t length);
-// write(2) once: answers how many bytes were taken.
-ZON_EXPORT SystemResult<size_t> writeSome(int fd, std::span<const uint8_t> bytes);
 // statx(2) of path asking for the basic fields and the birth time; flags as statx takes them
 // (AT_SYMLINK_NOFOLLOW for a link itself).
 ZON_EXPORT SystemResult<struct statx> extendedStatus(const std::string& path, int flags = 0);
