@@ -260,6 +260,7 @@ TEST(TXZonBufferStream, InitialisersAccessorsAndTheCrossedNames)
         AutoreleasePool pool;
         TXZonBufferStream* autoreleased = TXZonBufferStream::bufferStreamWithReadDelegate(reader.get());
         EXPECT_EQ(autoreleased->streamBufferSize(), 4096);
+        EXPECT_EQ(TXZonBufferStream::bufferStreamWithWriteDataSource(nullptr)->_readStreamDelegate(), nullptr);
     }
     EXPECT_EQ(inconsistencyReason([] { TXZonBufferStream::initWithReadStreamDelegate_writeStreamDataSource_bufferSize(nullptr, nullptr, 0); }),
         "Buffer stream size must be greater than zero, not 0");

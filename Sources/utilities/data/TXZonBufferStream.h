@@ -79,12 +79,12 @@ public:
     template <class Self = TXZonBufferStream>
     static Self* bufferStreamWithReadDelegate(TXZonBufferStreamReadProtocol* delegate)
     {
-        return static_cast<Self*>(make<Self>(delegate, nullptr, kTXZonBufferStreamDefaultSize)->autorelease());
+        return static_cast<Self*>(make<Self>(delegate, nullptr, kTXZonBufferStreamDefaultSize).leakRef()->autorelease());
     }
     template <class Self = TXZonBufferStream>
     static Self* bufferStreamWithWriteDataSource(TXZonBufferStreamWriteProtocol* dataSource)
     {
-        return static_cast<Self*>(make<Self>(nullptr, dataSource, kTXZonBufferStreamDefaultSize)->autorelease());
+        return static_cast<Self*>(make<Self>(nullptr, dataSource, kTXZonBufferStreamDefaultSize).leakRef()->autorelease());
     }
 
     int32_t streamBufferSize() const { return bufferSize_; }

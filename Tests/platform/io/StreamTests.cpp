@@ -14,6 +14,7 @@
 
 #include <cerrno>
 #include <numeric>
+#include <thread>
 #include <vector>
 
 using namespace zon;
@@ -236,4 +237,29 @@ TEST(DataInputStream, ReadsBeforeOpenAndPostsEventsOnceOpen)
     EXPECT_FALSE(stream->hasBytesAvailable());
     drainLoop();
     EXPECT_THAT(events, ElementsAre(NSStreamEventOpenCompleted, NSStreamEventHasBytesAvailable, NSStreamEventEndEncountered));
+}
+
+TEST(BoundStreamPair, EndsOnTwoThreadsPassEveryByteAndTheReaderWaitsForData)
+{
+    BoundStreamPair pair = createBoundStreamPair(1000);
+    pair.readStream->open();
+    pair.writeStream->open();
+    const std::vector<uint8_t> bytes = iota(1 << 20);
+    std::thread writer([&] {
+        size_t written = 0;
+        while (written < bytes.size()) {
+            const long count = pair.writeStream->write_maxLength(bytes.data() + written, std::min<size_t>(777, bytes.size() - written));
+            ASSERT_GE(count, 0);
+            written += size_t(count);
+            if (count == 0)
+                std::this_thread::yield();
+        }
+        pair.writeStream->close();
+    });
+    std::vector<uint8_t> received;
+    uint8_t chunk[1500];
+    for (long n; (n = pair.readStream->read_maxLength(chunk, sizeof chunk)) > 0;)
+        received.insert(received.end(), chunk, chunk + n);
+    writer.join();
+    EXPECT_TRUE(received == bytes);
 }
