@@ -25,5 +25,7 @@ void addSizeCommands(CLI::App& app);
 void addVersionCommands(CLI::App& app);
 void addUtilityCommands(CLI::App& app);
 void addProcessCommands(CLI::App& app);
+// Joins the "fs" group, making it when no other unit has.
+void addWatchCommands(CLI::App& app);
 
 } // namespace zon::tool
