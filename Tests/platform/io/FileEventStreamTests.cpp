@@ -2,6 +2,7 @@
 #include "platform/io/InotifyEventDecoderInternal.h"
 
 #include "platform/threads/RunLoop.h"
+#include "support/InotifyInstances.h"
 #include "support/ScratchFolder.h"
 #include "support/Watchdog.h"
 
@@ -59,17 +60,6 @@ TEST(InotifyEventDecoder, SplitsEventsAndStopsAtOneThatDoesNotFit)
     EXPECT_FALSE(shortHeader.next());
 }
 
-size_t openInotifyInstances()
-{
-    size_t count = 0;
-    for (const auto& entry : std::filesystem::directory_iterator("/proc/self/fd")) {
-        std::error_code error;
-        if (std::filesystem::read_symlink(entry.path(), error).string() == "anon_inode:inotify")
-            ++count;
-    }
-    return count;
-}
-
 struct Counter {
     int calls = 0;
     std::unique_ptr<FileEventStream> watch(const std::string& directory, std::chrono::nanoseconds latency = 50ms)
@@ -86,12 +76,12 @@ void runFor(std::chrono::milliseconds span)
 TEST(FileEventStream, StreamsOfAThreadShareOneInstanceAndOneWatchPerFolder)
 {
     test::ScratchFolder folder;
-    const size_t before = openInotifyInstances();
+    const size_t before = test::openInotifyInstances();
     Counter first, second, third;
     auto a = first.watch(folder.path);
     auto b = second.watch(folder.path);
     auto c = third.watch(folder.makeFolder("other"));
-    EXPECT_EQ(openInotifyInstances(), before + 1);
+    EXPECT_EQ(test::openInotifyInstances(), before + 1);
     EXPECT_EQ(a->method(), FileEventStream::Method::Inotify);
 
     // Dropping one stream of the shared watch leaves the other watching.
