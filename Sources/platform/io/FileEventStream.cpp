@@ -24,6 +24,9 @@ using Clock = Timer::Clock;
 constexpr uint32_t kWatchMask = IN_CREATE | IN_DELETE | IN_MODIFY | IN_ATTRIB | IN_CLOSE_WRITE | IN_MOVED_FROM
     | IN_MOVED_TO | IN_DELETE_SELF | IN_MOVE_SELF | IN_ONLYDIR;
 // The watched directory no longer stands at its path (or no longer is watched at all).
+// Queued events past this size are not read one by one (see replaceFloodedInstance); about 8,000
+// events, half the kernel's default queue.
+constexpr size_t kFloodedQueueBytes = 256 * 1024;
 constexpr uint32_t kWatchedItemGone = IN_DELETE_SELF | IN_MOVE_SELF | IN_UNMOUNT | IN_IGNORED;
 
 // File systems where inotify sees only the changes made through this machine's own mount.
@@ -273,7 +276,8 @@ private:
     {
         auto protect = shared_from_this();
         windowTimer_ = nullptr;
-        drain();
+        if (!replaceFloodedInstance())
+            drain();
         const auto now = Clock::now();
         std::vector<uint64_t> due;
         for (uint64_t id : pending_)
@@ -324,6 +328,31 @@ private:
                     hub->onWindowEnd();
             });
         loop_->addTimer_forMode(windowTimer_, NSDefaultRunLoopMode);
+    }
+
+    // A queue this full says "everything changed" as well as reading it would, and reading its
+    // events one by one is what a burst would cost: when the window ends on such a queue, a new
+    // instance takes over, every stream is armed on it and counts the window as a change, and the
+    // old queue is dropped unread.
+    bool replaceFloodedInstance()
+    {
+        auto queued = queuedByteCount(inotify_.get());
+        if (!queued || queued.value() < kFloodedQueueBytes)
+            return false;
+        auto fresh = createInotify();
+        if (!fresh)
+            return false;
+        source_.invalidate();
+        inotify_ = std::move(fresh.value());
+        watches_.clear();
+        for (auto& [id, stream] : streams_) {
+            if (stream->role == Role::Polling)
+                continue;
+            stream->watch = -1;
+            arm(*stream);
+            addToBatch(*stream, true, false);
+        }
+        return true;
     }
 
     // Reads everything queued and adds it to the streams' batches.

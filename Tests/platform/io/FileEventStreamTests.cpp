@@ -107,6 +107,22 @@ TEST(FileEventStream, BurstIsOneBatchThatEndsAfterTheWindow)
     EXPECT_EQ(counter.calls, 1);
 }
 
+// More events than the queue holds: the window still ends in a change, and the stream keeps
+// watching afterwards (on a fresh instance when the queue was flooded).
+TEST(FileEventStream, FloodedQueueIsAChangeAndWatchingGoesOn)
+{
+    test::ScratchFolder folder;
+    Counter counter;
+    auto stream = counter.watch(folder.path, 100ms);
+    for (int i = 0; i < 10'000; ++i)
+        folder.write("f" + std::to_string(i), "data");
+    ASSERT_TRUE(test::runLoopUntil([&] { return counter.calls >= 1; }));
+    runFor(300ms);
+    const int afterBurst = counter.calls;
+    folder.write("quiet", "x");
+    ASSERT_TRUE(test::runLoopUntil([&] { return counter.calls == afterBurst + 1; }));
+}
+
 TEST(FileEventStream, MissingFolderIsAwaitedThroughItsAncestorAndFollowedByPath)
 {
     test::ScratchFolder folder;
