@@ -302,6 +302,8 @@ TEST(FileMonitorLimits, ChangeBehindAFuseMountIsReported)
         GTEST_SKIP() << "mounting bindfs needs root";
     if (std::system("command -v bindfs >/dev/null 2>&1") != 0)
         GTEST_SKIP() << "bindfs is not installed (scripts/bootstrap installs it)";
+    if (!std::filesystem::exists("/dev/fuse") || std::system("unshare -m true >/dev/null 2>&1") != 0)
+        GTEST_SKIP() << "no /dev/fuse, or no private mount namespace allowed here";
     test::ScratchFolder folder;
     const std::string source = folder.makeFolder("source");
     const std::string view = folder.makeFolder("view");
