@@ -31,5 +31,7 @@ void addSystemCommands(CLI::App& app);
 void addFileManagerCommands(CLI::App& app);
 void addStreamCommands(CLI::App& app);
 void addServiceCommands(CLI::App& app);
+// Joins the "fs" group, making it when no other unit has.
+void addWatchCommands(CLI::App& app);
 
 } // namespace zon::tool

@@ -193,3 +193,14 @@ run "$zon" shuffle first second third fourth fifth --seed 7
 # through an input stream whose progress delegate hears every read's count, the final 0 included.
 run "$zon" stream pump "$tail_dir/sync.log" --buffer 1024
 run "$zon" stream read "$tail_dir/sync.log" --chunk 65536
+# A file monitor: an editor's save (a temp file renamed over the watched one) is seen through the
+# folder, and the burst of events it makes is one notification when the 3-second window ends.
+watch_dir=$(mktemp -d)
+trap 'rm -rf "$log" "$plist_dir" "$tail_dir" "$watch_dir"' EXIT
+echo "draft" >"$watch_dir/notes.txt"
+run "$zon" fs watch "$watch_dir/notes.txt" --verbose --count 1 --seconds 10 &
+watcher=$!
+sleep 0.5
+echo "$ (save notes.txt: write notes.txt.swp, rename it over notes.txt) at $(date +%T.%3N)"
+echo "final" >"$watch_dir/notes.txt.swp" && mv "$watch_dir/notes.txt.swp" "$watch_dir/notes.txt"
+wait "$watcher"

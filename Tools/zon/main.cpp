@@ -58,6 +58,7 @@ int main(int argc, char** argv)
     zon::tool::addFileManagerCommands(app);
     zon::tool::addStreamCommands(app);
     zon::tool::addServiceCommands(app);
+    zon::tool::addWatchCommands(app);
 
     int exitCode = 0;
     try {

@@ -4,6 +4,8 @@
 #include <climits>
 #include <csignal>
 #include <sys/eventfd.h>
+#include <sys/inotify.h>
+#include <sys/ioctl.h>
 #include <sys/signalfd.h>
 #include <time.h>
 #include <unistd.h>
@@ -85,6 +87,37 @@ void drainEventCounter(int counter)
 {
     uint64_t count;
     [[maybe_unused]] const ssize_t n = ::read(counter, &count, sizeof count);
+}
+
+SystemResult<FileDescriptor> createInotify()
+{
+    FileDescriptor fd(::inotify_init1(IN_NONBLOCK | IN_CLOEXEC));
+    if (!fd)
+        return SystemError::last("inotify_init1");
+    return fd;
+}
+
+SystemResult<int> inotifyAddWatch(int inotify, const std::string& path, uint32_t mask)
+{
+    const int watch = ::inotify_add_watch(inotify, path.c_str(), mask);
+    if (watch < 0)
+        return SystemError::last("inotify_add_watch");
+    return watch;
+}
+
+SystemResult<> inotifyRemoveWatch(int inotify, int watch)
+{
+    if (::inotify_rm_watch(inotify, watch) != 0)
+        return SystemError::last("inotify_rm_watch");
+    return {};
+}
+
+SystemResult<size_t> queuedByteCount(int fd)
+{
+    int count = 0;
+    if (::ioctl(fd, FIONREAD, &count) != 0)
+        return SystemError::last("ioctl FIONREAD");
+    return static_cast<size_t>(count);
 }
 
 } // namespace zon

@@ -9,6 +9,7 @@
 #include <cstdint>
 #include <initializer_list>
 #include <span>
+#include <string>
 #include <sys/epoll.h>
 
 namespace zon {
@@ -31,6 +32,15 @@ ZON_EXPORT SystemResult<FileDescriptor> createEventCounter();
 ZON_EXPORT void signalEventCounter(int counter);
 // Takes the counter back to zero.
 ZON_EXPORT void drainEventCounter(int counter);
+
+// A non-blocking inotify instance (inotify_init1); EMFILE when the user's instance limit is reached.
+ZON_EXPORT SystemResult<FileDescriptor> createInotify();
+// inotify_add_watch: the watch descriptor, the same one again for an inode already watched.
+// ENOSPC when the user's watch limit is reached.
+ZON_EXPORT SystemResult<int> inotifyAddWatch(int inotify, const std::string& path, uint32_t mask);
+ZON_EXPORT SystemResult<> inotifyRemoveWatch(int inotify, int watch);
+// ioctl FIONREAD: how many bytes a read would find waiting.
+ZON_EXPORT SystemResult<size_t> queuedByteCount(int fd);
 
 // The monotonic clock at the resolution of the kernel's tick (a few milliseconds), read in a few
 // nanoseconds: for caches that look at something again after a while.

@@ -47,6 +47,17 @@ SystemResult<struct stat> pathStatus(const std::string& path)
     return status;
 }
 
+SystemResult<struct statfs> fileSystemStatus(const std::string& path)
+{
+    auto fd = openFile(path, O_PATH);
+    if (!fd)
+        return fd.error();
+    struct statfs status {};
+    if (::fstatfs(fd.value().get(), &status) != 0)
+        return SystemError::last("fstatfs");
+    return status;
+}
+
 SystemResult<timespec> modificationTime(const std::string& path)
 {
     auto status = pathStatus(path);

@@ -14,6 +14,7 @@
 #include <span>
 #include <string>
 #include <sys/stat.h>
+#include <sys/statfs.h>
 #include <vector>
 
 namespace zon {
@@ -27,6 +28,8 @@ ZON_EXPORT SystemResult<> makeDirectory(const std::string& path, mode_t mode);
 ZON_EXPORT SystemResult<struct stat> directoryStatus(const std::string& path);
 ZON_EXPORT SystemResult<struct stat> fileStatus(int fd);
 ZON_EXPORT SystemResult<struct stat> pathStatus(const std::string& path);
+// fstatfs(2) of the file system that holds path (opened with O_PATH, so no read permission is needed).
+ZON_EXPORT SystemResult<struct statfs> fileSystemStatus(const std::string& path);
 // The status of path itself when it is a symbolic link.
 ZON_EXPORT SystemResult<struct stat> linkStatus(const std::string& path);
 // When the file at path (a link followed) was last modified, to the nanosecond.
