@@ -74,6 +74,16 @@ CLI::Validator validUTF8()
         "UTF-8");
 }
 
+CLI::App& sharedSubcommandGroup(CLI::App& parent, const std::string& name, const std::string& description)
+{
+    const auto named = parent.get_subcommands([&](CLI::App* group) { return group->get_name() == name; });
+    if (!named.empty())
+        return *named.front();
+    CLI::App* group = parent.add_subcommand(name, description);
+    group->require_subcommand(1);
+    return *group;
+}
+
 void addFullOutputFlag(CLI::App& app)
 {
     app.add_flag("--full", gPrintEverything,

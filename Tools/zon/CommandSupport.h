@@ -23,6 +23,10 @@ CLI::Validator wholeNumberFrom(int64_t low, int64_t high);
 CLI::Validator numberFrom(double low, double high);
 CLI::Validator validUTF8();
 
+// The subcommand group of that name under parent, added on first use, so that several units can
+// add their commands to one group ("zon fs ...").
+CLI::App& sharedSubcommandGroup(CLI::App& parent, const std::string& name, const std::string& description);
+
 // Text longer than this many UTF-8 bytes is cut when printed, unless --full was given.
 inline constexpr size_t kPrintLimit = size_t(1) << 20;
 // Adds --full to the application; every subcommand takes it.
