@@ -46,6 +46,7 @@
 #include "platform/io/Coder.h"
 #include "platform/io/FileHandle.h"
 #include "platform/io/FinderMetadataStore.h"
+#include "platform/io/IconFamily.h"
 #include "platform/io/KeyedArchiver.h"
 #include "platform/io/KeyedUnarchiver.h"
 #include "platform/io/MessagePort.h"
