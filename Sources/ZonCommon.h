@@ -47,6 +47,7 @@
 #include "platform/io/FSRef.h"
 #include "platform/io/FileHandle.h"
 #include "platform/io/FinderMetadataStore.h"
+#include "platform/io/IconFamily.h"
 #include "platform/io/KeyedArchiver.h"
 #include "platform/io/KeyedUnarchiver.h"
 #include "platform/io/MessagePort.h"

@@ -4,9 +4,11 @@
 #include "platform/io/ResourceFile.h"
 
 #include <cstdint>
+#include <optional>
 #include <span>
 #include <string>
 #include <string_view>
+#include <vector>
 
 // Open resource files of this process, used like the original platform's resource manager: a
 // file is created, opened under a reference number, made current, given resources, and written
@@ -43,6 +45,9 @@ ZON_EXPORT void useResFile(ResFileRefNum file);
 // Adds a resource to the current file; a second one with the same type and ID is kept beside
 // the first.
 ZON_EXPORT OSErr addResource(std::span<const uint8_t> data, uint32_t type, int16_t id, std::string_view pascalName);
+// The resources of an open file, in the order they were read and added; nullopt when no file is
+// open under that number.
+ZON_EXPORT std::optional<std::vector<Resource>> resourcesOf(ResFileRefNum file);
 // Writes the file's resources to its fork when they changed, then forgets the file.
 ZON_EXPORT OSErr closeResFile(ResFileRefNum file);
 
