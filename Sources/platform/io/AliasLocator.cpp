@@ -1,5 +1,6 @@
 #include "platform/io/AliasLocatorInternal.h"
 
+#include "platform/io/BigEndianBytesInternal.h"
 #include "platform/io/FinderMetadataStore.h"
 #include "platform/io/VolumesInternal.h"
 #include "platform/system/FileCallsInternal.h"
@@ -79,11 +80,6 @@ uint32_t creationDateOf(const std::string& path)
 {
     auto born = birthTime(path);
     return born && born.value() ? aliasDateFromUnixTime(born.value()->tv_sec) : 0;
-}
-
-uint32_t bigEndianCode(const FinderInfoBytes& info, size_t offset)
-{
-    return uint32_t(info[offset]) << 24 | uint32_t(info[offset + 1]) << 16 | uint32_t(info[offset + 2]) << 8 | info[offset + 3];
 }
 
 // "Volume:folder:file", the path form of the original platform's older records.
@@ -262,8 +258,8 @@ std::optional<AliasRecord> makeAliasRecord(const std::string& targetPath, const 
     }
     if (record.kind == AliasKind::file) {
         if (const auto info = readFinderInfo(path)) {
-            record.type = bigEndianCode(*info, 0);
-            record.creator = bigEndianCode(*info, 4);
+            record.type = bigEndian::load32(*info, 0);
+            record.creator = bigEndian::load32(*info, 4);
         }
     }
     record.absolutePath = colonPath(volumeName, pathInVolume);

@@ -1,5 +1,7 @@
 #include "platform/io/AliasRecordInternal.h"
 
+#include "platform/io/BigEndianBytesInternal.h"
+
 #include <algorithm>
 
 namespace zon {
@@ -14,12 +16,12 @@ constexpr int64_t epoch1904 = -2082844800;
 
 class Writer {
 public:
-    void u16(uint16_t value) { bytes_.insert(bytes_.end(), {uint8_t(value >> 8), uint8_t(value)}); }
-    void u32(uint32_t value)
+    void u16(uint16_t value)
     {
-        u16(uint16_t(value >> 16));
-        u16(uint16_t(value));
+        bytes_.resize(bytes_.size() + 2);
+        bigEndian::store16(bytes_, bytes_.size() - 2, value);
     }
+    void u32(uint32_t value) { bigEndian::append32(bytes_, value); }
     void pascalString(const std::string& text, size_t fieldSize)
     {
         const size_t length = std::min(text.size(), fieldSize - 1);
@@ -37,11 +39,7 @@ public:
             bytes_.push_back(0);
     }
     void zeros(size_t count) { bytes_.resize(bytes_.size() + count); }
-    void patchU16(size_t offset, uint16_t value)
-    {
-        bytes_[offset] = uint8_t(value >> 8);
-        bytes_[offset + 1] = uint8_t(value);
-    }
+    void patchU16(size_t offset, uint16_t value) { bigEndian::store16(bytes_, offset, value); }
     std::vector<uint8_t> take() { return std::move(bytes_); }
     size_t size() const { return bytes_.size(); }
 
@@ -52,8 +50,8 @@ private:
 class Reader {
 public:
     explicit Reader(std::span<const uint8_t> bytes) : bytes_(bytes) {}
-    uint16_t u16(size_t offset) const { return uint16_t(bytes_[offset] << 8 | bytes_[offset + 1]); }
-    uint32_t u32(size_t offset) const { return uint32_t(u16(offset)) << 16 | u16(offset + 2); }
+    uint16_t u16(size_t offset) const { return bigEndian::load16(bytes_, offset); }
+    uint32_t u32(size_t offset) const { return bigEndian::load32(bytes_, offset); }
     std::optional<std::string> pascalString(size_t offset, size_t fieldSize) const
     {
         const size_t length = bytes_[offset];
