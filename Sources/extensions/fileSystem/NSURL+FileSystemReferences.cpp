@@ -30,16 +30,13 @@ struct ItemFlags {
     bool volume = false;
 };
 
-bool isMountPoint(const std::string& path)
+// A folder is a mount point when its parent is on another device, or is itself (the root). Only
+// this folder and its parent are looked at; a bind mount of a folder of the same file system is
+// not seen as one.
+bool isMountPoint(const std::string& path, const struct stat& status)
 {
-    auto canonical = realPath(path);
-    if (!canonical)
-        return false;
-    for (const MountEntry& mount : currentMounts()) {
-        if (mount.mountPoint == canonical.value())
-            return true;
-    }
-    return false;
+    auto parent = pathStatus(path + "/..");
+    return parent && (parent.value().st_dev != status.st_dev || parent.value().st_ino == status.st_ino);
 }
 
 std::optional<ItemFlags> itemFlags(const URL& url)
@@ -58,7 +55,7 @@ std::optional<ItemFlags> itemFlags(const URL& url)
     flags.plainFile = !folder;
     flags.package = (folder && Workspace::sharedWorkspace()->isFilePackageAtPath(path)) || (finderFlags & hasBundleFlag);
     flags.application = (folder && path->pathExtension()->UTF8String() == "app") || type == applicationFileType;
-    flags.volume = folder && isMountPoint(path->UTF8String());
+    flags.volume = folder && isMountPoint(path->UTF8String(), status.value());
     return flags;
 }
 
