@@ -114,12 +114,13 @@ bool ZonAlias::writeAliasToPath_iconData_error(const String* path, const Data* i
         creator = finderCreatorCode;
     }
 
-    Ref<URL> aliasFile = URL::fileURLWithPath(path);
-    if (iconData) {
-        if (fork->addData_type_resID_name(iconData, iconResourceType, customIconResourceID, String::string()))
-            aliasFile->setFinderInfoFlags_mask_type_creator(isAliasFlag | hasCustomIconFlag, isAliasFlag | hasCustomIconFlag, type, creator);
-    } else {
-        aliasFile->setFinderInfoFlags_mask_type_creator(isAliasFlag, isAliasFlag | hasCustomIconFlag, type, creator);
+    // With icon data the custom-icon flag is set, without it cleared; the flags are not set when
+    // the icon resource could not be added.
+    const bool iconAdded = iconData && fork->addData_type_resID_name(iconData, iconResourceType, customIconResourceID, String::string());
+    Ref<URL> aliasFile = fileURLOrNil(path);
+    if (aliasFile && (!iconData || iconAdded)) {
+        const uint16_t flags = iconData ? isAliasFlag | hasCustomIconFlag : isAliasFlag;
+        aliasFile->setFinderInfoFlags_mask_type_creator(flags, isAliasFlag | hasCustomIconFlag, type, creator);
     }
     fork->closeFile();
     return added;
