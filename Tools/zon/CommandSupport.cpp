@@ -40,6 +40,11 @@ CLI::App* commandGroup(CLI::App& app, const std::string& name, const std::string
     return group;
 }
 
+CLI::App* fileSystemGroup(CLI::App& app)
+{
+    return commandGroup(app, "fs", "The file system: copying, status, type identifiers, watching, Finder information, aliases");
+}
+
 void fail(const std::string& message, int exitCode)
 {
     std::cerr << "zon: " << message << '\n';

@@ -26,6 +26,8 @@ CLI::Validator validUTF8();
 // The subcommand group called name ("fs"), added with description by the first unit that asks,
 // so that several units can put their commands in one group.
 CLI::App* commandGroup(CLI::App& app, const std::string& name, const std::string& description);
+// The "zon fs" group every file-system command unit adds to.
+CLI::App* fileSystemGroup(CLI::App& app);
 
 // Text longer than this many UTF-8 bytes is cut when printed, unless --full was given.
 inline constexpr size_t kPrintLimit = size_t(1) << 20;

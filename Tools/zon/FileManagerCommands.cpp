@@ -63,7 +63,7 @@ void printTypeIdentifier(const FileManagerOptions& options)
 void addFileManagerCommands(CLI::App& app)
 {
     auto options = std::make_shared<FileManagerOptions>();
-    auto* fs = commandGroup(app, "fs", "The file system: copying, folders, status, type identifiers");
+    auto* fs = fileSystemGroup(app);
 
     auto* copy = fs->add_subcommand("copy",
         "Copy SRC to DST as the file manager does: YES or NO, the error (domain, code) and the engine used (exit 1 on NO)");

@@ -55,16 +55,6 @@ void watchFile(const WatchOptions& options)
     loop->runInMode(NSDefaultRunLoopMode, std::chrono::duration_cast<std::chrono::nanoseconds>(limit), false);
 }
 
-// The "fs" group, whichever file-system command unit registers first.
-CLI::App* fileSystemGroup(CLI::App& app)
-{
-    for (CLI::App* group : app.get_subcommands([](CLI::App* sub) { return sub->get_name() == "fs"; }))
-        return group;
-    auto* group = app.add_subcommand("fs", "file system operations");
-    group->require_subcommand(1);
-    return group;
-}
-
 } // namespace
 
 void addWatchCommands(CLI::App& app)

@@ -204,3 +204,16 @@ sleep 0.5
 echo "$ (save notes.txt: write notes.txt.swp, rename it over notes.txt) at $(date +%T.%3N)"
 echo "final" >"$watch_dir/notes.txt.swp" && mv "$watch_dir/notes.txt.swp" "$watch_dir/notes.txt"
 wait "$watcher"
+
+# Aliases: an alias file to a document records its volume, path and inode; after the document is
+# renamed in its folder the path fails and the search by file ID finds it. The alias file carries
+# the is-alias flag and the document's type and creator.
+alias_dir=$(mktemp -d)
+trap 'rm -rf "$log" "$plist_dir" "$tail_dir" "$alias_dir"' EXIT
+mkdir -p "$alias_dir/Documents"
+printf 'draft\n' >"$alias_dir/Documents/notes.txt"
+run "$zon" fs alias write "$alias_dir/Documents/notes.txt" "$alias_dir/notes alias"
+run "$zon" fs alias resolve "$alias_dir/notes alias"
+mv "$alias_dir/Documents/notes.txt" "$alias_dir/Documents/notes (old).txt"
+run "$zon" fs alias resolve "$alias_dir/notes alias"
+run "$zon" fs volume "$alias_dir"

@@ -59,6 +59,7 @@ int main(int argc, char** argv)
     zon::tool::addStreamCommands(app);
     zon::tool::addServiceCommands(app);
     zon::tool::addWatchCommands(app);
+    zon::tool::addAliasCommands(app);
 
     int exitCode = 0;
     try {

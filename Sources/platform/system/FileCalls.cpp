@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <cstdio>
 #include <cstdlib>
+#include <cstdint>
 #include <dirent.h>
 #include <fcntl.h>
 #include <linux/fs.h>
@@ -66,7 +67,7 @@ SystemResult<timespec> modificationTime(const std::string& path)
     return status.value().st_mtim;
 }
 
-SystemResult<std::vector<std::string>> directoryEntries(const std::string& path)
+SystemResult<std::vector<DirectoryEntry>> directoryListing(const std::string& path, size_t maxEntries)
 {
     auto folder = openFile(path, O_RDONLY | O_DIRECTORY);
     if (!folder)
@@ -75,17 +76,32 @@ SystemResult<std::vector<std::string>> directoryEntries(const std::string& path)
     if (!stream)
         return SystemError::last("fdopendir");
     (void)folder.value().release(); // the stream owns the descriptor now
-    std::vector<std::string> names;
+    std::vector<DirectoryEntry> entries;
     errno = 0;
-    while (const dirent* entry = ::readdir(stream)) {
+    while (entries.size() < maxEntries) {
+        const dirent* entry = ::readdir(stream);
+        if (!entry)
+            break;
         const std::string_view name = entry->d_name;
         if (name != "." && name != "..")
-            names.emplace_back(name);
+            entries.push_back({std::string(name), entry->d_ino, entry->d_type});
     }
     const int readError = errno;
     ::closedir(stream);
     if (readError != 0)
         return SystemError{readError, "readdir", {}};
+    return entries;
+}
+
+SystemResult<std::vector<std::string>> directoryEntries(const std::string& path)
+{
+    auto listing = directoryListing(path, SIZE_MAX);
+    if (!listing)
+        return listing.error();
+    std::vector<std::string> names;
+    names.reserve(listing.value().size());
+    for (DirectoryEntry& entry : listing.value())
+        names.push_back(std::move(entry.name));
     return names;
 }
 
@@ -268,6 +284,26 @@ SystemResult<> renameFile(const std::string& from, const std::string& to)
     if (::rename(from.c_str(), to.c_str()) != 0)
         return SystemError::last("rename");
     return {};
+}
+
+SystemResult<std::string> realPath(const std::string& path)
+{
+    char* resolved = ::realpath(path.c_str(), nullptr);
+    if (!resolved)
+        return SystemError::last("realpath");
+    std::string result(resolved);
+    std::free(resolved);
+    return result;
+}
+
+SystemResult<std::optional<timespec>> birthTime(const std::string& path)
+{
+    struct statx status {};
+    if (::statx(AT_FDCWD, path.c_str(), 0, STATX_BTIME, &status) != 0)
+        return SystemError::last("statx");
+    if (!(status.stx_mask & STATX_BTIME))
+        return std::optional<timespec>();
+    return std::optional<timespec>(timespec {status.stx_btime.tv_sec, status.stx_btime.tv_nsec});
 }
 
 FileKind fileKind(const struct stat& status)

@@ -11,6 +11,7 @@
 #include <cstddef>
 #include <cstdint>
 #include <fcntl.h>
+#include <optional>
 #include <span>
 #include <string>
 #include <sys/stat.h>
@@ -106,6 +107,21 @@ ZON_EXPORT SystemResult<size_t> setPipeCapacity(int fd, size_t bytes);
 ZON_EXPORT SystemResult<std::string> currentDirectory();
 // Moves a file to another path in the same file system, replacing what is there.
 ZON_EXPORT SystemResult<> renameFile(const std::string& from, const std::string& to);
+// The absolute path with every symbolic link, "." and ".." resolved (realpath(3)).
+ZON_EXPORT SystemResult<std::string> realPath(const std::string& path);
+// When the file at path (a link followed) was made (statx); nullopt where the file system does
+// not record it.
+ZON_EXPORT SystemResult<std::optional<timespec>> birthTime(const std::string& path);
+
+// One name of a folder with what readdir(3) says of it: the inode and, where the file system
+// fills it in, the kind (DT_DIR, DT_REG, ...; DT_UNKNOWN otherwise).
+struct DirectoryEntry {
+    std::string name;
+    ino_t inode = 0;
+    unsigned char type = 0;
+};
+// Like directoryEntries, with each entry's inode and kind. At most maxEntries entries are read.
+ZON_EXPORT SystemResult<std::vector<DirectoryEntry>> directoryListing(const std::string& path, size_t maxEntries);
 
 // Copying and file times, for the file manager and its copy engine.
 //

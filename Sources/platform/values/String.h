@@ -17,7 +17,10 @@
 namespace zon {
 
 class CharacterSet;
+class Data;
 class Dictionary;
+class URL;
+struct FSRef;
 class NSStringChompFastEnumerator;
 
 // Options of searches and comparisons; combine them with |.
@@ -282,6 +285,22 @@ public:
     // The text begins with "http" (https counts) or with "https".
     bool isURLString() const;
     bool isSecureURLString() const;
+
+    // ---- NSString(FileSystem) -------------------------------------------------------------------
+    // On path strings; the same contracts as URL's group NSURL(FileSystem).
+    bool getFSRef(FSRef* reference) const;
+    // The path of the referenced item, or nil.
+    static Ref<String> stringWithFSRef(const FSRef* reference);
+    // The root path of the volume with that reference number, or nil.
+    static Ref<String> stringPathForVolumeRefNum(int16_t volumeRefNum);
+    int16_t volumeRefNum() const;
+    Ref<URL> volumeURL() const;
+    // A file URL of the path.
+    Ref<URL> fileSystemURL() const;
+    bool getFinderInfoFlags_type_creator(uint16_t* flags, uint32_t* type, uint32_t* creator) const;
+    bool setFinderInfoFlags_mask_type_creator(uint16_t flags, uint16_t mask, uint32_t type, uint32_t creator) const;
+    uint32_t aliasType() const;
+    Ref<Data> iconFamilyData() const;
 
     // Tail-allocated strings keep their units in the same block as the object, so the block is
     // freed unsized; subclasses (MutableString) allocate through the same pair.

@@ -8,9 +8,12 @@
 
 namespace zon {
 
+class Data;
 class Dictionary;
 class Number;
 class String;
+// A file reference: the item's device, inode and place in the interned path table.
+struct FSRef;
 
 // A URL: immutable, safe to share between threads. Run-time class NSURL.
 //
@@ -91,6 +94,31 @@ public:
     // nil with a warning when neither has it.
     static Ref<URL> helpURLFromPage_withExtension_inDirectory(
         const String* page, const String* extension, const String* directory);
+
+    // ---- NSURL(FileSystem) ----------------------------------------------------------------------
+    // On file URLs. Nothing here logs or throws: failures answer NO, nil or 0.
+    // A reference to the item; NO when it does not exist.
+    bool getFSRef(FSRef* reference) const;
+    static Ref<URL> URLWithFSRef(const FSRef* reference);
+    // The item's volume reference number (-100, -101, ... per device); 0 on any failure.
+    int16_t volumeRefNum() const;
+    // The root of the item's volume; nil on failure.
+    Ref<URL> volumeURL() const;
+    // The Finder flags, type and creator, written through the pointers that are not null. A file
+    // with no stored Finder information answers YES with zeros; NO (nothing written) when the
+    // item cannot be reached.
+    bool getFinderInfoFlags_type_creator(uint16_t* flags, uint32_t* type, uint32_t* creator) const;
+    // New flags = ((old AND NOT mask) OR (flags AND mask)) AND NOT has-been-inited (0x0100); type
+    // and creator are always set. YES when the Finder information was written.
+    bool setFinderInfoFlags_mask_type_creator(uint16_t flags, uint16_t mask, uint32_t type, uint32_t creator) const;
+    // The Finder flags could be read and have has-custom-icon (0x0400) set.
+    bool hasCustomIcon() const;
+    // The Finder alias file type for the item: 'fapa', 'adrp', 0 (a plain file), 'fpka', 'hdsk'
+    // or 'fdrp'.
+    uint32_t aliasType() const;
+    // An icon family ('icns'): the custom icon resource when has-custom-icon is set, else the icon
+    // theme's generic icon for the file's content type as PNG elements; nil when neither is there.
+    Ref<Data> iconFamilyData() const;
 
 private:
     // Where one part lies in text_; absent when length is npos.

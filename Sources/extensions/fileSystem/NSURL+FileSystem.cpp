@@ -1,0 +1,115 @@
+// NSURL(FileSystem): Finder information and icons of file URLs.
+
+#include "extensions/fileSystem/GenericIconInternal.h"
+#include "platform/io/FinderMetadataStore.h"
+#include "platform/io/IconFamily.h"
+#include "platform/io/ResourceFile.h"
+#include "platform/system/FileCallsInternal.h"
+#include "platform/values/Data.h"
+#include "platform/values/String.h"
+#include "platform/values/URL.h"
+
+namespace zon {
+
+namespace {
+
+constexpr uint16_t kHasCustomIcon = 0x0400;
+constexpr uint16_t kHasBeenInited = 0x0100;
+constexpr uint32_t kIconFamilyType = 0x69636E73; // 'icns'
+constexpr int16_t kCustomIconID = -16455;
+
+// Type and creator big-endian at 0 and 4, the Finder flags at 8.
+uint32_t load32(const FinderInfoBytes& info, size_t at)
+{
+    return uint32_t(info[at]) << 24 | uint32_t(info[at + 1]) << 16 | uint32_t(info[at + 2]) << 8 | info[at + 3];
+}
+
+void store32(FinderInfoBytes& info, size_t at, uint32_t value)
+{
+    for (size_t i = 0; i < 4; ++i)
+        info[at + i] = static_cast<uint8_t>(value >> (24 - 8 * i));
+}
+
+std::optional<std::string> filePath(const URL& url)
+{
+    if (!url.isFileURL())
+        return std::nullopt;
+    Ref<String> path = url.path();
+    if (!path)
+        return std::nullopt;
+    return path->UTF8String();
+}
+
+// The item's Finder information: zeros when no store holds any, nullopt when the item cannot be
+// reached.
+std::optional<FinderInfoBytes> finderInfo(const URL& url)
+{
+    auto path = filePath(url);
+    if (!path || !pathStatus(*path))
+        return std::nullopt;
+    return readFinderInfo(*path).value_or(FinderInfoBytes {});
+}
+
+std::optional<std::vector<uint8_t>> customIcon(const std::string& path)
+{
+    auto resources = decodeResourceFile(readResourceFork(path));
+    if (!resources)
+        return std::nullopt;
+    for (auto& resource : *resources)
+        if (resource.type == kIconFamilyType && resource.id == kCustomIconID)
+            return std::move(resource.data);
+    return std::nullopt;
+}
+
+} // namespace
+
+bool URL::getFinderInfoFlags_type_creator(uint16_t* flags, uint32_t* type, uint32_t* creator) const
+{
+    auto info = finderInfo(*this);
+    if (!info)
+        return false;
+    if (flags)
+        *flags = static_cast<uint16_t>((*info)[8] << 8 | (*info)[9]);
+    if (type)
+        *type = load32(*info, 0);
+    if (creator)
+        *creator = load32(*info, 4);
+    return true;
+}
+
+bool URL::setFinderInfoFlags_mask_type_creator(uint16_t flags, uint16_t mask, uint32_t type, uint32_t creator) const
+{
+    auto info = finderInfo(*this);
+    if (!info)
+        return false;
+    const uint16_t old = static_cast<uint16_t>((*info)[8] << 8 | (*info)[9]);
+    const uint16_t updated = ((old & ~mask) | (flags & mask)) & ~kHasBeenInited;
+    (*info)[8] = static_cast<uint8_t>(updated >> 8);
+    (*info)[9] = static_cast<uint8_t>(updated);
+    store32(*info, 0, type);
+    store32(*info, 4, creator);
+    return writeFinderInfo(*filePath(*this), *info);
+}
+
+bool URL::hasCustomIcon() const
+{
+    uint16_t flags = 0;
+    return getFinderInfoFlags_type_creator(&flags, nullptr, nullptr) && (flags & kHasCustomIcon);
+}
+
+Ref<Data> URL::iconFamilyData() const
+{
+    auto path = filePath(*this);
+    auto status = path ? pathStatus(*path) : SystemResult<struct stat>(SystemError {ENOENT, "stat", {}});
+    if (!status)
+        return nullptr;
+    if (hasCustomIcon())
+        if (auto icon = customIcon(*path))
+            return Data::dataWithBytes(*icon);
+    auto elements = genericIconElements(*path, S_ISDIR(status.value().st_mode));
+    if (elements.empty())
+        return nullptr;
+    return Data::dataWithBytes(encodeIconFamily(elements));
+}
+
+} // namespace zon
