@@ -135,4 +135,12 @@ std::string printableDescription(const Object* object)
     return object ? printable(*object->description()) : "(nil)";
 }
 
+CLI::App* fileSystemCommandGroup(CLI::App& app)
+{
+    for (CLI::App* command : app.get_subcommands({}))
+        if (command->get_name() == "fs")
+            return command;
+    return app.add_subcommand("fs", "files: Finder information, resource forks")->require_subcommand(1);
+}
+
 } // namespace zon::tool

@@ -27,6 +27,8 @@ CLI::Validator validUTF8();
 inline constexpr size_t kPrintLimit = size_t(1) << 20;
 // Adds --full to the application; every subcommand takes it.
 void addFullOutputFlag(CLI::App& app);
+// The "fs" command group, made by whichever unit asks first, so several units add to it.
+CLI::App* fileSystemCommandGroup(CLI::App& app);
 // The UTF-8 of text for printing: whole, or its first kPrintLimit bytes (whole characters) and a
 // line saying how many characters (UTF-16 units) were left out.
 std::string printable(const String& text);

@@ -25,5 +25,6 @@ void addSizeCommands(CLI::App& app);
 void addVersionCommands(CLI::App& app);
 void addUtilityCommands(CLI::App& app);
 void addProcessCommands(CLI::App& app);
+void addFinderInfoCommands(CLI::App& app);
 
 } // namespace zon::tool

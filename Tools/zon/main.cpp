@@ -53,6 +53,7 @@ int main(int argc, char** argv)
     zon::tool::addVersionCommands(app);
     zon::tool::addUtilityCommands(app);
     zon::tool::addProcessCommands(app);
+    zon::tool::addFinderInfoCommands(app);
 
     int exitCode = 0;
     try {
