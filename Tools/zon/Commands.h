@@ -36,5 +36,8 @@ void addWatchCommands(CLI::App& app);
 }
 
 void addAliasCommands(CLI::App& app);
+}
+
+void addFinderInfoCommands(CLI::App& app);
 
 } // namespace zon::tool

@@ -60,6 +60,7 @@ int main(int argc, char** argv)
     zon::tool::addServiceCommands(app);
     zon::tool::addWatchCommands(app);
     zon::tool::addAliasCommands(app);
+    zon::tool::addFinderInfoCommands(app);
 
     int exitCode = 0;
     try {

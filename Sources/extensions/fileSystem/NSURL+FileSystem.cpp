@@ -2,6 +2,7 @@
 
 #include "extensions/fileSystem/GenericIconInternal.h"
 #include "platform/io/FinderMetadataStore.h"
+#include "platform/io/BigEndianBytesInternal.h"
 #include "platform/io/IconFamily.h"
 #include "platform/io/ResourceFile.h"
 #include "platform/system/FileCallsInternal.h"
@@ -19,16 +20,9 @@ constexpr uint32_t kIconFamilyType = 0x69636E73; // 'icns'
 constexpr int16_t kCustomIconID = -16455;
 
 // Type and creator big-endian at 0 and 4, the Finder flags at 8.
-uint32_t load32(const FinderInfoBytes& info, size_t at)
-{
-    return uint32_t(info[at]) << 24 | uint32_t(info[at + 1]) << 16 | uint32_t(info[at + 2]) << 8 | info[at + 3];
-}
-
-void store32(FinderInfoBytes& info, size_t at, uint32_t value)
-{
-    for (size_t i = 0; i < 4; ++i)
-        info[at + i] = static_cast<uint8_t>(value >> (24 - 8 * i));
-}
+constexpr size_t kTypeOffset = 0;
+constexpr size_t kCreatorOffset = 4;
+constexpr size_t kFlagsOffset = 8;
 
 std::optional<std::string> filePath(const URL& url)
 {
@@ -69,11 +63,11 @@ bool URL::getFinderInfoFlags_type_creator(uint16_t* flags, uint32_t* type, uint3
     if (!info)
         return false;
     if (flags)
-        *flags = static_cast<uint16_t>((*info)[8] << 8 | (*info)[9]);
+        *flags = bigEndian::load16(*info, kFlagsOffset);
     if (type)
-        *type = load32(*info, 0);
+        *type = bigEndian::load32(*info, kTypeOffset);
     if (creator)
-        *creator = load32(*info, 4);
+        *creator = bigEndian::load32(*info, kCreatorOffset);
     return true;
 }
 
@@ -82,12 +76,10 @@ bool URL::setFinderInfoFlags_mask_type_creator(uint16_t flags, uint16_t mask, ui
     auto info = finderInfo(*this);
     if (!info)
         return false;
-    const uint16_t old = static_cast<uint16_t>((*info)[8] << 8 | (*info)[9]);
-    const uint16_t updated = ((old & ~mask) | (flags & mask)) & ~kHasBeenInited;
-    (*info)[8] = static_cast<uint8_t>(updated >> 8);
-    (*info)[9] = static_cast<uint8_t>(updated);
-    store32(*info, 0, type);
-    store32(*info, 4, creator);
+    const uint16_t old = bigEndian::load16(*info, kFlagsOffset);
+    bigEndian::store16(*info, kFlagsOffset, ((old & ~mask) | (flags & mask)) & ~kHasBeenInited);
+    bigEndian::store32(*info, kTypeOffset, type);
+    bigEndian::store32(*info, kCreatorOffset, creator);
     return writeFinderInfo(*filePath(*this), *info);
 }
 
