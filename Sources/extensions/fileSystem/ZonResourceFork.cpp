@@ -3,10 +3,11 @@
 #include "platform/io/ResourceFileLayer.h"
 #include "platform/runtime/Class.h"
 #include "platform/values/Data.h"
+#include "platform/values/MacRomanInternal.h"
 #include "platform/values/String.h"
 #include "platform/values/UTF.h"
 
-#include <unicode/ucnv.h>
+#include <algorithm>
 
 namespace zon {
 
@@ -24,20 +25,11 @@ std::string pascalName(const String* name)
 {
     if (!name || !name->length())
         return {};
-    UErrorCode status = U_ZERO_ERROR;
-    UConverter* converter = ucnv_open("macintosh", &status);
-    if (U_FAILURE(status))
+    std::optional<std::string> bytes = exactMacRomanFromUTF16(name->view());
+    if (!bytes)
         return {};
-    ucnv_setFromUCallBack(converter, UCNV_FROM_U_CALLBACK_STOP, nullptr, nullptr, nullptr, &status);
-    std::string bytes(name->length() * 2, '\0');
-    const auto view = name->view();
-    const int32_t length = ucnv_fromUChars(converter, bytes.data(), static_cast<int32_t>(bytes.size()),
-        reinterpret_cast<const UChar*>(view.data()), static_cast<int32_t>(view.size()), &status);
-    ucnv_close(converter);
-    if (U_FAILURE(status))
-        return {};
-    bytes.resize(std::min<size_t>(length, kPascalStringMax));
-    return bytes;
+    bytes->resize(std::min(bytes->size(), kPascalStringMax));
+    return *bytes;
 }
 
 } // namespace

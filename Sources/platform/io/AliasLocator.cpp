@@ -116,7 +116,7 @@ std::optional<std::string> relativeCandidate(const AliasRecord& record, const st
 {
     if (record.levelsFrom < 0 || record.levelsTo < 0 || !record.posixPath)
         return std::nullopt;
-    auto from = realPath(relativeTo);
+    auto from = resolvedPath(relativeTo);
     if (!from)
         return std::nullopt;
     std::vector<std::string> base = pathComponents(from.value());
@@ -226,9 +226,9 @@ std::optional<std::string> searchByFileID(const AliasRecord& record, const std::
 
 std::optional<AliasRecord> makeAliasRecord(const std::string& targetPath, const std::string* fromPath)
 {
-    auto target = realPath(targetPath);
+    auto target = resolvedPath(targetPath);
     std::optional<SystemResult<std::string>> from;
-    if (fromPath && !(from = realPath(*fromPath))->ok())
+    if (fromPath && !(from = resolvedPath(*fromPath))->ok())
         return std::nullopt;
     if (!target)
         return std::nullopt;

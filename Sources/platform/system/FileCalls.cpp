@@ -286,24 +286,14 @@ SystemResult<> renameFile(const std::string& from, const std::string& to)
     return {};
 }
 
-SystemResult<std::string> realPath(const std::string& path)
-{
-    char* resolved = ::realpath(path.c_str(), nullptr);
-    if (!resolved)
-        return SystemError::last("realpath");
-    std::string result(resolved);
-    std::free(resolved);
-    return result;
-}
-
 SystemResult<std::optional<timespec>> birthTime(const std::string& path)
 {
-    struct statx status {};
-    if (::statx(AT_FDCWD, path.c_str(), 0, STATX_BTIME, &status) != 0)
-        return SystemError::last("statx");
-    if (!(status.stx_mask & STATX_BTIME))
+    auto status = extendedStatus(path);
+    if (!status)
+        return status.error();
+    if (!(status.value().stx_mask & STATX_BTIME))
         return std::optional<timespec>();
-    return std::optional<timespec>(timespec {status.stx_btime.tv_sec, status.stx_btime.tv_nsec});
+    return std::optional<timespec>(timespec {status.value().stx_btime.tv_sec, status.value().stx_btime.tv_nsec});
 }
 
 FileKind fileKind(const struct stat& status)

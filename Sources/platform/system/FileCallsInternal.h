@@ -107,8 +107,6 @@ ZON_EXPORT SystemResult<size_t> setPipeCapacity(int fd, size_t bytes);
 ZON_EXPORT SystemResult<std::string> currentDirectory();
 // Moves a file to another path in the same file system, replacing what is there.
 ZON_EXPORT SystemResult<> renameFile(const std::string& from, const std::string& to);
-// The absolute path with every symbolic link, "." and ".." resolved (realpath(3)).
-ZON_EXPORT SystemResult<std::string> realPath(const std::string& path);
 // When the file at path (a link followed) was made (statx); nullopt where the file system does
 // not record it.
 ZON_EXPORT SystemResult<std::optional<timespec>> birthTime(const std::string& path);

@@ -1,6 +1,7 @@
 #include "platform/values/MacRomanInternal.h"
 
 #include <array>
+#include <optional>
 
 namespace zon {
 
@@ -18,7 +19,7 @@ constexpr std::array<char16_t, 128> upperHalf = {
     0xF8FF, 0x00D2, 0x00DA, 0x00DB, 0x00D9, 0x0131, 0x02C6, 0x02DC, 0x00AF, 0x02D8, 0x02D9, 0x02DA, 0x00B8, 0x02DD, 0x02DB, 0x02C7,
 };
 
-char macRomanByte(char16_t unit)
+std::optional<char> macRomanByte(char16_t unit)
 {
     if (unit < 0x80)
         return static_cast<char>(unit);
@@ -26,7 +27,7 @@ char macRomanByte(char16_t unit)
         if (upperHalf[i] == unit)
             return static_cast<char>(0x80 + i);
     }
-    return '?';
+    return std::nullopt;
 }
 
 bool isHighSurrogate(char16_t unit) { return unit >= 0xD800 && unit < 0xDC00; }
@@ -41,7 +42,20 @@ std::string macRomanFromUTF16(std::u16string_view text, size_t maxBytes)
         // A surrogate pair is one character, and none of them is in Mac OS Roman.
         if (isHighSurrogate(text[i]) && i + 1 < text.size() && isLowSurrogate(text[i + 1]))
             ++i;
-        bytes.push_back(macRomanByte(text[i]));
+        bytes.push_back(macRomanByte(text[i]).value_or('?'));
+    }
+    return bytes;
+}
+
+std::optional<std::string> exactMacRomanFromUTF16(std::u16string_view text)
+{
+    std::string bytes;
+    bytes.reserve(text.size());
+    for (char16_t unit : text) {
+        auto byte = macRomanByte(unit);
+        if (!byte)
+            return std::nullopt;
+        bytes.push_back(*byte);
     }
     return bytes;
 }
