@@ -24,6 +24,20 @@ TEST(ZonUtilityCommands, TailPrintsTheLastLinesAndCanMarkTheirTerminators)
     EXPECT_EQ(runZon("tail /nonexistent/log").exitCode, 2);
 }
 
+TEST(ZonUtilityCommands, StreamPumpAndReadCountTheirChunks)
+{
+    const std::string path = (std::filesystem::temp_directory_path() / "zon-tool-stream.bin").string();
+    std::ofstream(path, std::ios::binary) << std::string(10000, 'z');
+    const auto pumped = runZon("stream pump " + path + " --buffer 4096");
+    EXPECT_EQ(pumped.exitCode, 0) << pumped.text;
+    EXPECT_NE(pumped.text.find("3 chunks of at most 4096 bytes\n10000 bytes in "), std::string::npos) << pumped.text;
+    const auto read = runZon("stream read " + path + " --chunk 4096");
+    EXPECT_EQ(read.exitCode, 0) << read.text;
+    EXPECT_NE(read.text.find("4 reads reported, the last one 0\n10000 bytes in "), std::string::npos) << read.text;
+    std::filesystem::remove(path);
+    EXPECT_NE(runZon("stream pump /nonexistent/file").exitCode, 0);
+}
+
 TEST(ZonUtilityCommands, RandomAndShuffleFollowTheSeed)
 {
     const auto first = runZon("random below 1000 --count 20 --seed 4");

@@ -33,11 +33,7 @@ void addStreamCommands(CLI::App& app);
 void addServiceCommands(CLI::App& app);
 // Joins the "fs" group, making it when no other unit has.
 void addWatchCommands(CLI::App& app);
-}
-
 void addAliasCommands(CLI::App& app);
-}
-
 void addFinderInfoCommands(CLI::App& app);
 
 } // namespace zon::tool

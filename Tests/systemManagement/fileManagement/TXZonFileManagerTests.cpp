@@ -1,5 +1,6 @@
 #include "systemManagement/fileManagement/TXZonFileManager.h"
 
+#include "platform/io/FinderMetadataStore.h"
 #include "platform/values/Error.h"
 #include "platform/values/String.h"
 #include "support/LogCapture.h"
@@ -242,6 +243,16 @@ TEST(TXZonFileManager, TypeIdentifiersOfFilesAndMimeTypes)
     EXPECT_EQ(utiOf("query.sql"), "dyn.ah62d4rv4ge81g6pq");
     EXPECT_TRUE(utiOf("Thing.app").starts_with("dyn.a")) << "a bundle extension is not data";
     EXPECT_EQ(utiOf("README"), "nil") << "no extension and no type code";
+
+    // Without an extension the Finder type code decides; a code of zero is no code.
+    const std::string application = scratch.write("Launcher", "x");
+    FinderInfoBytes info {};
+    std::memcpy(info.data(), "APPL", 4);
+    ASSERT_TRUE(writeFinderInfo(application, info));
+    EXPECT_EQ(manager()->utiOfFile(str(application).get())->UTF8String(), "com.apple.application-file");
+    const std::string zeroCode = scratch.write("Blank", "x");
+    ASSERT_TRUE(writeFinderInfo(zeroCode, FinderInfoBytes {}));
+    EXPECT_FALSE(manager()->utiOfFile(str(zeroCode).get()));
     EXPECT_FALSE(manager()->utiOfFile(str(scratch.file("missing.jpg")).get()));
 
     EXPECT_EQ(manager()->utiForMimeType(str("image/png").get())->UTF8String(), "public.png");
