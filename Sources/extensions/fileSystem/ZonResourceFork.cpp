@@ -34,12 +34,10 @@ std::string pascalName(const String* name)
 
 } // namespace
 
-Ref<ZonResourceFork> ZonResourceFork::resourceForkForWritingAtPath(const String* path)
+ZonResourceFork* ZonResourceFork::resourceForkForWritingAtPath(const String* path)
 {
     Ref<ZonResourceFork> fork = initForWritingAtPath(path);
-    if (fork)
-        fork->autorelease();
-    return fork;
+    return fork ? static_cast<ZonResourceFork*>(fork.leakRef()->autorelease()) : nullptr;
 }
 
 Ref<ZonResourceFork> ZonResourceFork::initForWritingAtPath(const String* path) { return initWithPermission_atPath(2, path); }

@@ -15,7 +15,7 @@ class ZON_EXPORT ZonResourceFork : public Object {
     ZON_OBJECT(ZonResourceFork, Object)
 public:
     // Autoreleased, opened for writing.
-    static Ref<ZonResourceFork> resourceForkForWritingAtPath(const String* path);
+    static ZonResourceFork* resourceForkForWritingAtPath(const String* path);
     static Ref<ZonResourceFork> initForWritingAtPath(const String* path);
     // permission: 1 read, 2 write, 3 read-write. With write permission the file is created first
     // when needed; the create step is given the name's UTF-8 byte count as its length, so a new

@@ -146,7 +146,8 @@ TEST_F(ZonAliasFiles, IconDataSetsTheCustomIconFlagAndWritingWithoutClearsIt)
     Ref<Data> icon = Data::dataWithBytes("icns\0\0\0\x08", 8);
     EXPECT_TRUE(alias->writeAliasToPath_iconData_error(text(aliasPath), icon, nullptr));
     EXPECT_EQ(finderInfoOf(aliasPath).flags, 0x8400);
-    const Resource* iconResource = findResource(resourcesOf(aliasPath), code("icns"), -16455);
+    const auto resources = resourcesOf(aliasPath);
+    const Resource* iconResource = findResource(resources, code("icns"), -16455);
     ASSERT_NE(iconResource, nullptr);
     EXPECT_EQ(iconResource->data.size(), 8u);
 
@@ -189,7 +190,8 @@ TEST_F(ZonAliasFiles, TheCFunctionsOwnWhatTheyHandOut)
     EXPECT_EQ(error, nullptr);
     ZonAliasRelease(alias);
     ZonAliasRelease(nullptr);
-    EXPECT_EQ(ZonAliasCreateWithPath(text(scratch.file("missing")), nullptr)->aliasData()->length(), 0u);
+    Ref<ZonAlias> missing = adoptRef(ZonAliasCreateWithPath(text(scratch.file("missing")), nullptr));
+    EXPECT_EQ(missing->aliasData()->length(), 0u);
 }
 
 // Mounts a tmpfs in a child with its own mount namespace, so nothing is left on the machine, and
