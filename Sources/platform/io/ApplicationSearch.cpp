@@ -3,6 +3,7 @@
 #include "platform/io/Bundle.h"
 #include "platform/io/DesktopEntryInternal.h"
 #include "platform/io/StandardFolders.h"
+#include "platform/io/PathTextInternal.h"
 #include "platform/system/FileCallsInternal.h"
 #include "platform/values/String.h"
 
@@ -32,25 +33,10 @@ std::vector<std::string> absoluteEntries(std::string_view list)
     return entries;
 }
 
-std::string joined(std::string folder, std::string_view name)
-{
-    if (folder.empty() || folder.back() != '/')
-        folder.push_back('/');
-    return folder.append(name);
-}
-
-std::string_view lastComponent(std::string_view path) { return path.substr(path.find_last_of('/') + 1); }
-
 std::string_view parentOf(std::string_view path)
 {
     const size_t slash = path.find_last_of('/');
     return slash == std::string_view::npos ? std::string_view() : path.substr(0, slash);
-}
-
-bool isFolder(const std::string& path)
-{
-    auto status = pathStatus(path);
-    return status && fileKind(status.value()) == FileKind::folder;
 }
 
 std::optional<std::string> onSearchPath(const std::string& program)
@@ -64,7 +50,7 @@ std::optional<std::string> onSearchPath(const std::string& program)
     }
     const char* path = std::getenv("PATH");
     for (const std::string& folder : absoluteEntries(path ? path : kDefaultSearchPath)) {
-        std::string candidate = joined(folder, program);
+        std::string candidate = joinedPath(folder, program);
         if (isExecutableFile(candidate))
             return candidate;
     }
@@ -77,10 +63,10 @@ std::optional<std::string> enclosingApplication(std::string_view executable)
     const std::string_view macOS = parentOf(executable);
     const std::string_view contents = parentOf(macOS);
     const std::string_view bundle = parentOf(contents);
-    const std::string_view bundleName = lastComponent(bundle);
-    if (lastComponent(macOS) != "MacOS" || lastComponent(contents) != "Contents" || !bundleName.ends_with(".app"))
+    const std::string_view bundleName = lastPathComponent(bundle);
+    if (lastPathComponent(macOS) != "MacOS" || lastPathComponent(contents) != "Contents" || !bundleName.ends_with(".app"))
         return std::nullopt;
-    if (bundleName.substr(0, bundleName.size() - 4) != lastComponent(executable))
+    if (bundleName.substr(0, bundleName.size() - 4) != lastPathComponent(executable))
         return std::nullopt;
     return std::string(bundle);
 }
@@ -98,7 +84,7 @@ std::vector<std::string> sortedEntries(const std::string& folder)
 
 bool hasIdentifier(const std::string& application, const std::string& identifier)
 {
-    if (!pathStatus(joined(application, "Contents/Info.plist")))
+    if (!pathStatus(joinedPath(application, "Contents/Info.plist")))
         return false;
     Ref<Bundle> bundle = Bundle::bundleWithPath(String::stringWithUTF8String(application).get());
     Ref<String> own = bundle ? bundle->bundleIdentifier() : nullptr;
@@ -114,13 +100,13 @@ std::vector<std::string> desktopEntryFolders()
 {
     std::vector<std::string> folders;
     if (Ref<String> dataHome = xdgDataHomeDirectory())
-        folders.push_back(joined(dataHome->UTF8String(), "applications"));
+        folders.push_back(joinedPath(dataHome->UTF8String(), "applications"));
     const char* dataFolders = std::getenv("XDG_DATA_DIRS");
     std::vector<std::string> shared = absoluteEntries(dataFolders ? dataFolders : "");
     if (shared.empty())
         shared = absoluteEntries(kDefaultDataFolders);
     for (const std::string& folder : shared)
-        folders.push_back(joined(folder, "applications"));
+        folders.push_back(joinedPath(folder, "applications"));
     return folders;
 }
 
@@ -128,7 +114,7 @@ std::vector<std::string> applicationBundleFolders()
 {
     std::vector<std::string> folders;
     if (Ref<String> home = NSHomeDirectory())
-        folders.push_back(joined(home->UTF8String(), "Applications"));
+        folders.push_back(joinedPath(home->UTF8String(), "Applications"));
     folders.emplace_back("/Applications");
     folders.emplace_back("/opt");
     return folders;
@@ -162,7 +148,7 @@ std::optional<std::string> applicationPathForIdentifier(const std::string& ident
     if (!isPlainName(identifier))
         return std::nullopt;
     for (const std::string& folder : desktopEntryFolders()) {
-        if (std::optional<DesktopEntry> entry = DesktopEntry::readFile(joined(folder, identifier + ".desktop"))) {
+        if (std::optional<DesktopEntry> entry = DesktopEntry::readFile(joinedPath(folder, identifier + ".desktop"))) {
             if (std::optional<std::string> application = applicationPathOfDesktopEntry(*entry))
                 return application;
             break;
@@ -170,7 +156,7 @@ std::optional<std::string> applicationPathForIdentifier(const std::string& ident
     }
     for (const std::string& folder : applicationBundleFolders()) {
         for (const std::string& name : sortedEntries(folder)) {
-            const std::string application = joined(folder, name);
+            const std::string application = joinedPath(folder, name);
             if (name.ends_with(".app") && isFolder(application) && hasIdentifier(application, identifier))
                 return application;
         }
@@ -184,7 +170,7 @@ std::optional<std::string> applicationPathForName(const std::string& name)
     if (!isPlainName(name) || bundleName == ".app")
         return std::nullopt;
     for (const std::string& folder : applicationBundleFolders()) {
-        if (const std::string application = joined(folder, bundleName); isFolder(application))
+        if (const std::string application = joinedPath(folder, bundleName); isFolder(application))
             return application;
     }
     // A desktop entry of a folder before hides one of the same file name in a folder after.
@@ -194,7 +180,7 @@ std::optional<std::string> applicationPathForName(const std::string& name)
         for (const std::string& file : sortedEntries(folder)) {
             if (!file.ends_with(".desktop") || !seen.insert(file).second)
                 continue;
-            std::optional<DesktopEntry> entry = DesktopEntry::readFile(joined(folder, file));
+            std::optional<DesktopEntry> entry = DesktopEntry::readFile(joinedPath(folder, file));
             if (!entry || entry->entryValue("Name") != displayName)
                 continue;
             if (std::optional<std::string> application = applicationPathOfDesktopEntry(*entry))

@@ -4,6 +4,7 @@
 #include "platform/io/BundleLocalizationsInternal.h"
 #include "platform/io/PropertyListSerialization.h"
 #include "platform/system/EventCallsInternal.h"
+#include "platform/io/PathTextInternal.h"
 #include "platform/system/FileCallsInternal.h"
 #include "platform/system/ProcessCallsInternal.h"
 #include "platform/runtime/Class.h"
@@ -32,12 +33,6 @@ constexpr size_t kMaxPropertyListFileBytes = 16 * 1024 * 1024;
 // How long a string table is used before its modification time is looked at again.
 constexpr auto kTableRecheckInterval = std::chrono::seconds(1);
 
-bool isFolder(const std::string& path)
-{
-    auto status = pathStatus(path);
-    return status && fileKind(status.value()) == FileKind::folder;
-}
-
 bool exists(const std::string& path) { return pathStatus(path).ok(); }
 
 std::string parentFolder(const std::string& path)
@@ -46,15 +41,6 @@ std::string parentFolder(const std::string& path)
     if (slash == std::string::npos)
         return ".";
     return slash == 0 ? "/" : path.substr(0, slash);
-}
-
-std::string lastComponent(const std::string& path) { return path.substr(path.find_last_of('/') + 1); }
-
-std::string joined(std::string folder, std::string_view name)
-{
-    if (folder.empty() || folder.back() != '/')
-        folder.push_back('/');
-    return folder.append(name);
 }
 
 std::string utf8(const String* text) { return text ? text->UTF8String() : std::string(); }
@@ -197,13 +183,13 @@ BundleSlot& zonCommonSlot()
 std::string mainBundleFolder(const std::string& executable)
 {
     const std::string folder = parentFolder(executable);
-    if (exists(joined(folder, "Info.plist")))
+    if (exists(joinedPath(folder, "Info.plist")))
         return folder;
     const std::string parent = parentFolder(folder);
-    if (exists(joined(parent, "Info.plist")))
-        return lastComponent(parent) == "Contents" ? parentFolder(parent) : parent;
-    const std::string shared = joined(joined(parent, "share"), lastComponent(executable));
-    if (exists(joined(shared, "Info.plist")))
+    if (exists(joinedPath(parent, "Info.plist")))
+        return lastPathComponent(parent) == "Contents" ? parentFolder(parent) : parent;
+    const std::string shared = joinedPath(joinedPath(parent, "share"), lastPathComponent(executable));
+    if (exists(joinedPath(shared, "Info.plist")))
         return shared;
     return folder;
 }
@@ -239,10 +225,10 @@ Ref<Bundle> Bundle::bundleAtFolder(const std::string& folder)
 {
     if (!isFolder(folder))
         return nullptr;
-    const std::string contents = joined(folder, "Contents");
-    const bool platformLayout = exists(joined(contents, "Info.plist"));
-    std::string resources = platformLayout ? joined(contents, "Resources") : folder;
-    Ref<Dictionary> info = readDictionaryFile(joined(platformLayout ? contents : folder, "Info.plist"));
+    const std::string contents = joinedPath(folder, "Contents");
+    const bool platformLayout = exists(joinedPath(contents, "Info.plist"));
+    std::string resources = platformLayout ? joinedPath(contents, "Resources") : folder;
+    Ref<Dictionary> info = readDictionaryFile(joinedPath(platformLayout ? contents : folder, "Info.plist"));
     Ref<String> path = String::stringWithUTF8String(folder);
     if (!path)
         return nullptr;
@@ -362,9 +348,9 @@ Ref<String> Bundle::localizedPath(const std::string& relative, const String* loc
     std::vector<std::string> candidates;
     if (localization) {
         for (const std::string& folder : localizationFolderNames(localization))
-            candidates.push_back(joined(joined(resourceFolder_, folder + ".lproj"), relative));
+            candidates.push_back(joinedPath(joinedPath(resourceFolder_, folder + ".lproj"), relative));
     }
-    candidates.push_back(joined(resourceFolder_, relative));
+    candidates.push_back(joinedPath(resourceFolder_, relative));
     for (const std::string& candidate : candidates) {
         if (exists(candidate))
             return String::stringWithUTF8String(candidate);
@@ -381,7 +367,7 @@ Ref<String> Bundle::pathForResource_ofType_inDirectory_forLocalization(const Str
     std::string file = name->UTF8String();
     if (!isNilOrEmpty(extension))
         file.append(".").append(extension->UTF8String());
-    relative = relative.empty() ? file : joined(relative, file);
+    relative = relative.empty() ? file : joinedPath(relative, file);
     if (localization)
         return localizedPath(relative, localization);
     if (Ref<String> found = localizedPath(relative, nullptr))

@@ -53,8 +53,7 @@ bool Workspace::isFilePackageAtPath(const String* path) const
     const std::string_view extension = name.substr(dot + 1);
     if (extension != "app" && extension != "bundle" && extension != "framework" && extension != "plugin")
         return false;
-    auto status = pathStatus(file);
-    return status && fileKind(status.value()) == FileKind::folder;
+    return isFolder(file);
 }
 
 Ref<String> Workspace::absolutePathForAppBundleWithIdentifier(const String* identifier) const

@@ -120,6 +120,12 @@ SystemResult<std::string> symbolicLinkTarget(const std::string& path)
     }
 }
 
+bool isFolder(const std::string& path)
+{
+    auto status = pathStatus(path);
+    return status && fileKind(status.value()) == FileKind::folder;
+}
+
 bool isExecutableFile(const std::string& path)
 {
     struct stat status {};

@@ -41,6 +41,8 @@ ZON_EXPORT SystemResult<std::vector<std::string>> directoryEntries(const std::st
 ZON_EXPORT SystemResult<std::string> symbolicLinkTarget(const std::string& path);
 // Whether path (a link followed) is a regular file the effective user may execute.
 ZON_EXPORT bool isExecutableFile(const std::string& path);
+// Whether path (a link followed) is a folder.
+ZON_EXPORT bool isFolder(const std::string& path);
 // path made absolute with every symbolic link, "." and ".." resolved (realpath(3)).
 ZON_EXPORT SystemResult<std::string> resolvedPath(const std::string& path);
 // Removes a file; one that is already gone is no failure.

@@ -278,8 +278,7 @@ Ref<Image> TXZonProcess::icon() const
     if (!executable)
         return nullptr;
     const std::string resources = executable->stringByAppendingPathComponent(ZSTR("Contents/Resources/"))->UTF8String();
-    auto status = pathStatus(resources);
-    if (!status || fileKind(status.value()) != FileKind::folder)
+    if (!isFolder(resources))
         return nullptr;
     auto entries = directoryEntries(resources);
     if (!entries)
