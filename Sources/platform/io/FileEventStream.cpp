@@ -24,9 +24,6 @@ using Clock = Timer::Clock;
 constexpr uint32_t kWatchMask = IN_CREATE | IN_DELETE | IN_MODIFY | IN_ATTRIB | IN_CLOSE_WRITE | IN_MOVED_FROM
     | IN_MOVED_TO | IN_DELETE_SELF | IN_MOVE_SELF | IN_ONLYDIR;
 // The watched directory no longer stands at its path (or no longer is watched at all).
-// Queued events past this size are not read one by one (see replaceFloodedInstance); about 8,000
-// events, half the kernel's default queue.
-constexpr size_t kFloodedQueueBytes = 256 * 1024;
 constexpr uint32_t kWatchedItemGone = IN_DELETE_SELF | IN_MOVE_SELF | IN_UNMOUNT | IN_IGNORED;
 
 // File systems where inotify sees only the changes made through this machine's own mount.
@@ -57,12 +54,6 @@ std::string limitReason(const SystemError& error)
     return error.text();
 }
 
-bool isDirectory(const std::string& path)
-{
-    auto status = pathStatus(path);
-    return status && S_ISDIR(status.value().st_mode);
-}
-
 std::string parentOf(const std::string& path)
 {
     const size_t slash = path.find_last_of('/');
@@ -70,6 +61,37 @@ std::string parentOf(const std::string& path)
         return ".";
     return slash == 0 ? "/" : path.substr(0, slash);
 }
+
+// Which item a stream's watch stands on: the directory itself, or its deepest existing ancestor.
+struct WatchTarget {
+    std::string path;
+    bool isAncestor = false;
+    dev_t device = 0;
+    ino_t inode = 0;
+
+    bool sameItem(const WatchTarget& other) const
+    {
+        return path == other.path && isAncestor == other.isAncestor && device == other.device && inode == other.inode;
+    }
+};
+
+WatchTarget locateWatchTarget(const std::string& directory)
+{
+    WatchTarget target {directory.empty() ? std::string(".") : directory};
+    for (;;) {
+        auto status = pathStatus(target.path);
+        if (status && S_ISDIR(status.value().st_mode)) {
+            target.device = status.value().st_dev;
+            target.inode = status.value().st_ino;
+            return target;
+        }
+        if (target.path == "/" || target.path == ".")
+            return target;
+        target.path = parentOf(target.path);
+        target.isAncestor = true;
+    }
+}
+
 
 // What polling compares from one period to the next.
 struct PollSnapshot {
@@ -116,6 +138,7 @@ struct FileEventStream::State {
     Callback callback;
     Role role = Role::Unarmed;
     int watch = -1;
+    WatchTarget watched;
     // A batch is open for this stream: what it holds so far.
     bool pending = false;
     bool changed = false;
@@ -181,21 +204,21 @@ private:
     // Watches the directory, or its deepest existing ancestor while it is missing, or polls.
     void arm(State& stream)
     {
-        std::string target = stream.directory.empty() ? std::string(".") : stream.directory;
-        Role role = Role::Directory;
-        while (!isDirectory(target) && target != "/" && target != ".") {
-            target = parentOf(target);
-            role = Role::Ancestor;
-        }
-        if (auto fileSystem = unreliableFileSystem(target))
+        arm(stream, locateWatchTarget(stream.directory));
+    }
+
+    void arm(State& stream, WatchTarget target)
+    {
+        if (auto fileSystem = unreliableFileSystem(target.path))
             return startPolling(stream, *fileSystem);
         if (!inotify_)
             return startPolling(stream, limitReason(instanceFailure_));
-        auto watch = inotifyAddWatch(inotify_.get(), target, kWatchMask);
+        auto watch = inotifyAddWatch(inotify_.get(), target.path, kWatchMask);
         if (!watch)
             return startPolling(stream, limitReason(watch.error()));
-        stream.role = role;
+        stream.role = target.isAncestor ? Role::Ancestor : Role::Directory;
         stream.watch = watch.value();
+        stream.watched = std::move(target);
         watches_[stream.watch].push_back(stream.id);
         openSource();
     }
@@ -276,8 +299,7 @@ private:
     {
         auto protect = shared_from_this();
         windowTimer_ = nullptr;
-        if (!replaceFloodedInstance())
-            drain();
+        drain();
         const auto now = Clock::now();
         std::vector<uint64_t> due;
         for (uint64_t id : pending_)
@@ -301,8 +323,7 @@ private:
         bool changed = std::exchange(stream.changed, false);
         if (std::exchange(stream.recheckPath, false)) {
             const Role before = stream.role;
-            disarm(stream);
-            arm(stream);
+            rearmIfMoved(stream);
             // A directory that appears (or is replaced, or falls back to polling) is a change.
             changed = changed || stream.role != Role::Ancestor || before != Role::Ancestor;
         }
@@ -310,6 +331,19 @@ private:
             return;
         auto callback = stream.callback; // the callback may destroy the stream
         callback();
+    }
+
+    // Re-arms a stream whose path no longer leads to the item it watches. A watch that still stands
+    // on the same item is kept: adding a watch makes the kernel visit every entry of the directory,
+    // which after a burst of new files is most of what a window would cost.
+    void rearmIfMoved(State& stream)
+    {
+        WatchTarget target = locateWatchTarget(stream.directory);
+        const bool armed = stream.role == Role::Directory || stream.role == Role::Ancestor;
+        if (armed && stream.watch >= 0 && target.sameItem(stream.watched))
+            return;
+        disarm(stream);
+        arm(stream, std::move(target));
     }
 
     // Stops reading until the earliest open window ends.
@@ -328,31 +362,6 @@ private:
                     hub->onWindowEnd();
             });
         loop_->addTimer_forMode(windowTimer_, NSDefaultRunLoopMode);
-    }
-
-    // A queue this full says "everything changed" as well as reading it would, and reading its
-    // events one by one is what a burst would cost: when the window ends on such a queue, a new
-    // instance takes over, every stream is armed on it and counts the window as a change, and the
-    // old queue is dropped unread.
-    bool replaceFloodedInstance()
-    {
-        auto queued = queuedByteCount(inotify_.get());
-        if (!queued || queued.value() < kFloodedQueueBytes)
-            return false;
-        auto fresh = createInotify();
-        if (!fresh)
-            return false;
-        source_.invalidate();
-        inotify_ = std::move(fresh.value());
-        watches_.clear();
-        for (auto& [id, stream] : streams_) {
-            if (stream->role == Role::Polling)
-                continue;
-            stream->watch = -1;
-            arm(*stream);
-            addToBatch(*stream, true, false);
-        }
-        return true;
     }
 
     // Reads everything queued and adds it to the streams' batches.

@@ -5,7 +5,6 @@
 #include <csignal>
 #include <sys/eventfd.h>
 #include <sys/inotify.h>
-#include <sys/ioctl.h>
 #include <sys/signalfd.h>
 #include <time.h>
 #include <unistd.h>
@@ -110,14 +109,6 @@ SystemResult<> inotifyRemoveWatch(int inotify, int watch)
     if (::inotify_rm_watch(inotify, watch) != 0)
         return SystemError::last("inotify_rm_watch");
     return {};
-}
-
-SystemResult<size_t> queuedByteCount(int fd)
-{
-    int count = 0;
-    if (::ioctl(fd, FIONREAD, &count) != 0)
-        return SystemError::last("ioctl FIONREAD");
-    return static_cast<size_t>(count);
 }
 
 } // namespace zon

@@ -39,8 +39,6 @@ ZON_EXPORT SystemResult<FileDescriptor> createInotify();
 // ENOSPC when the user's watch limit is reached.
 ZON_EXPORT SystemResult<int> inotifyAddWatch(int inotify, const std::string& path, uint32_t mask);
 ZON_EXPORT SystemResult<> inotifyRemoveWatch(int inotify, int watch);
-// ioctl FIONREAD: how many bytes a read would find waiting.
-ZON_EXPORT SystemResult<size_t> queuedByteCount(int fd);
 
 // The monotonic clock at the resolution of the kernel's tick (a few milliseconds), read in a few
 // nanoseconds: for caches that look at something again after a while.

@@ -108,7 +108,7 @@ TEST(FileEventStream, BurstIsOneBatchThatEndsAfterTheWindow)
 }
 
 // More events than the queue holds: the window still ends in a change, and the stream keeps
-// watching afterwards (on a fresh instance when the queue was flooded).
+// watching afterwards.
 TEST(FileEventStream, FloodedQueueIsAChangeAndWatchingGoesOn)
 {
     test::ScratchFolder folder;
@@ -121,6 +121,29 @@ TEST(FileEventStream, FloodedQueueIsAChangeAndWatchingGoesOn)
     const int afterBurst = counter.calls;
     folder.write("quiet", "x");
     ASSERT_TRUE(test::runLoopUntil([&] { return counter.calls == afterBurst + 1; }));
+}
+
+// After an overflowed queue the watch is checked by path: a folder replaced while its events were
+// being dropped is watched anew, not left on the old one.
+TEST(FileEventStream, FolderReplacedDuringAFloodIsFollowed)
+{
+    test::ScratchFolder folder;
+    const std::string watched = folder.makeFolder("watched");
+    const std::string a = folder.write("watched/a", "x"), b = folder.write("watched/b", "x");
+    Counter counter;
+    auto stream = counter.watch(watched, 1500ms);
+    // Alternating files keep the kernel from merging the events: more than its 16,384 queue.
+    for (int i = 0; i < 17'000; ++i)
+        std::filesystem::last_write_time(i % 2 ? a : b, std::filesystem::file_time_type(std::chrono::seconds(i)));
+    std::filesystem::rename(watched, folder.file("old"));
+    folder.makeFolder("watched");
+    ASSERT_TRUE(test::runLoopUntil([&] { return counter.calls >= 1; }));
+    const int afterFlood = counter.calls;
+    folder.write("old/ignored", "x");
+    runFor(1800ms);
+    EXPECT_EQ(counter.calls, afterFlood);
+    folder.write("watched/new", "x");
+    ASSERT_TRUE(test::runLoopUntil([&] { return counter.calls == afterFlood + 1; }));
 }
 
 TEST(FileEventStream, MissingFolderIsAwaitedThroughItsAncestorAndFollowedByPath)
