@@ -95,13 +95,27 @@ TEST_F(SambaPeer, WhatTheLibraryWritesComesOutOfTheStreams)
     EXPECT_EQ(fileBytes(folder_.file("resource")), fork);
 }
 
-// smbclient's put into AFP_AfpInfo is refused by this Samba (NT_STATUS_NOT_SUPPORTED), so the
-// client side of the Finder information is proved by the stream read above; the fork goes both ways.
-TEST_F(SambaPeer, WhatAClientPutsIntoTheResourceStreamIsReadBack)
+// What a client writes into the two streams comes back through the library. The Finder
+// information travels in the 60-byte AfpInfo record: "AFP\0", version 0x100, a reserved word, the
+// backup time, the 32 bytes of Finder information, then ProDOS information and padding.
+TEST_F(SambaPeer, WhatAClientPutsIntoTheStreamsIsReadBack)
 {
     const std::string file = folder_.write("share/song.mp3", "x");
+    Bytes afpInfo {'A', 'F', 'P', 0, 0, 0, 1, 0};
+    afpInfo.resize(16, 0);
+    const Bytes info = finderInfo("MPG3", "hook", 0x0400);
+    afpInfo.insert(afpInfo.end(), info.begin(), info.end());
+    afpInfo.resize(60, 0);
+    writeBytes(folder_.file("afpinfo"), afpInfo);
     const Bytes fork = encodeResourceFile({{0x616C6973, 0, 0, std::string("ZON Alias"), {9, 8, 7}}});
     writeBytes(folder_.file("resource"), fork);
-    ASSERT_TRUE(client("put resource song.mp3:AFP_Resource"));
+    ASSERT_TRUE(client("put afpinfo song.mp3:AFP_AfpInfo; put resource song.mp3:AFP_Resource"));
+
+    uint16_t flags = 0;
+    uint32_t type = 0, creator = 0;
+    ASSERT_TRUE(String::stringWithUTF8String(file)->getFinderInfoFlags_type_creator(&flags, &type, &creator));
+    EXPECT_EQ(flags, 0x0400);
+    EXPECT_EQ(type, 0x4D504733u); // 'MPG3'
+    EXPECT_EQ(creator, 0x686F6F6Bu); // 'hook'
     EXPECT_EQ(readResourceFork(file), fork);
 }
