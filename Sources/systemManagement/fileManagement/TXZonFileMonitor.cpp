@@ -2,11 +2,13 @@
 
 #include "logger/ZonLog.h"
 #include "platform/io/FileEventStream.h"
+#include "platform/io/FileManager.h"
 #include "platform/runtime/AutoreleasePool.h"
 #include "platform/runtime/Class.h"
-#include "platform/system/FileCallsInternal.h"
 #include "platform/threads/MainQueue.h"
 #include "platform/values/Date.h"
+#include "platform/values/Dictionary.h"
+#include "platform/values/Error.h"
 #include "platform/values/String.h"
 #include "platform/values/URL.h"
 
@@ -18,24 +20,23 @@ namespace zon {
 
 namespace {
 
-// The file manager's codes for a failed attribute read: 260 for a missing file, 256 otherwise.
-constexpr long kNoSuchFileErrorCode = 260;
-constexpr long kReadErrorCode = 256;
+// The file manager's code for reading the attributes of a missing file.
+constexpr long kNoSuchFileErrorCode = NSFileReadNoSuchFileError;
 
 struct AttributeRead {
     Ref<Date> modificationDate; // nil on failure
     long errorCode = 0;
 };
 
+// Through the file manager, which reads the item itself (a link is not followed). A failure
+// without an error counts as a missing file.
 AttributeRead readModificationDate(String* file)
 {
-    auto modified = modificationTime(file ? file->UTF8String() : std::string());
-    if (!modified) {
-        const int code = modified.error().code;
-        return {nullptr, code == ENOENT || code == ENOTDIR ? kNoSuchFileErrorCode : kReadErrorCode};
-    }
-    const timespec time = modified.value();
-    return {Date::dateWithTimeIntervalSince1970(double(time.tv_sec) + double(time.tv_nsec) / 1e9), 0};
+    Ref<Error> error;
+    Ref<Dictionary> attributes = FileManager::defaultManager()->attributesOfItemAtPath_error(file, &error);
+    if (!attributes)
+        return {nullptr, error ? error->code() : kNoSuchFileErrorCode};
+    return {dynamicCast<Date>(attributes->objectForKey(NSFileModificationDate)), 0};
 }
 
 // Where the last blocks of destroyed monitors go: they are never released, and kept reachable
