@@ -54,15 +54,15 @@ void Menu::addItem(MenuItem* item) { insertItem_atIndex(item, numberOfItems()); 
 
 void Menu::insertItem_atIndex(MenuItem* item, long index)
 {
-    const SEL method = selector("insertItem:atIndex:");
     requireParameter(item, this, "insertItem:atIndex:", "item", __FILE__, __LINE__);
     if (item->menu_)
-        AssertionHandler::handleFailureInMethod_object_file_lineNumber_description(method, this, __FILE__, __LINE__,
-            "Item to be inserted into menu already is in another menu");
+        AssertionHandler::handleFailureInMethod_object_file_lineNumber_description(selector("insertItem:atIndex:"), this,
+            __FILE__, __LINE__, "Item to be inserted into menu already is in another menu");
     if (index < 0 || index > numberOfItems())
         raiseRange("insertItem:atIndex:", index, numberOfItems());
     if (item->submenu_ && isSelfOrSupermenu(item->submenu_.get()))
-        AssertionHandler::handleFailureInMethod_object_file_lineNumber_description(method, this, __FILE__, __LINE__,
+        AssertionHandler::handleFailureInMethod_object_file_lineNumber_description(selector("insertItem:atIndex:"), this,
+            __FILE__, __LINE__,
             "Menu \"%@\" cannot be inserted into itself through item \"%@\"", item->submenu_->title(), item->title());
     items_.insert(items_.begin() + index, Ref<MenuItem>(item));
     item->menu_ = this;

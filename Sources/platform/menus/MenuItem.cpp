@@ -50,13 +50,14 @@ void MenuItem::setSubmenu(Menu* submenu)
 {
     if (submenu == submenu_.get())
         return;
-    const SEL method = selector("setSubmenu:");
     if (submenu && submenu->parentItem_)
-        AssertionHandler::handleFailureInMethod_object_file_lineNumber_description(method, this, __FILE__, __LINE__,
+        AssertionHandler::handleFailureInMethod_object_file_lineNumber_description(selector("setSubmenu:"), this,
+            __FILE__, __LINE__,
             "Can't assign submenu \"%@\" to menu item \"%@\": it is already the submenu of item \"%@\"",
             submenu->title(), title(), submenu->parentItem_->title());
     if (submenu && menu_ && menu_->isSelfOrSupermenu(submenu))
-        AssertionHandler::handleFailureInMethod_object_file_lineNumber_description(method, this, __FILE__, __LINE__,
+        AssertionHandler::handleFailureInMethod_object_file_lineNumber_description(selector("setSubmenu:"), this,
+            __FILE__, __LINE__,
             "Can't assign submenu \"%@\" to menu item \"%@\": the item is inside that menu", submenu->title(), title());
     if (submenu_)
         submenu_->parentItem_ = nullptr;
