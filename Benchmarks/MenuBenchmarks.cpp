@@ -41,46 +41,53 @@ void withCounts(benchmark::internal::Benchmark* benchmark)
     benchmark->Complexity(benchmark::oN)->Unit(benchmark::kMicrosecond);
 }
 
+// Builds a menu of state.range(0) items with build(count) once per iteration (the menu is let go
+// inside build) and records the count for the complexity fit.
+template <class Build>
+void measureBuilding(benchmark::State& state, Build build)
+{
+    for (auto _ : state)
+        build(state.range(0));
+    state.SetComplexityN(state.range(0));
+}
+
 void BM_MenuBuild_PlainVector(benchmark::State& state)
 {
     const SEL action = selector("open:");
-    for (auto _ : state) {
+    measureBuilding(state, [action](long count) {
         std::vector<PlainMenuItem> menu;
-        menu.reserve(size_t(state.range(0)));
-        for (long i = 0; i < state.range(0); ++i)
+        menu.reserve(size_t(count));
+        for (long i = 0; i < count; ++i)
             menu.push_back(PlainMenuItem {"Item", "", action, nullptr, i, nullptr});
         benchmark::DoNotOptimize(menu.data());
-    }
-    state.SetComplexityN(state.range(0));
+    });
 }
 BENCHMARK(BM_MenuBuild_PlainVector)->Apply(withCounts);
 
 void BM_MenuBuild_AddItem(benchmark::State& state)
 {
     const SEL action = selector("open:");
-    for (auto _ : state) {
+    measureBuilding(state, [action](long count) {
         Ref<Menu> menu = Menu::initWithTitle(ZSTR("Menu"));
-        for (long i = 0; i < state.range(0); ++i) {
+        for (long i = 0; i < count; ++i) {
             Ref<MenuItem> item = MenuItem::initWithTitle_action_keyEquivalent(ZSTR("Item"), action, ZSTR(""));
             item->setTag(i);
             menu->addItem(item);
         }
         benchmark::DoNotOptimize(menu.get());
-    }
-    state.SetComplexityN(state.range(0));
+    });
 }
 BENCHMARK(BM_MenuBuild_AddItem)->Apply(withCounts);
 
 void BM_MenuBuild_SubMenuCreationExtensions(benchmark::State& state)
 {
     const SEL action = selector("open:");
-    for (auto _ : state) {
+    measureBuilding(state, [action](long count) {
         Ref<MenuItem> parent = MenuItem::submenuItemWithTitle(ZSTR("Menu"));
-        for (long i = 0; i < state.range(0); ++i)
+        for (long i = 0; i < count; ++i)
             MenuItem::addMenuItemToMenu_withTitle_target_action_tag(parent, ZSTR("Item"), nullptr, action, i);
         benchmark::DoNotOptimize(parent.get());
-    }
-    state.SetComplexityN(state.range(0));
+    });
 }
 BENCHMARK(BM_MenuBuild_SubMenuCreationExtensions)->Apply(withCounts);
 
