@@ -115,6 +115,18 @@ long Menu::indexOfItem(const MenuItem* item) const
     return found == items_.end() ? -1 : static_cast<long>(found - items_.begin());
 }
 
+void Menu::exportMethods(Class& cls)
+{
+    cls.exportMethod("title", &Menu::title);
+    cls.exportMethod("setTitle:", &Menu::setTitle);
+    cls.exportMethod("supermenu", &Menu::supermenu);
+    cls.exportMethod("numberOfItems", &Menu::numberOfItems);
+    cls.exportMethod("itemArray", &Menu::itemArray);
+    cls.exportMethod("addItem:", &Menu::addItem);
+    cls.exportMethod("removeItem:", &Menu::removeItem);
+    cls.exportMethod("itemWithTitle:", &Menu::itemWithTitle);
+}
+
 Ref<String> Menu::description() const
 {
     Ref<String> text = String::stringWithFormat("<NSMenu: %p> \"%@\" %ld item%s", static_cast<const void*>(this),

@@ -56,6 +56,10 @@ public:
     // The item's index, or -1 when it is not in this menu.
     long indexOfItem(const MenuItem* item) const;
 
+    // Exports the accessors and the item operations that take objects under their selectors, for
+    // calls by name and key-value coding ("title", "itemArray", "addItem:", ...).
+    static void exportMethods(Class& cls);
+
     // <NSMenu: 0x...> "title", its item count and its supermenu's title; one line, no items.
     Ref<String> description() const override;
 

@@ -66,6 +66,25 @@ void MenuItem::setSubmenu(Menu* submenu)
         submenu->parentItem_ = this;
 }
 
+void MenuItem::exportMethods(Class& cls)
+{
+    cls.exportMethod("title", &MenuItem::title);
+    cls.exportMethod("setTitle:", &MenuItem::setTitle);
+    cls.exportMethod("action", &MenuItem::action);
+    cls.exportMethod("setAction:", &MenuItem::setAction);
+    cls.exportMethod("keyEquivalent", &MenuItem::keyEquivalent);
+    cls.exportMethod("setKeyEquivalent:", &MenuItem::setKeyEquivalent);
+    cls.exportMethod("target", &MenuItem::target);
+    cls.exportMethod("setTarget:", &MenuItem::setTarget);
+    cls.exportMethod("tag", &MenuItem::tag);
+    cls.exportMethod("setTag:", &MenuItem::setTag);
+    cls.exportMethod("submenu", &MenuItem::submenu);
+    cls.exportMethod("setSubmenu:", &MenuItem::setSubmenu);
+    cls.exportMethod("hasSubmenu", &MenuItem::hasSubmenu);
+    cls.exportMethod("menu", &MenuItem::menu);
+    cls.exportMethod("isSeparatorItem", &MenuItem::isSeparatorItem);
+}
+
 Ref<String> MenuItem::description() const
 {
     const void* address = static_cast<const void*>(this);

@@ -47,6 +47,10 @@ public:
     Menu* menu() const { return menu_; }
     bool isSeparatorItem() const { return isSeparator_; }
 
+    // Exports the accessors above under their selectors, for calls by name and key-value coding
+    // ("title", "setTag:", "submenu", ...).
+    static void exportMethods(Class& cls);
+
     // <NSMenuItem: 0x...> with the title, action, key, tag, target's class and submenu; a
     // separator says so instead. One line: a submenu shows its title and size, not its items.
     Ref<String> description() const override;
