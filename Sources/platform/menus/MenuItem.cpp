@@ -1,8 +1,8 @@
 #include "platform/menus/MenuItem.h"
 
 #include "platform/menus/Menu.h"
-#include "platform/runtime/Class.h"
 #include "platform/menus/MenuParameterInternal.h"
+#include "platform/runtime/Class.h"
 #include "platform/values/AssertionHandler.h"
 #include "platform/values/String.h"
 
