@@ -64,6 +64,8 @@
 #include "platform/io/TypeIdentifiers.h"
 #include "platform/io/Workspace.h"
 #include "platform/graphics/Image.h"
+#include "platform/menus/Menu.h"
+#include "platform/menus/MenuItem.h"
 
 // The log call.
 #include "logger/ZonLog.h"

@@ -35,5 +35,7 @@ void addServiceCommands(CLI::App& app);
 void addWatchCommands(CLI::App& app);
 void addAliasCommands(CLI::App& app);
 void addFinderInfoCommands(CLI::App& app);
+// zon menu demo.
+void addMenuCommands(CLI::App& app);
 
 } // namespace zon::tool

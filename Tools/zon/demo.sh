@@ -136,6 +136,11 @@ run "$zon" store demo 2>&1
 # type check, hooks around a set, a container, and a copy that runs no hooks.
 run "$zon" dynamic demo
 
+# A menu built with the suite's five menu operations: submenu items tagged -1 after they are added
+# (two with one title stay distinct), action items with their tags, separators, and an add under
+# an item without a submenu that answers the item and adds nothing.
+run "$zon" menu demo
+
 # Processes from /proc: the tool finds itself (its path from the exe link, its arguments); a child
 # is stopped, resumed and terminated through a process descriptor, which cannot reach a process
 # that took over a recycled pid.
