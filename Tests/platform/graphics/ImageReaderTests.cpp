@@ -212,6 +212,16 @@ TEST(ImageReaders, TruncatedFilesGiveTheirRowsAndTransparentRest)
     }
 }
 
+TEST(JPEGReader, AMissingEndMarkerLosesNoRows)
+{
+    const Ref<CGImage> source = noise(64, 64);
+    std::vector<uint8_t> jpeg = encodeJPEG(*source).value();
+    jpeg.resize(jpeg.size() - 2); // the end-of-image marker
+    const DecodedImage decoded = decodeImageData(jpeg);
+    ASSERT_TRUE(decoded);
+    EXPECT_TRUE(near(pixelAt(*decoded.image, 60, 63), pixelAt(*source, 60, 63), 8));
+}
+
 TEST(ImageReaders, GarbageIsRefusedWithoutACrash)
 {
     std::mt19937 random(3);
