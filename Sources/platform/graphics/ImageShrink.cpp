@@ -60,14 +60,22 @@ void RowBoxShrinker::addRow(const uint8_t* row)
 {
     if (rowsAdded_ >= height_)
         return;
-    uint32_t* sums = sums_.data();
-    for (uint32_t x = 0; x < width_; ++x) {
-        uint32_t* cell = sums + size_t(x / factor_) * 4;
-        const uint8_t* pixel = row + size_t(x) * 4;
-        cell[0] += pixel[0];
-        cell[1] += pixel[1];
-        cell[2] += pixel[2];
-        cell[3] += pixel[3];
+    // Block by block, so that no pixel pays for a division.
+    const uint8_t* pixel = row;
+    uint32_t* cell = sums_.data();
+    for (uint32_t x = 0; x < width_; x += factor_, cell += 4) {
+        const uint32_t columns = std::min(factor_, width_ - x);
+        uint32_t r = 0, g = 0, b = 0, a = 0;
+        for (uint32_t column = 0; column < columns; ++column, pixel += 4) {
+            r += pixel[0];
+            g += pixel[1];
+            b += pixel[2];
+            a += pixel[3];
+        }
+        cell[0] += r;
+        cell[1] += g;
+        cell[2] += b;
+        cell[3] += a;
     }
     ++rowsAdded_;
     if (++rowsInBand_ == factor_ || rowsAdded_ == height_)
