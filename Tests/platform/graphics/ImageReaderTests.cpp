@@ -338,6 +338,15 @@ TEST(PNGReader, InterlacedMatchesPlain)
         ASSERT_EQ(a.image->byteCount(), b.image->byteCount());
         EXPECT_EQ(psnr(*a.image, *b.image), INFINITY);
     }
+    // Shrinking it takes a full-size buffer, which counts against the decoder's memory; the
+    // plain image needs only one row.
+    const ImageLimits tight {.decoderMemory = 300 * 200 * 4 - 1};
+    const std::vector<uint8_t> adam7 = fileBytes(folder.file("adam7.png"));
+    const std::vector<uint8_t> plainBytes = fileBytes(plain);
+    ImageInput interlacedInput = ImageInput::fromBytes(adam7);
+    ImageInput plainInput = ImageInput::fromBytes(plainBytes);
+    EXPECT_EQ(readPNG(interlacedInput, {40, 40}, tight).error, ImageDecodeError::tooLarge);
+    EXPECT_TRUE(readPNG(plainInput, {40, 40}, tight));
 }
 
 TEST(PixbufReader, OtherFormatsDecodeThroughTheLoaders)
