@@ -9,6 +9,7 @@
 #include "platform/graphics/CGImage.h"
 #include "platform/graphics/ExifOrientationInternal.h"
 #include "platform/graphics/ImageInputInternal.h"
+#include "platform/graphics/JPEGErrorsInternal.h"
 #include "platform/graphics/ImageReadersInternal.h"
 #include "platform/graphics/ImageShrinkInternal.h"
 
@@ -26,18 +27,6 @@ namespace {
 
 constexpr int kExifMarker = JPEG_APP0 + 1;
 constexpr JOCTET kFakeEndOfImage[2] = {0xff, JPEG_EOI};
-
-struct ErrorManager {
-    jpeg_error_mgr manager;
-    std::jmp_buf jump;
-};
-
-[[noreturn]] void errorExit(j_common_ptr info)
-{
-    std::longjmp(reinterpret_cast<ErrorManager*>(info->err)->jump, 1);
-}
-
-void outputMessage(j_common_ptr) { }
 
 // Pulls bytes from an ImageInput. At its end the source hands libjpeg an end-of-image marker, so
 // a truncated file decodes what it has.
@@ -102,7 +91,7 @@ void termSource(j_decompress_ptr) { }
 // One decompression: libjpeg's state, its error manager and its source.
 struct Decompressor {
     jpeg_decompress_struct info {};
-    ErrorManager error {};
+    JPEGErrors error {};
     InputSource source {};
     bool created = false;
 
@@ -115,9 +104,7 @@ struct Decompressor {
 
 bool guardedCreate(Decompressor& d, ImageInput& input, size_t memoryCap)
 {
-    d.info.err = jpeg_std_error(&d.error.manager);
-    d.error.manager.error_exit = errorExit;
-    d.error.manager.output_message = outputMessage;
+    d.info.err = silentJPEGErrors(d.error);
     d.error.manager.emit_message = emitMessage;
     if (setjmp(d.error.jump))
         return false;
