@@ -2,6 +2,7 @@
 
 #include "platform/graphics/BitmapContext.h"
 #include "platform/graphics/CGImage.h"
+#include "platform/graphics/ImageShrinkInternal.h"
 
 #include <algorithm>
 #include <cmath>
@@ -18,50 +19,25 @@ namespace {
 // kBoxShrinkAbove / 2 and kBoxShrinkAbove, where it is fast and still has room to band-limit.
 constexpr double kBoxShrinkAbove = 4;
 
-size_t boxFactor(double scale)
+uint32_t boxFactor(double scale)
 {
-    return scale >= kBoxShrinkAbove ? size_t(scale / (kBoxShrinkAbove / 2)) : 1;
+    return scale >= kBoxShrinkAbove ? uint32_t(scale / (kBoxShrinkAbove / 2)) : 1;
 }
 
-// Each output pixel the average of a factorX x factorY block of premultiplied pixels; the blocks of
-// the last column and row hold what is left. Nil when memory runs out.
-Ref<CGImage> boxShrink(const CGImage& image, size_t factorX, size_t factorY)
+Ref<CGImage> boxShrink(const CGImage& image, uint32_t factor)
 {
-    const size_t width = image.width(), height = image.height();
-    const size_t outWidth = (width + factorX - 1) / factorX, outHeight = (height + factorY - 1) / factorY;
+    const uint32_t width = uint32_t(image.width()), height = uint32_t(image.height());
+    const size_t outWidth = RowBoxShrinker::shrunkSide(width, factor), outHeight = RowBoxShrinker::shrunkSide(height, factor);
     std::vector<uint8_t> pixels;
-    std::vector<uint32_t> sums;
     try {
         pixels.resize(outWidth * outHeight * CGImage::kBytesPerPixel);
-        sums.resize(outWidth * CGImage::kBytesPerPixel);
     } catch (const std::bad_alloc&) {
         return nullptr;
     }
-    for (size_t outY = 0; outY < outHeight; ++outY) {
-        std::fill(sums.begin(), sums.end(), 0);
-        const size_t rowEnd = std::min(height, (outY + 1) * factorY);
-        for (size_t y = outY * factorY; y < rowEnd; ++y) {
-            const uint8_t* row = image.bytes() + y * image.bytesPerRow();
-            for (size_t outX = 0; outX < outWidth; ++outX) {
-                uint32_t* sum = &sums[outX * 4];
-                const size_t columnEnd = std::min(width, (outX + 1) * factorX);
-                for (size_t x = outX * factorX; x < columnEnd; ++x) {
-                    const uint8_t* pixel = row + x * 4;
-                    sum[0] += pixel[0];
-                    sum[1] += pixel[1];
-                    sum[2] += pixel[2];
-                    sum[3] += pixel[3];
-                }
-            }
-        }
-        const uint32_t rows = uint32_t(rowEnd - outY * factorY);
-        uint8_t* out = pixels.data() + outY * outWidth * 4;
-        for (size_t outX = 0; outX < outWidth; ++outX) {
-            const uint32_t count = rows * uint32_t(std::min(width, (outX + 1) * factorX) - outX * factorX);
-            for (size_t channel = 0; channel < 4; ++channel)
-                out[outX * 4 + channel] = uint8_t((sums[outX * 4 + channel] + count / 2) / count);
-        }
-    }
+    RowBoxShrinker shrinker(width, height, factor, pixels);
+    for (size_t row = 0; row < height; ++row)
+        shrinker.addRow(image.bytes() + row * image.bytesPerRow());
+    shrinker.finish();
     return CGImage::imageWithPixels(outWidth, outHeight, std::move(pixels));
 }
 
@@ -82,17 +58,17 @@ Ref<CGImage> imageScaledToFit(const CGImage* image, uint32_t boxWidth, uint32_t 
         return nullptr;
     context->setInterpolationQuality(kCGInterpolationHigh);
 
-    const size_t factorX = boxFactor(width / double(targetWidth)), factorY = boxFactor(height / double(targetHeight));
+    const uint32_t factor = boxFactor(std::min(width / double(targetWidth), height / double(targetHeight)));
     Ref<CGImage> source(const_cast<CGImage*>(image));
     // Partial last blocks make the shrunk image cover a little more than the original; drawing it
     // that much larger keeps every other pixel where it belongs and lets the surplus fall off.
     double drawnWidth = double(targetWidth), drawnHeight = double(targetHeight);
-    if (factorX > 1 || factorY > 1) {
-        source = boxShrink(*image, factorX, factorY);
+    if (factor > 1) {
+        source = boxShrink(*image, factor);
         if (!source)
             return nullptr;
-        drawnWidth *= double(source->width() * factorX) / width;
-        drawnHeight *= double(source->height() * factorY) / height;
+        drawnWidth *= double(source->width() * factor) / width;
+        drawnHeight *= double(source->height() * factor) / height;
     }
     // The origin is the bottom left: the surplus rows must fall below the context.
     context->drawImage(makeRect(0, double(targetHeight) - drawnHeight, drawnWidth, drawnHeight), source.get(),
