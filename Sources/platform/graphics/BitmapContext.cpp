@@ -1,6 +1,7 @@
 #include "platform/graphics/BitmapContext.h"
 
 #include "platform/graphics/CGImage.h"
+#include "platform/graphics/ImageShrinkInternal.h"
 #include "platform/graphics/PixmanImageInternal.h"
 #include "platform/runtime/Class.h"
 
@@ -9,6 +10,7 @@
 #include <cmath>
 #include <cstdlib>
 #include <cstring>
+#include <new>
 #include <vector>
 
 namespace zon {
@@ -50,6 +52,49 @@ std::vector<Band> bandsOf(double low, double high)
     if (partialEnd)
         bands.push_back({last - 1, last, high - (last - 1)});
     return bands;
+}
+
+// pixman's separable convolution sums every tap of its window, so a large shrink first averages
+// whole blocks of factor x factor pixels (one cheap pass over the source), leaving the Lanczos
+// filter a factor between 1 and 2. Measured against the filter alone and other factors
+// (docs/Images.md): 1500 x 1000 to 256 x 171 in 5.4 ms instead of 34 ms (residual 2-4: 11 ms).
+constexpr double kBoxShrinkFrom = 2;
+
+uint32_t boxShrinkFactor(const CGImage& image, double scale)
+{
+    if (scale < kBoxShrinkFrom || image.width() > UINT32_MAX || image.height() > UINT32_MAX)
+        return 1;
+    return uint32_t(std::min(scale, double(UINT32_MAX)));
+}
+
+// Nil when memory runs out.
+Ref<CGImage> boxShrunk(const CGImage& image, uint32_t factor)
+{
+    const uint32_t width = uint32_t(image.width()), height = uint32_t(image.height());
+    const size_t outWidth = RowBoxShrinker::shrunkSide(width, factor);
+    const size_t outHeight = RowBoxShrinker::shrunkSide(height, factor);
+    std::vector<uint8_t> pixels;
+    try {
+        pixels.resize(outWidth * outHeight * CGImage::kBytesPerPixel);
+    } catch (const std::bad_alloc&) {
+        return nullptr;
+    }
+    RowBoxShrinker shrinker(width, height, factor, pixels);
+    for (size_t row = 0; row < height; ++row)
+        shrinker.addRow(image.bytes() + row * image.bytesPerRow());
+    shrinker.finish();
+    return CGImage::imageWithPixels(outWidth, outHeight, std::move(pixels));
+}
+
+// The first of the two Lanczos passes: the source resampled along x into the drawn columns, at its
+// own height.
+PixmanImage resampledColumns(pixman_image_t* source, double scaleX, double offsetX, int columns, size_t height)
+{
+    PixmanImage pass(pixman_image_create_bits_no_clear(kPixmanFormat, columns, int(height), nullptr, 0));
+    if (!pass || !setPlacement(source, scaleX, 1, offsetX, 0) || !setLanczosFilter(source, Axis::horizontal, scaleX))
+        return nullptr;
+    pixman_image_composite32(PIXMAN_OP_SRC, source, nullptr, pass.get(), 0, 0, 0, 0, 0, 0, columns, int(height));
+    return pass;
 }
 
 PixmanImage solidAlpha(double alpha)
@@ -104,7 +149,8 @@ void CGContext::setInterpolationQuality(CGInterpolationQuality quality) { state_
 // edge lies at height - (y + h) in memory order, which is pixman's. Pixman samples the source at
 // each destination pixel's centre through a transform; it maps the rectangle, fractional edges
 // included, exactly onto the whole source, and the source repeats its edge pixels (PAD) so that
-// the filter does not fade the image's own border.
+// the filter does not fade the image's own border. At high interpolation the Lanczos filter runs
+// as two passes, along x into a buffer of the drawn columns, then along y into the context.
 //
 // Fractional edges: the pixels the rectangle covers are split into at most 3 x 3 pieces (partly
 // covered first column or row, the fully covered run, partly covered last one). Each piece is one
@@ -128,17 +174,34 @@ void CGContext::drawImage(Rect rect, const CGImage* image, CompositingOperation 
     if (!(clipLeft < clipRight && clipTop < clipBottom))
         return;
 
-    PixmanImage source = wrapForReading(*image);
-    if (!source)
-        return;
-    const double scaleX = double(image->width()) / width, scaleY = double(image->height()) / height;
+    double scaleX = double(image->width()) / width, scaleY = double(image->height()) / height;
     // Source coordinates relative to the drawn region's first pixel keep the transform's numbers
     // small (pixman's are 16.16 fixed point).
     const int originX = int(std::floor(clipLeft)), originY = int(std::floor(clipTop));
+    double offsetX = (originX - left) * scaleX, offsetY = (originY - top) * scaleY;
     const bool pixelAligned = scaleX == 1 && scaleY == 1 && left == std::floor(left) && top == std::floor(top);
-    if (!setPlacement(source.get(), scaleX, scaleY, (originX - left) * scaleX, (originY - top) * scaleY)
-        || !setFilter(source.get(), pixelAligned ? kCGInterpolationNone : state_->quality, scaleX, scaleY))
+    const bool lanczos = state_->quality == kCGInterpolationHigh && !pixelAligned;
+
+    Ref<CGImage> shrunk;
+    if (const uint32_t factor = lanczos ? boxShrinkFactor(*image, std::min(scaleX, scaleY)) : 1; factor > 1) {
+        if (!(shrunk = boxShrunk(*image, factor)))
+            return;
+        scaleX /= factor, scaleY /= factor, offsetX /= factor, offsetY /= factor;
+    }
+    PixmanImage source = wrapForReading(shrunk ? *shrunk : *image);
+    if (!source)
         return;
+    if (!lanczos) {
+        if (!setPlacement(source.get(), scaleX, scaleY, offsetX, offsetY)
+            || !setFilter(source.get(), pixelAligned ? kCGInterpolationNone : state_->quality))
+            return;
+    } else {
+        const size_t sourceHeight = shrunk ? shrunk->height() : image->height();
+        source = resampledColumns(source.get(), scaleX, offsetX, int(std::ceil(clipRight)) - originX, sourceHeight);
+        if (!source || !setPlacement(source.get(), 1, scaleY, 0, offsetY)
+            || !setLanczosFilter(source.get(), Axis::vertical, scaleY))
+            return;
+    }
 
     AlignedPixels target(state_->bytes.get(), state_->width, state_->height, state_->bytesPerRow);
     if (!target)

@@ -39,7 +39,7 @@ PixmanImage wrapForReading(const CGImage& image)
     // pixman only reads a source; the cast is for its one image type.
     auto* bits = reinterpret_cast<uint32_t*>(const_cast<uint8_t*>(image.bytes()));
     return PixmanImage(pixman_image_create_bits(
-        PIXMAN_a8b8g8r8, int(image.width()), int(image.height()), bits, int(image.bytesPerRow())));
+        kPixmanFormat, int(image.width()), int(image.height()), bits, int(image.bytesPerRow())));
 }
 
 bool setPlacement(pixman_image_t* source, double scaleX, double scaleY, double offsetX, double offsetY)
@@ -57,13 +57,19 @@ bool setPlacement(pixman_image_t* source, double scaleX, double scaleY, double o
     return true;
 }
 
-bool setFilter(pixman_image_t* source, CGInterpolationQuality quality, double scaleX, double scaleY)
+bool setFilter(pixman_image_t* source, CGInterpolationQuality quality)
 {
-    if (quality == kCGInterpolationNone)
-        return pixman_image_set_filter(source, PIXMAN_FILTER_NEAREST, nullptr, 0);
-    if (quality != kCGInterpolationHigh)
-        return pixman_image_set_filter(source, PIXMAN_FILTER_BILINEAR, nullptr, 0);
-    const AxisKernel x = lanczosFor(scaleX), y = lanczosFor(scaleY);
+    return pixman_image_set_filter(
+        source, quality == kCGInterpolationNone ? PIXMAN_FILTER_NEAREST : PIXMAN_FILTER_BILINEAR, nullptr, 0);
+}
+
+bool setLanczosFilter(pixman_image_t* source, Axis axis, double scale)
+{
+    const AxisKernel resampled = lanczosFor(scale);
+    // One tap of weight 1 (an impulse with an impulse gives pixman an empty filter).
+    const AxisKernel kept {pixman_fixed_1, PIXMAN_KERNEL_BOX, PIXMAN_KERNEL_IMPULSE};
+    const AxisKernel& x = axis == Axis::horizontal ? resampled : kept;
+    const AxisKernel& y = axis == Axis::vertical ? resampled : kept;
     int count = 0;
     pixman_fixed_t* parameters = pixman_filter_create_separable_convolution(&count, x.scale, y.scale, x.reconstruct,
         y.reconstruct, x.sample, y.sample, kLanczosSubsampleBits, kLanczosSubsampleBits);
@@ -94,7 +100,7 @@ AlignedPixels::AlignedPixels(uint8_t* bytes, size_t width, size_t height, size_t
         bits = copy_.data();
         stride = width * CGImage::kBytesPerPixel;
     }
-    image_.reset(pixman_image_create_bits(PIXMAN_a8b8g8r8, int(width), int(height), bits, int(stride)));
+    image_.reset(pixman_image_create_bits(kPixmanFormat, int(width), int(height), bits, int(stride)));
 }
 
 void AlignedPixels::writeBack()
