@@ -30,6 +30,35 @@ ImageFormat sniffFormat(std::span<const uint8_t> prefix)
     return ImageFormat::other;
 }
 
+// An icon family's largest PNG element, which our PNG reader decodes within the limits; the
+// element made for double-resolution screens has twice the standard resolution. Nullopt when no
+// element holds a PNG.
+std::optional<ImageInfo> probeIconFamily(std::span<const uint8_t> bytes)
+{
+    const std::optional<IconFamilyPNG> element = largestIconFamilyPNG(bytes);
+    std::optional<ImageInfo> info = element ? probePNG(element->png) : std::nullopt;
+    if (info) {
+        info->format = ImageFormat::icns;
+        info->horizontalDPI = info->verticalDPI = 72.0 * element->scale;
+    }
+    return info;
+}
+
+DecodedImage decodeIconFamily(std::span<const uint8_t> bytes, DecodeBox box, const ImageLimits& limits)
+{
+    const std::optional<IconFamilyPNG> element = largestIconFamilyPNG(bytes);
+    ImageInput input = ImageInput::fromBytes(element ? element->png : bytes);
+    if (!element)
+        return readPixbuf(input, box, limits); // older elements (RLE, masks) only
+    DecodedImage result = readPNG(input, box, limits);
+    if (const std::optional<ImageInfo> info = probeIconFamily(bytes))
+        result.info = *info;
+    return result;
+}
+
+// Icon families are read whole (they hold a few small images); this bounds one that claims more.
+constexpr size_t kMaxIconFamilyBytes = 64 * 1024 * 1024;
+
 DecodedImage decode(ImageInput& input, DecodeBox box)
 {
     const ImageLimits limits;
@@ -38,7 +67,14 @@ DecodedImage decode(ImageInput& input, DecodeBox box)
         return readJPEG(input, box, limits);
     case ImageFormat::png:
         return readPNG(input, box, limits);
-    case ImageFormat::icns:
+    case ImageFormat::icns: {
+        std::vector<uint8_t> bytes;
+        for (std::span<const uint8_t> chunk; !(chunk = input.next()).empty() && bytes.size() <= kMaxIconFamilyBytes;)
+            bytes.insert(bytes.end(), chunk.begin(), chunk.end());
+        if (bytes.size() > kMaxIconFamilyBytes)
+            return decodeFailure(ImageDecodeError::tooLarge);
+        return decodeIconFamily(bytes, box, limits);
+    }
     case ImageFormat::other:
         break;
     }
@@ -54,7 +90,12 @@ std::optional<ImageInfo> probeImage(std::span<const uint8_t> bytes)
         return probeJPEG(bytes);
     case ImageFormat::png:
         return probePNG(bytes);
-    case ImageFormat::icns:
+    case ImageFormat::icns: {
+        std::optional<ImageInfo> info = probeIconFamily(bytes);
+        if (!info && (info = probePixbuf(bytes)))
+            info->format = ImageFormat::icns;
+        return info;
+    }
     case ImageFormat::other:
         break;
     }
