@@ -64,7 +64,7 @@ uint32_t boxShrinkFactor(const CGImage& image, double scale)
 {
     if (scale < kBoxShrinkFrom || image.width() > UINT32_MAX || image.height() > UINT32_MAX)
         return 1;
-    return uint32_t(std::min(scale, double(UINT32_MAX)));
+    return uint32_t(std::min(scale, double(std::max(image.width(), image.height()))));
 }
 
 // Nil when memory runs out.
