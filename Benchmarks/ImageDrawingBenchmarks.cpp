@@ -25,10 +25,11 @@ namespace {
 
 using namespace zon;
 
-// A photo-like test card: gradients and a wave pattern that survives the shrink. (Stripes near the
-// output's Nyquist limit separate the filters by taste rather than by fault: Lanczos keeps more of
-// their contrast than HYPER does.)
-std::vector<uint8_t> testCard(size_t width, size_t height)
+// Test cards: gradients with a wave pattern that survives the shrink (photo-like), or with fine
+// stripes near what 256 pixels can still show (where a filter that only samples aliases).
+enum class Card { photo, stripes };
+
+std::vector<uint8_t> testCard(size_t width, size_t height, Card card)
 {
     std::vector<uint8_t> pixels(width * height * 4);
     for (size_t y = 0; y < height; ++y)
@@ -36,15 +37,18 @@ std::vector<uint8_t> testCard(size_t width, size_t height)
             uint8_t* p = &pixels[(y * width + x) * 4];
             p[0] = uint8_t(x * 255 / width);
             p[1] = uint8_t(y * 255 / height);
-            p[2] = uint8_t(128 + 100 * std::sin(double(x) / 30) * std::cos(double(y) / 45));
+            p[2] = card == Card::photo ? uint8_t(128 + 100 * std::sin(double(x) / 30) * std::cos(double(y) / 45))
+                                       : ((x / 7 + y / 11) % 2 ? 230 : 20);
             p[3] = 255;
         }
     return pixels;
 }
 
+Ref<CGImage> cardImage(Card card) { return CGImage::imageWithPixels(1500, 1000, testCard(1500, 1000, card)); }
+
 const Ref<CGImage>& photo()
 {
-    static const Ref<CGImage> image = CGImage::imageWithPixels(1500, 1000, testCard(1500, 1000));
+    static const Ref<CGImage> image = cardImage(Card::photo);
     return image;
 }
 
@@ -56,32 +60,35 @@ void BM_ScaleToFit(benchmark::State& state)
 BENCHMARK(BM_ScaleToFit)->Unit(benchmark::kMillisecond);
 
 // The plain choice inside the library: one bilinear draw (pixman samples, it does not average).
-Ref<CGImage> bilinearDraw()
+Ref<CGImage> bilinearDraw(const CGImage& image)
 {
     Ref<CGContext> context = CGContext::bitmapContext(256, 171, 256 * 4);
-    context->drawImage(makeRect(0, 0, 256, 171), photo().get(), CompositingOperation::copy);
+    context->drawImage(makeRect(0, 0, 256, 171), &image, CompositingOperation::copy);
     return context->makeImage();
 }
 void BM_PixmanBilinear(benchmark::State& state)
 {
     for (auto _ : state)
-        benchmark::DoNotOptimize(bilinearDraw());
+        benchmark::DoNotOptimize(bilinearDraw(*photo()));
 }
 BENCHMARK(BM_PixmanBilinear)->Unit(benchmark::kMillisecond);
 
+// The card as a pixbuf over the image's pixels (opaque, so premultiplying changes nothing).
+GdkPixbuf* pixbufOf(const CGImage& image)
+{
+    return gdk_pixbuf_new_from_data(image.bytes(), GDK_COLORSPACE_RGB, TRUE, 8, 1500, 1000, 1500 * 4, nullptr, nullptr);
+}
+
 GdkPixbuf* photoPixbuf()
 {
-    static GdkPixbuf* const pixbuf = [] {
-        auto* bytes = new std::vector<uint8_t>(testCard(1500, 1000));
-        return gdk_pixbuf_new_from_data(bytes->data(), GDK_COLORSPACE_RGB, TRUE, 8, 1500, 1000, 1500 * 4, nullptr, nullptr);
-    }();
+    static GdkPixbuf* const pixbuf = pixbufOf(*photo());
     return pixbuf;
 }
 
 // gdk-pixbuf's result as our layout (it does not premultiply; the test card is opaque).
-Ref<CGImage> scaledPixbuf(GdkInterpType interpolation)
+Ref<CGImage> scaledPixbuf(GdkPixbuf* source, GdkInterpType interpolation)
 {
-    GdkPixbuf* scaled = gdk_pixbuf_scale_simple(photoPixbuf(), 256, 171, interpolation);
+    GdkPixbuf* scaled = gdk_pixbuf_scale_simple(source, 256, 171, interpolation);
     std::vector<uint8_t> pixels(256 * 171 * 4);
     for (int row = 0; row < 171; ++row)
         std::memcpy(&pixels[size_t(row) * 256 * 4], gdk_pixbuf_get_pixels(scaled) + row * gdk_pixbuf_get_rowstride(scaled), 256 * 4);
@@ -145,12 +152,16 @@ int main(int argc, char** argv)
         for (const char* theirs : {"BM_GdkPixbufHyper", "BM_GdkPixbufBilinear", "BM_PixmanBilinear"})
             ran.printSpeedup("BM_ScaleToFit", theirs);
         // What the time buys: closeness to gdk-pixbuf's best filter (higher is closer).
-        const Ref<CGImage> reference = scaledPixbuf(GDK_INTERP_HYPER);
-        std::printf("\nPSNR against gdk-pixbuf HYPER, 1500 x 1000 to 256 x 171:\n");
-        std::printf("  imageScaledToFit (block average + Lanczos-3)  %5.1f dB\n",
-            psnr(*imageScaledToFit(photo().get(), 256, 256), *reference));
-        std::printf("  gdk-pixbuf BILINEAR                           %5.1f dB\n",
-            psnr(*scaledPixbuf(GDK_INTERP_BILINEAR), *reference));
-        std::printf("  one bilinear draw                             %5.1f dB\n", psnr(*bilinearDraw(), *reference));
+        std::printf("\nPSNR against gdk-pixbuf HYPER, 1500 x 1000 to 256 x 171 (photo card, stripes card):\n");
+        const Ref<CGImage> cards[] = {photo(), cardImage(Card::stripes)};
+        GdkPixbuf* pixbufs[] = {photoPixbuf(), pixbufOf(*cards[1])};
+        const Ref<CGImage> references[] = {scaledPixbuf(pixbufs[0], GDK_INTERP_HYPER), scaledPixbuf(pixbufs[1], GDK_INTERP_HYPER)};
+        auto row = [&](const char* name, auto scale) {
+            std::printf("  %-46s %5.1f dB %5.1f dB\n", name, psnr(*scale(0), *references[0]), psnr(*scale(1), *references[1]));
+        };
+        row("imageScaledToFit (block average + Lanczos-3)", [&](int i) { return imageScaledToFit(cards[i].get(), 256, 256); });
+        row("gdk-pixbuf BILINEAR", [&](int i) { return scaledPixbuf(pixbufs[i], GDK_INTERP_BILINEAR); });
+        row("one bilinear draw", [&](int i) { return bilinearDraw(*cards[i]); });
+        g_object_unref(pixbufs[1]);
     });
 }
