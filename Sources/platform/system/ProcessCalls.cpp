@@ -4,6 +4,7 @@
 
 #include <dlfcn.h>
 #include <spawn.h>
+#include <sys/resource.h>
 #include <sys/wait.h>
 #include <thread>
 
@@ -72,6 +73,16 @@ SystemResult<int> waitForProcess(pid_t child)
             return SystemError::last("waitpid");
     }
     return status;
+}
+
+SystemResult<ProcessUsage> waitForProcessWithUsage(pid_t child)
+{
+    ProcessUsage usage;
+    while (::wait4(child, &usage.status, 0, &usage.resources) < 0) {
+        if (errno != EINTR)
+            return SystemError::last("wait4");
+    }
+    return usage;
 }
 
 SystemResult<std::optional<int>> reapIfEnded(pid_t child)

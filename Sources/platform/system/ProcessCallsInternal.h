@@ -6,6 +6,7 @@
 
 #include <optional>
 #include <string>
+#include <sys/resource.h>
 #include <sys/types.h>
 #include <vector>
 
@@ -39,6 +40,12 @@ ZON_EXPORT SystemResult<pid_t> spawnProcess(const std::vector<std::string>& argu
 // Waits for that one child to end (other children are left to their owners) and answers its wait
 // status (WIFEXITED and kin read it).
 ZON_EXPORT SystemResult<int> waitForProcess(pid_t child);
+// The same (wait4(2)), with what the child used: its CPU time and its peak resident size.
+struct ProcessUsage {
+    int status = 0;
+    struct rusage resources {};
+};
+ZON_EXPORT SystemResult<ProcessUsage> waitForProcessWithUsage(pid_t child);
 // The wait status of that one child when it has ended (and is now reaped); nullopt while it runs.
 ZON_EXPORT SystemResult<std::optional<int>> reapIfEnded(pid_t child);
 // Reaps a child on a thread of its own when it ends, so that none stays a zombie while the
