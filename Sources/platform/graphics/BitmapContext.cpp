@@ -229,6 +229,21 @@ void CGContext::drawImage(Rect rect, const CGImage* image, CompositingOperation 
         }
     }
     target.writeBack();
+    if (lanczos)
+        keepPremultiplied(originX, int(std::ceil(clipRight)), originY, int(std::ceil(clipBottom)));
+}
+
+// Lanczos's negative lobes can lift a colour above its pixel's alpha where a translucent area
+// meets a differently coloured one (pixman clamps each channel to 0-255 only); premultiplied
+// pixels never have that, and blending them later would brighten.
+void CGContext::keepPremultiplied(int left, int right, int top, int bottom)
+{
+    for (int row = top; row < bottom; ++row) {
+        uint8_t* pixel = state_->bytes.get() + size_t(row) * state_->bytesPerRow + size_t(left) * CGImage::kBytesPerPixel;
+        for (int column = left; column < right; ++column, pixel += CGImage::kBytesPerPixel)
+            for (int channel = 0; channel < 3; ++channel)
+                pixel[channel] = std::min(pixel[channel], pixel[3]);
+    }
 }
 
 Ref<CGImage> CGContext::makeImage() const

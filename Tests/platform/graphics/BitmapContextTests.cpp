@@ -145,6 +145,22 @@ TEST(CGContext, LanczosKeepsUniformImagesAndOpaqueEdges)
     EXPECT_THAT(pixelAt(*context, 0, 0), IsNear(RGBA {112, 56, 28, 143}, 1));
 }
 
+TEST(CGContext, LanczosKeepsColoursWithinAlpha)
+{
+    // Half-transparent black beside half-transparent white: the filter's overshoot on the white
+    // side would otherwise lift the colour above the alpha.
+    Ref<CGImage> edge = bitmap(60, 1, [](size_t x, size_t) { return x < 30 ? RGBA {0, 0, 0, 128} : RGBA {128, 128, 128, 128}; });
+    for (const double width : {7.0, 45.0, 130.0}) {
+        Ref<CGContext> context = CGContext::bitmapContext(130, 1, 130 * 4);
+        context->setInterpolationQuality(kCGInterpolationHigh);
+        context->drawImage(makeRect(0, 0, width, 1), edge.get(), CompositingOperation::copy);
+        for (size_t x = 0; x < size_t(width); ++x) {
+            const RGBA pixel = pixelAt(*context, x, 0);
+            EXPECT_LE(pixel.r, pixel.a) << "width " << width << " column " << x;
+        }
+    }
+}
+
 TEST(imageScaledToFit, ShrinksToTheBoxKeepingAspectAndNeverEnlarges)
 {
     // Left half red, right half green: after scaling, the left quarter stays red.
