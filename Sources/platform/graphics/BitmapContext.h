@@ -59,7 +59,6 @@ private:
     struct State;
     explicit CGContext(State* state);
     ~CGContext() override;
-    void keepPremultiplied(int left, int right, int top, int bottom);
 
     State* state_;
 };
