@@ -15,10 +15,6 @@ using namespace zon::test;
 
 namespace {
 
-constexpr RGBA kRed {255, 0, 0, 255};
-constexpr RGBA kGreen {0, 255, 0, 255};
-constexpr RGBA kBlue {0, 0, 255, 255};
-
 Ref<CGImage> solidImage(size_t width, size_t height, RGBA colour)
 {
     return bitmap(width, height, [&](size_t, size_t) { return colour; });
