@@ -22,6 +22,10 @@ class CGImage;
 // One limit for every reader: images with more pixels or a longer side are refused unread.
 inline constexpr uint64_t kMaxImagePixels = 256ull * 1024 * 1024;
 inline constexpr uint32_t kMaxImageSide = 32768;
+// What a decoder may allocate for itself besides the pixels it returns. libjpeg holds every
+// coefficient of a progressive JPEG (width x height x components x 2 bytes) until the last scan,
+// so progressive JPEGs of more than about 85 megapixels are refused.
+inline constexpr size_t kMaxImageDecoderMemory = 512ull * 1024 * 1024;
 
 enum class ImageFormat { jpeg, png, icns, other };
 

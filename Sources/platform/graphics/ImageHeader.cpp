@@ -69,30 +69,37 @@ const IconType* iconType(std::span<const uint8_t> code)
 }
 
 // Elements: a 4-byte type and a 4-byte big-endian length that counts these 8 bytes, then the data.
-std::optional<ImageHeader> iconFamilySize(std::span<const uint8_t> bytes)
+// Calls visit(type, data) for each image element, in order, up to what cannot be walked.
+template <class Visit>
+void forEachImageElement(std::span<const uint8_t> bytes, Visit visit)
 {
     const uint32_t total = bigEndian32(bytes, 4);
     if (total < 8 || total > bytes.size())
-        return std::nullopt;
+        return;
     bytes = bytes.first(total);
-    std::optional<ImageHeader> largest;
-    uint64_t largestPixels = 0;
     for (size_t offset = 8; bytes.size() - offset >= 8;) {
         const uint32_t length = bigEndian32(bytes, offset + 4);
         if (length < 8 || length > bytes.size() - offset)
             break; // the rest cannot be walked; keep what was found before it
-        if (const IconType* type = iconType(bytes.subspan(offset, 4))) {
-            const std::optional<PixelSize> png = pngSize(bytes.subspan(offset + 8, length - 8));
-            const PixelSize pixels = png ? *png : type->pixels;
-            const uint64_t area = uint64_t(pixels.width) * pixels.height;
-            if (area > largestPixels) {
-                largestPixels = area;
-                largest = ImageHeader {ImageContainer::icns, double(pixels.width) / type->scale,
-                    double(pixels.height) / type->scale};
-            }
-        }
+        if (const IconType* type = iconType(bytes.subspan(offset, 4)))
+            visit(*type, bytes.subspan(offset + 8, length - 8));
         offset += length;
     }
+}
+
+std::optional<ImageHeader> iconFamilySize(std::span<const uint8_t> bytes)
+{
+    std::optional<ImageHeader> largest;
+    uint64_t largestPixels = 0;
+    forEachImageElement(bytes, [&](const IconType& type, std::span<const uint8_t> data) {
+        const std::optional<PixelSize> png = pngSize(data);
+        const PixelSize pixels = png ? *png : type.pixels;
+        const uint64_t area = uint64_t(pixels.width) * pixels.height;
+        if (area > largestPixels) {
+            largestPixels = area;
+            largest = ImageHeader {ImageContainer::icns, double(pixels.width) / type.scale, double(pixels.height) / type.scale};
+        }
+    });
     return largest;
 }
 
@@ -105,6 +112,22 @@ std::optional<ImageHeader> readImageHeader(std::span<const uint8_t> bytes)
     if (bytes.size() >= 8 && std::memcmp(bytes.data(), "icns", 4) == 0)
         return iconFamilySize(bytes);
     return std::nullopt;
+}
+
+std::optional<IconFamilyPNG> largestIconFamilyPNG(std::span<const uint8_t> bytes)
+{
+    if (bytes.size() < 8 || std::memcmp(bytes.data(), "icns", 4) != 0)
+        return std::nullopt;
+    std::optional<IconFamilyPNG> largest;
+    uint64_t largestPixels = 0;
+    forEachImageElement(bytes, [&](const IconType& type, std::span<const uint8_t> data) {
+        const std::optional<PixelSize> png = pngSize(data);
+        if (png && uint64_t(png->width) * png->height > largestPixels) {
+            largestPixels = uint64_t(png->width) * png->height;
+            largest = IconFamilyPNG {data, type.scale};
+        }
+    });
+    return largest;
 }
 
 } // namespace zon

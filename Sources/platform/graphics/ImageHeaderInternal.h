@@ -28,4 +28,12 @@ struct ImageHeader {
 // zero size, or an icon family without an image element.
 ZON_EXPORT std::optional<ImageHeader> readImageHeader(std::span<const uint8_t> bytes);
 
+// The PNG held by an icon family's largest element that holds one, and that element's scale (2
+// for elements made for double-resolution screens); nullopt when no element holds a PNG.
+struct IconFamilyPNG {
+    std::span<const uint8_t> png;
+    uint32_t scale = 1;
+};
+ZON_EXPORT std::optional<IconFamilyPNG> largestIconFamilyPNG(std::span<const uint8_t> bytes);
+
 } // namespace zon

@@ -1,0 +1,99 @@
+#include "platform/graphics/ImageShrinkInternal.h"
+
+#include <algorithm>
+#include <cmath>
+
+namespace zon {
+
+double fitScale(uint32_t width, uint32_t height, uint32_t boxWidth, uint32_t boxHeight)
+{
+    if (width == 0 || height == 0 || boxWidth == 0 || boxHeight == 0)
+        return 1;
+    return std::min({1.0, double(boxWidth) / width, double(boxHeight) / height});
+}
+
+bool keepsTwiceFitted(uint32_t width, uint32_t height, double scale, uint64_t outWidth, uint64_t outHeight)
+{
+    return double(outWidth) >= 2 * scale * width && double(outHeight) >= 2 * scale * height;
+}
+
+uint32_t boxShrinkFactor(uint32_t width, uint32_t height, uint32_t boxWidth, uint32_t boxHeight)
+{
+    const double scale = fitScale(width, height, boxWidth, boxHeight);
+    if (scale >= 0.5)
+        return 1;
+    uint32_t factor = std::max(1u, uint32_t(std::floor(0.5 / scale)));
+    while (factor > 1
+        && !keepsTwiceFitted(width, height, scale, RowBoxShrinker::shrunkSide(width, factor),
+            RowBoxShrinker::shrunkSide(height, factor)))
+        --factor;
+    while (keepsTwiceFitted(width, height, scale, RowBoxShrinker::shrunkSide(width, factor + 1),
+        RowBoxShrinker::shrunkSide(height, factor + 1)))
+        ++factor;
+    return factor;
+}
+
+void premultiplyRGBA(std::span<uint8_t> pixels)
+{
+    for (size_t i = 0; i + 3 < pixels.size(); i += 4) {
+        const uint32_t alpha = pixels[i + 3];
+        if (alpha == 255)
+            continue;
+        for (size_t c = 0; c < 3; ++c) {
+            const uint32_t product = pixels[i + c] * alpha + 128;
+            pixels[i + c] = uint8_t((product + (product >> 8)) >> 8);
+        }
+    }
+}
+
+RowBoxShrinker::RowBoxShrinker(uint32_t width, uint32_t height, uint32_t factor, std::span<uint8_t> output)
+    : width_(width)
+    , height_(height)
+    , factor_(factor)
+    , outWidth_(shrunkSide(width, factor))
+    , output_(output)
+    , sums_(size_t(outWidth_) * 4)
+{
+}
+
+void RowBoxShrinker::addRow(const uint8_t* row)
+{
+    if (rowsAdded_ >= height_)
+        return;
+    uint32_t* sums = sums_.data();
+    for (uint32_t x = 0; x < width_; ++x) {
+        uint32_t* cell = sums + size_t(x / factor_) * 4;
+        const uint8_t* pixel = row + size_t(x) * 4;
+        cell[0] += pixel[0];
+        cell[1] += pixel[1];
+        cell[2] += pixel[2];
+        cell[3] += pixel[3];
+    }
+    ++rowsAdded_;
+    if (++rowsInBand_ == factor_ || rowsAdded_ == height_)
+        flushBand();
+}
+
+void RowBoxShrinker::finish()
+{
+    if (rowsInBand_ > 0)
+        flushBand();
+}
+
+void RowBoxShrinker::flushBand()
+{
+    const uint32_t outY = (rowsAdded_ - 1) / factor_;
+    uint8_t* out = output_.data() + size_t(outY) * outWidth_ * 4;
+    for (uint32_t outX = 0; outX < outWidth_; ++outX) {
+        const uint32_t columns = std::min(factor_, width_ - outX * factor_);
+        const uint32_t count = columns * rowsInBand_;
+        for (size_t c = 0; c < 4; ++c) {
+            uint32_t& sum = sums_[size_t(outX) * 4 + c];
+            out[size_t(outX) * 4 + c] = uint8_t((sum + count / 2) / count);
+            sum = 0;
+        }
+    }
+    rowsInBand_ = 0;
+}
+
+} // namespace zon
