@@ -61,6 +61,8 @@ public:
 private:
     struct Representations;
     Image(Ref<Data> data, Size size);
+    void decodeOnce() const;
+    bool decodeStarted() const;
     ~Image() override;
 
     Ref<Data> data_;
