@@ -35,5 +35,7 @@ void addServiceCommands(CLI::App& app);
 void addWatchCommands(CLI::App& app);
 void addAliasCommands(CLI::App& app);
 void addFinderInfoCommands(CLI::App& app);
+// zon image preview, albumart, desktop, scale, jpeg.
+void addImageCommands(CLI::App& app);
 
 } // namespace zon::tool

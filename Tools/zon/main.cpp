@@ -61,6 +61,7 @@ int main(int argc, char** argv)
     zon::tool::addWatchCommands(app);
     zon::tool::addAliasCommands(app);
     zon::tool::addFinderInfoCommands(app);
+    zon::tool::addImageCommands(app);
 
     int exitCode = 0;
     try {
