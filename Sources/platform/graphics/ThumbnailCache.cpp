@@ -102,8 +102,9 @@ std::optional<std::vector<PNGTextEntry>> readPNGTextChunks(std::span<const uint8
         return std::nullopt;
     std::vector<PNGTextEntry> entries;
     size_t textBytes = 0;
-    size_t offset = sizeof kPNGSignature;
-    for (size_t chunks = 0; chunks < kMaxThumbnailTextChunks; ++chunks) {
+    size_t otherChunks = 0;
+    // Writers put tEXt before or after the image data, so every chunk up to IEND is looked at.
+    for (size_t offset = sizeof kPNGSignature;;) {
         // Length, type, data, CRC.
         if (png.size() - offset < 12)
             return std::nullopt;
@@ -111,8 +112,10 @@ std::optional<std::vector<PNGTextEntry>> readPNGTextChunks(std::span<const uint8
         const std::string_view type(reinterpret_cast<const char*>(png.data()) + offset + 4, 4);
         if (length > png.size() - offset - 12)
             return std::nullopt;
-        if (type == "IDAT" || type == "IEND")
+        if (type == "IEND")
             return entries;
+        if (type != "IDAT" && ++otherChunks > kMaxThumbnailTextChunks)
+            return std::nullopt;
         if (type == "tEXt") {
             textBytes += length;
             if (textBytes > kMaxThumbnailTextBytes)
@@ -124,7 +127,6 @@ std::optional<std::vector<PNGTextEntry>> readPNGTextChunks(std::span<const uint8
         }
         offset += size_t(length) + 12;
     }
-    return std::nullopt;
 }
 
 bool thumbnailEntryMatches(std::span<const uint8_t> png, const ThumbnailSubject& subject)

@@ -32,11 +32,12 @@ ZON_EXPORT std::optional<ThumbnailBucket> thumbnailBucketFor(uint32_t maxWidth, 
 // digits and !$&'()*+,-./:=@_~ as they are, every other byte as %XX with upper-case digits.
 ZON_EXPORT std::string fileURIOfPath(std::string_view absolutePath);
 
-// At most this many chunks and this much tEXt data are read before an entry is refused.
+// At most this many chunks besides the image data, and this much tEXt data, before an entry is
+// refused.
 inline constexpr size_t kMaxThumbnailTextChunks = 64;
 inline constexpr size_t kMaxThumbnailTextBytes = 64 * 1024;
-// The tEXt chunks before the image data of a PNG file; nullopt for bytes that are not a PNG
-// file, a chunk that runs past the end, or more chunks or text than the caps above.
+// The tEXt chunks of a PNG file, wherever they are; nullopt for bytes that are not a PNG file,
+// a chunk that runs past the end, no IEND, or more chunks or text than the caps above.
 ZON_EXPORT std::optional<std::vector<PNGTextEntry>> readPNGTextChunks(std::span<const uint8_t> png);
 
 // The file a thumbnail is asked of, as the cache keys it.

@@ -62,11 +62,14 @@ TEST(ThumbnailCache, FileURIsAreEscapedAsGLibEscapesThem)
     EXPECT_EQ(readFile(scratch.file("out")), expected);
 }
 
-TEST(ThumbnailCache, TextChunksAreReadUpToTheImageDataWithinBounds)
+TEST(ThumbnailCache, TextChunksAreReadBeforeAndAfterTheImageDataWithinBounds)
 {
     const std::string header = pngHeader(4, 4);
-    const std::string entry = header + chunk("tEXt", std::string("Thumb::URI\0file:///x", 20))
-        + chunk("tEXt", std::string("Thumb::MTime\0" "12", 15)) + chunk("IDAT", "x") + chunk("tEXt", std::string("Late\0no", 7));
+    std::string imageData;
+    for (size_t i = 0; i < 2 * kMaxThumbnailTextChunks; ++i)
+        imageData += chunk("IDAT", "x");
+    const std::string entry = header + chunk("tEXt", std::string("Thumb::URI\0file:///x", 20)) + imageData
+        + chunk("tEXt", std::string("Thumb::MTime\0" "12", 15)) + chunk("IEND", "");
     EXPECT_THAT(readPNGTextChunks(bytesOf(entry)), Optional(ElementsAre(
         ::testing::Field(&PNGTextEntry::value, "file:///x"), ::testing::Field(&PNGTextEntry::value, "12"))));
     EXPECT_TRUE(thumbnailEntryMatches(bytesOf(entry), {"file:///x", "12", "", ""}));
@@ -74,6 +77,7 @@ TEST(ThumbnailCache, TextChunksAreReadUpToTheImageDataWithinBounds)
     EXPECT_FALSE(thumbnailEntryMatches(bytesOf(entry), {"file:///y", "12", "", ""}));
 
     EXPECT_EQ(readPNGTextChunks(bytesOf(entry.substr(0, header.size() + 10))), std::nullopt) << "a chunk cut short";
+    EXPECT_EQ(readPNGTextChunks(bytesOf(entry.substr(0, entry.size() - 12))), std::nullopt) << "no IEND";
     EXPECT_EQ(readPNGTextChunks(bytesOf("GIF89a" + entry)), std::nullopt);
     std::string manyChunks = header;
     for (size_t i = 0; i < kMaxThumbnailTextChunks; ++i)
