@@ -157,6 +157,16 @@ SystemResult<int> waitForProcess(pid_t child)
     return status;
 }
 
+SystemResult<EndedProcess> waitForProcessUsage(pid_t child)
+{
+    EndedProcess ended;
+    while (::wait4(child, &ended.status, 0, &ended.usage) < 0) {
+        if (errno != EINTR)
+            return SystemError::last("wait4");
+    }
+    return ended;
+}
+
 SystemResult<std::optional<int>> reapIfEnded(pid_t child)
 {
     int status = 0;
