@@ -58,14 +58,14 @@ void runChildRows(benchmark::State& state, const std::vector<std::string>& argum
         PrivateCache cache;
         const auto start = std::chrono::steady_clock::now();
         auto child = spawnProcess(arguments, ProgramLookup::exactPath, {-1, -1, -1});
-        auto ended = child ? waitForProcessUsage(child.value()) : SystemResult<EndedProcess>(child.error());
+        auto ended = child ? waitForProcessWithUsage(child.value()) : SystemResult<ProcessUsage>(child.error());
         wallSeconds += std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count();
         if (!ended || !WIFEXITED(ended.value().status) || WEXITSTATUS(ended.value().status) != 0) {
             state.SkipWithError((arguments[0] + " failed").c_str());
             return;
         }
-        state.SetIterationTime(seconds(ended.value().usage.ru_utime) + seconds(ended.value().usage.ru_stime));
-        peakKilobytes = std::max(peakKilobytes, double(ended.value().usage.ru_maxrss));
+        state.SetIterationTime(seconds(ended.value().resources.ru_utime) + seconds(ended.value().resources.ru_stime));
+        peakKilobytes = std::max(peakKilobytes, double(ended.value().resources.ru_maxrss));
     }
     state.counters["peak_MB"] = peakKilobytes / 1024;
     state.counters["wall_ms"] = wallSeconds * 1000 / double(state.iterations());

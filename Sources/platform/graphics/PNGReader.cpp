@@ -125,8 +125,10 @@ uint32_t readSequentialRows(PNGDecoder& d, uint32_t width, uint32_t height, uint
     if (factor == 1) {
         for (uint32_t y = 0; y < height; ++y) {
             const std::span<uint8_t> row = output.subspan(y * stride, stride);
-            if (!guardedReadRow(d, row.data()))
+            if (!guardedReadRow(d, row.data())) {
+                std::fill(row.begin(), row.end(), 0); // libpng may have left part of it, unmultiplied
                 return y;
+            }
             premultiplyRGBA(row);
         }
         return height;

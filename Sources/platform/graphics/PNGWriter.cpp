@@ -1,10 +1,9 @@
 // The PNG writer, over libpng: 8-bit RGBA with the colours un-premultiplied, and tEXt chunks.
-// Its output is mostly thumbnails, small and written while someone waits, so it favours speed
-// over size (see kCompressionLevel). libpng's fatal errors leave through longjmp into
-// writeGuarded, which holds no C++ objects (see the JPEG reader for why).
+// libpng's fatal errors leave through longjmp into writeGuarded, which holds no C++ objects (see
+// the JPEG reader for why).
 
 #include "platform/graphics/CGImage.h"
-#include "platform/graphics/ImageCodecsInternal.h"
+#include "platform/graphics/PNGWriterInternal.h"
 
 #include <algorithm>
 #include <new>
@@ -14,10 +13,6 @@
 namespace zon {
 
 namespace {
-
-// Measured on thumbnails (Benchmarks/ImageCodecBenchmarks.cpp): see docs/Images.md.
-constexpr int kCompressionLevel = 3;
-constexpr int kFilters = PNG_FILTER_SUB;
 
 void silentWarning(png_structp, png_const_charp) { }
 
@@ -65,13 +60,14 @@ struct PNGWriter {
     }
 };
 
-bool writeGuarded(PNGWriter& w, const CGImage& image, png_text* text, int textCount, std::vector<uint8_t>& out, uint8_t* row)
+bool writeGuarded(PNGWriter& w, const CGImage& image, png_text* text, int textCount, PNGWriteSettings settings,
+    std::vector<uint8_t>& out, uint8_t* row)
 {
     if (setjmp(png_jmpbuf(w.png)))
         return false;
     png_set_write_fn(w.png, &out, writeData, flushData);
-    png_set_compression_level(w.png, kCompressionLevel);
-    png_set_filter(w.png, PNG_FILTER_TYPE_BASE, kFilters);
+    png_set_compression_level(w.png, settings.compressionLevel);
+    png_set_filter(w.png, PNG_FILTER_TYPE_BASE, settings.filters);
     png_set_IHDR(w.png, w.info, png_uint_32(image.width()), png_uint_32(image.height()), 8, PNG_COLOR_TYPE_RGB_ALPHA,
         PNG_INTERLACE_NONE, PNG_COMPRESSION_TYPE_BASE, PNG_FILTER_TYPE_BASE);
     if (textCount > 0)
@@ -87,7 +83,15 @@ bool writeGuarded(PNGWriter& w, const CGImage& image, png_text* text, int textCo
 
 } // namespace
 
+PNGWriteSettings defaultPNGWriteSettings() { return {1, PNG_FILTER_SUB}; }
+
 std::optional<std::vector<uint8_t>> encodePNG(const CGImage& image, std::span<const PNGTextEntry> text)
+{
+    return encodePNGWithSettings(image, text, defaultPNGWriteSettings());
+}
+
+std::optional<std::vector<uint8_t>> encodePNGWithSettings(
+    const CGImage& image, std::span<const PNGTextEntry> text, PNGWriteSettings settings)
 {
     if (image.width() > PNG_UINT_31_MAX || image.height() > PNG_UINT_31_MAX)
         return std::nullopt;
@@ -104,7 +108,7 @@ std::optional<std::vector<uint8_t>> encodePNG(const CGImage& image, std::span<co
         return std::nullopt;
     std::vector<uint8_t> out;
     std::vector<uint8_t> row(image.bytesPerRow());
-    if (!writeGuarded(w, image, chunks.data(), int(chunks.size()), out, row.data()))
+    if (!writeGuarded(w, image, chunks.data(), int(chunks.size()), settings, out, row.data()))
         return std::nullopt;
     return out;
 }

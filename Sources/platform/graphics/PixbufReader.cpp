@@ -25,6 +25,33 @@ namespace {
 
 constexpr size_t kFeedChunk = 64 * 1024;
 
+uint32_t littleEndian32(std::span<const uint8_t> bytes, size_t offset)
+{
+    return uint32_t(bytes[offset]) | uint32_t(bytes[offset + 1]) << 8 | uint32_t(bytes[offset + 2]) << 16
+        | uint32_t(bytes[offset + 3]) << 24;
+}
+
+// Some loaders size a buffer from a header field before anything checks it: BMP by its info
+// header's length and its pixels' offset, ICO by each image's offset. Those fields are small in
+// any real file; a gigabyte there is refused before the loader sees it.
+constexpr size_t kHeaderPeek = 4096;
+constexpr uint32_t kMaxBMPInfoHeader = 4096; // the largest defined is 124 bytes
+constexpr uint32_t kMaxHeaderOffset = 64 << 20;
+
+bool declaresOversizedHeader(std::span<const uint8_t> prefix)
+{
+    if (prefix.size() >= 18 && prefix[0] == 'B' && prefix[1] == 'M')
+        return littleEndian32(prefix, 10) > kMaxHeaderOffset || littleEndian32(prefix, 14) > kMaxBMPInfoHeader;
+    const bool icon = prefix.size() >= 6 && prefix[0] == 0 && prefix[1] == 0 && (prefix[2] == 1 || prefix[2] == 2) && prefix[3] == 0;
+    if (!icon)
+        return false;
+    const size_t count = size_t(prefix[4]) | size_t(prefix[5]) << 8;
+    for (size_t i = 0; i < count && 6 + i * 16 + 16 <= prefix.size(); ++i)
+        if (littleEndian32(prefix, 6 + i * 16 + 12) > kMaxHeaderOffset)
+            return true;
+    return false;
+}
+
 struct ObjectRelease {
     void operator()(gpointer object) const { g_object_unref(object); }
 };
@@ -141,6 +168,8 @@ bool isPlainRGB(GdkPixbuf* pixbuf)
 
 std::optional<ImageInfo> probePixbuf(std::span<const uint8_t> bytes, const ImageLimits& limits)
 {
+    if (declaresOversizedHeader(bytes.first(std::min(bytes.size(), kHeaderPeek))))
+        return std::nullopt;
     LoadState state {&limits, {}};
     state.headerOnly = true;
     GObjectPtr<GdkPixbufLoader> loader = makeLoader(state);
@@ -156,6 +185,8 @@ std::optional<ImageInfo> probePixbuf(std::span<const uint8_t> bytes, const Image
 
 DecodedImage readPixbuf(ImageInput& input, DecodeBox box, const ImageLimits& limits)
 {
+    if (declaresOversizedHeader(input.peek(kHeaderPeek)))
+        return decodeFailure(ImageDecodeError::tooLarge);
     LoadState state {&limits, box};
     GObjectPtr<GdkPixbufLoader> loader = makeLoader(state);
     const bool complete = feed(loader.get(), input, state);

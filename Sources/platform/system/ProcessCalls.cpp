@@ -6,9 +6,9 @@
 #include <dlfcn.h>
 #include <fcntl.h>
 #include <linux/close_range.h>
+#include <spawn.h>
 #include <sys/resource.h>
 #include <sys/syscall.h>
-#include <spawn.h>
 #include <sys/wait.h>
 #include <thread>
 
@@ -157,14 +157,14 @@ SystemResult<int> waitForProcess(pid_t child)
     return status;
 }
 
-SystemResult<EndedProcess> waitForProcessUsage(pid_t child)
+SystemResult<ProcessUsage> waitForProcessWithUsage(pid_t child)
 {
-    EndedProcess ended;
-    while (::wait4(child, &ended.status, 0, &ended.usage) < 0) {
+    ProcessUsage usage;
+    while (::wait4(child, &usage.status, 0, &usage.resources) < 0) {
         if (errno != EINTR)
             return SystemError::last("wait4");
     }
-    return ended;
+    return usage;
 }
 
 SystemResult<std::optional<int>> reapIfEnded(pid_t child)

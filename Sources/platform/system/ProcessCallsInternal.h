@@ -56,12 +56,12 @@ ZON_EXPORT SystemResult<> signalProcessGroup(pid_t group, int signal);
 // Waits for that one child to end (other children are left to their owners) and answers its wait
 // status (WIFEXITED and kin read it).
 ZON_EXPORT SystemResult<int> waitForProcess(pid_t child);
-// waitForProcess with what the child used (wait4(2)): its CPU time and peak resident size.
-struct EndedProcess {
+// The same (wait4(2)), with what the child used: its CPU time and its peak resident size.
+struct ProcessUsage {
     int status = 0;
-    struct rusage usage {};
+    struct rusage resources {};
 };
-ZON_EXPORT SystemResult<EndedProcess> waitForProcessUsage(pid_t child);
+ZON_EXPORT SystemResult<ProcessUsage> waitForProcessWithUsage(pid_t child);
 // The wait status of that one child when it has ended (and is now reaped); nullopt while it runs.
 ZON_EXPORT SystemResult<std::optional<int>> reapIfEnded(pid_t child);
 // Reaps a child on a thread of its own when it ends, so that none stays a zombie while the

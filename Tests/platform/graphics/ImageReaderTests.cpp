@@ -360,9 +360,12 @@ TEST(PixbufReader, OtherFormatsDecodeThroughTheLoaders)
     EXPECT_EQ(probeImage(fileBytes(folder.file("t.gif"))).value().pixelWidth, 16u);
 
     // The size is refused when the header comes, before pixels exist.
-    const std::vector<uint8_t> bmpBytes = fileBytes(folder.file("q.bmp"));
+    std::vector<uint8_t> bmpBytes = fileBytes(folder.file("q.bmp"));
     ImageInput input = ImageInput::fromBytes(bmpBytes);
     EXPECT_EQ(readPixbuf(input, {}, {.maxPixels = 400 * 200 - 1}).error, ImageDecodeError::tooLarge);
+    // The BMP loader would allocate up to the pixels' offset before looking at it.
+    bmpBytes[13] = 0x8a;
+    EXPECT_EQ(decodeImageData(bmpBytes).error, ImageDecodeError::tooLarge);
 }
 
 TEST(ImageReaders, IconFamiliesDecodeTheirLargestPNG)
