@@ -2,6 +2,7 @@
 
 #include "platform/graphics/CGImage.h"
 
+#include <algorithm>
 #include <climits>
 #include <cmath>
 #include <cstdlib>
@@ -23,10 +24,14 @@ struct AxisKernel {
     pixman_kernel_t sample;
 };
 
+// The kernel is 6 x scale taps wide; a draw stretched far more along one axis than the other (the
+// block average follows the smaller shrink) would otherwise make it unboundedly wide.
+constexpr double kMaxLanczosScale = 16;
+
 AxisKernel lanczosFor(double scale)
 {
     if (scale > 1)
-        return {pixman_double_to_fixed(scale), PIXMAN_KERNEL_BOX, PIXMAN_KERNEL_LANCZOS3};
+        return {pixman_double_to_fixed(std::min(scale, kMaxLanczosScale)), PIXMAN_KERNEL_BOX, PIXMAN_KERNEL_LANCZOS3};
     return {pixman_fixed_1, PIXMAN_KERNEL_LANCZOS3, PIXMAN_KERNEL_IMPULSE};
 }
 

@@ -1,63 +1,44 @@
 #include "platform/graphics/BitmapContext.h"
 #include "platform/graphics/CGImage.h"
+#include "platform/graphics/ImageCodecTestSupport.h"
 #include "platform/graphics/ImageScalingInternal.h"
 #include "platform/runtime/Class.h"
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
-#include <array>
 #include <cmath>
 #include <vector>
 
 using namespace zon;
+using namespace zon::test;
 
 namespace {
 
-using Pixel = std::array<uint8_t, 4>;
+constexpr RGBA kRed {255, 0, 0, 255};
+constexpr RGBA kGreen {0, 255, 0, 255};
+constexpr RGBA kBlue {0, 0, 255, 255};
 
-constexpr Pixel kRed {255, 0, 0, 255};
-constexpr Pixel kGreen {0, 255, 0, 255};
-constexpr Pixel kBlue {0, 0, 255, 255};
-
-Ref<CGImage> solidImage(size_t width, size_t height, Pixel pixel)
+Ref<CGImage> solidImage(size_t width, size_t height, RGBA colour)
 {
-    std::vector<uint8_t> pixels;
-    for (size_t i = 0; i < width * height; ++i)
-        pixels.insert(pixels.end(), pixel.begin(), pixel.end());
-    return CGImage::imageWithPixels(width, height, std::move(pixels));
+    return bitmap(width, height, [&](size_t, size_t) { return colour; });
 }
 
-// Row-major from the top row, as memory holds them.
-Ref<CGImage> imageOf(size_t width, std::initializer_list<Pixel> pixelsTopFirst)
+// Rows from the top, as memory holds them.
+Ref<CGImage> imageOf(size_t width, std::vector<RGBA> pixelsTopFirst)
 {
-    std::vector<uint8_t> pixels;
-    for (const Pixel& pixel : pixelsTopFirst)
-        pixels.insert(pixels.end(), pixel.begin(), pixel.end());
-    return CGImage::imageWithPixels(width, pixelsTopFirst.size() / width, std::move(pixels));
+    return bitmap(width, pixelsTopFirst.size() / width, [&](size_t x, size_t y) { return pixelsTopFirst[y * width + x]; });
 }
 
-Pixel pixelAt(const CGContext& context, size_t x, size_t rowFromTop)
+using zon::test::pixelAt;
+
+RGBA pixelAt(const CGContext& context, size_t x, size_t rowFromTop)
 {
     const uint8_t* p = context.data() + rowFromTop * context.bytesPerRow() + x * 4;
     return {p[0], p[1], p[2], p[3]};
 }
 
-Pixel pixelAt(const CGImage& image, size_t x, size_t rowFromTop)
-{
-    const uint8_t* p = image.bytes() + rowFromTop * image.bytesPerRow() + x * 4;
-    return {p[0], p[1], p[2], p[3]};
-}
-
-MATCHER_P2(IsNear, expected, tolerance, "")
-{
-    for (size_t i = 0; i < 4; ++i)
-        if (std::abs(int(arg[i]) - int(expected[i])) > tolerance) {
-            *result_listener << "channel " << i << " is " << int(arg[i]);
-            return false;
-        }
-    return true;
-}
+MATCHER_P2(IsNear, expected, tolerance, "") { return near(arg, expected, tolerance); }
 
 struct ReleasedContext {
     CGContext* context;
@@ -92,17 +73,17 @@ TEST(CGContext, OriginIsBottomLeftAndMemoryHoldsTheTopRowFirst)
     Ref<CGContext> context = CGContext::bitmapContext(2, 3, 8);
     context->drawImage(makeRect(1, 0, 1, 1), solidImage(1, 1, kRed).get(), CompositingOperation::copy);
     EXPECT_EQ(pixelAt(*context, 1, 2), kRed);
-    EXPECT_EQ(pixelAt(*context, 1, 0), Pixel {});
+    EXPECT_EQ(pixelAt(*context, 1, 0), RGBA {});
     // An image's top row lands at the top of the rectangle.
     context->drawImage(makeRect(0, 1, 1, 2), imageOf(1, {kGreen, kBlue}).get(), CompositingOperation::copy);
     EXPECT_EQ(pixelAt(*context, 0, 0), kGreen);
     EXPECT_EQ(pixelAt(*context, 0, 1), kBlue);
-    EXPECT_EQ(pixelAt(*context, 0, 2), Pixel {});
+    EXPECT_EQ(pixelAt(*context, 0, 2), RGBA {});
 }
 
 TEST(CGContext, CopyAndSourceOverAtAFractionalEdge)
 {
-    const Pixel halfRed {128, 0, 0, 128};
+    const RGBA halfRed {128, 0, 0, 128};
     for (const CompositingOperation operation : {CompositingOperation::copy, CompositingOperation::sourceOver}) {
         Ref<CGContext> context = CGContext::bitmapContext(4, 1, 16);
         context->drawImage(makeRect(0, 0, 4, 1), solidImage(1, 1, kBlue).get(), CompositingOperation::copy);
@@ -112,11 +93,11 @@ TEST(CGContext, CopyAndSourceOverAtAFractionalEdge)
         if (operation == CompositingOperation::copy) {
             EXPECT_THAT(pixelAt(*context, 1, 0), IsNear(halfRed, 0));
             // Half the destination kept, half replaced.
-            EXPECT_THAT(pixelAt(*context, 0, 0), IsNear(Pixel {64, 0, 128, 192}, 1));
-            EXPECT_THAT(pixelAt(*context, 2, 0), IsNear(Pixel {64, 0, 128, 192}, 1));
+            EXPECT_THAT(pixelAt(*context, 0, 0), IsNear(RGBA {64, 0, 128, 192}, 1));
+            EXPECT_THAT(pixelAt(*context, 2, 0), IsNear(RGBA {64, 0, 128, 192}, 1));
         } else {
-            EXPECT_THAT(pixelAt(*context, 1, 0), IsNear(Pixel {128, 0, 127, 255}, 1));
-            EXPECT_THAT(pixelAt(*context, 0, 0), IsNear(Pixel {64, 0, 191, 255}, 1));
+            EXPECT_THAT(pixelAt(*context, 1, 0), IsNear(RGBA {128, 0, 127, 255}, 1));
+            EXPECT_THAT(pixelAt(*context, 0, 0), IsNear(RGBA {64, 0, 191, 255}, 1));
         }
     }
 }
@@ -125,7 +106,7 @@ TEST(CGContext, OpacityScalesTheSource)
 {
     Ref<CGContext> context = CGContext::bitmapContext(1, 1, 4);
     context->drawImage(makeRect(0, 0, 1, 1), solidImage(1, 1, kRed).get(), CompositingOperation::sourceOver, 0.5);
-    EXPECT_THAT(pixelAt(*context, 0, 0), IsNear(Pixel {128, 0, 0, 128}, 1));
+    EXPECT_THAT(pixelAt(*context, 0, 0), IsNear(RGBA {128, 0, 0, 128}, 1));
 }
 
 TEST(CGContext, RowsThatAreNotAMultipleOfFourBytes)
@@ -147,7 +128,7 @@ TEST(CGContext, RowsThatAreNotAMultipleOfFourBytes)
 
 TEST(CGContext, LanczosKeepsUniformImagesAndOpaqueEdges)
 {
-    const Pixel colour {200, 100, 50, 255};
+    const RGBA colour {200, 100, 50, 255};
     for (const Rect rect : {makeRect(0, 0, 7, 5), makeRect(-3, -2, 40, 30)}) {
         Ref<CGContext> context = CGContext::bitmapContext(7, 5, 28);
         context->setInterpolationQuality(kCGInterpolationHigh);
@@ -160,20 +141,14 @@ TEST(CGContext, LanczosKeepsUniformImagesAndOpaqueEdges)
     Ref<CGContext> context = CGContext::bitmapContext(7, 5, 28);
     context->setInterpolationQuality(kCGInterpolationHigh);
     context->drawImage(makeRect(0.25, 0.5, 6.5, 4.25), solidImage(31, 23, colour).get(), CompositingOperation::copy);
-    EXPECT_THAT(pixelAt(*context, 6, 4), IsNear(Pixel {75, 38, 19, 96}, 1));
-    EXPECT_THAT(pixelAt(*context, 0, 0), IsNear(Pixel {112, 56, 28, 143}, 1));
+    EXPECT_THAT(pixelAt(*context, 6, 4), IsNear(RGBA {75, 38, 19, 96}, 1));
+    EXPECT_THAT(pixelAt(*context, 0, 0), IsNear(RGBA {112, 56, 28, 143}, 1));
 }
 
 TEST(imageScaledToFit, ShrinksToTheBoxKeepingAspectAndNeverEnlarges)
 {
     // Left half red, right half green: after scaling, the left quarter stays red.
-    std::vector<uint8_t> pixels;
-    for (size_t y = 0; y < 1000; ++y)
-        for (size_t x = 0; x < 1500; ++x) {
-            const Pixel& pixel = x < 750 ? kRed : kGreen;
-            pixels.insert(pixels.end(), pixel.begin(), pixel.end());
-        }
-    Ref<CGImage> image = CGImage::imageWithPixels(1500, 1000, std::move(pixels));
+    Ref<CGImage> image = bitmap(1500, 1000, [](size_t x, size_t) { return x < 750 ? kRed : kGreen; });
     Ref<CGImage> scaled = imageScaledToFit(image.get(), 256, 256);
     ASSERT_TRUE(scaled);
     EXPECT_EQ(scaled->width(), 256u);

@@ -1,13 +1,20 @@
 #include "platform/graphics/Image.h"
+#include "platform/graphics/BitmapImageRep.h"
+#include "platform/graphics/ImageCodecTestSupport.h"
 #include "platform/graphics/ImageHeaderInternal.h"
 #include "platform/runtime/AutoreleasePool.h"
 #include "platform/runtime/Class.h"
 #include "platform/values/Data.h"
 #include "platform/values/String.h"
+#include "platform/values/Array.h"
+#include "platform/values/URL.h"
 #include "support/ImageBytes.h"
 #include "support/ScratchFolder.h"
 
 #include <gtest/gtest.h>
+
+#include <thread>
+#include <vector>
 
 using namespace zon;
 using namespace zon::test;
@@ -85,6 +92,70 @@ TEST(Image, IsMadeFromARecognisedContainerOnly)
     EXPECT_FALSE(Image::initWithData(nullptr));
     const std::string png = pngHeader(3, 4);
     EXPECT_EQ(Image::initWithData(Data::dataWithBytes(png.data(), png.size()).get())->size(), makeSize(3, 4));
+}
+
+} // namespace
+
+namespace {
+
+TEST(Image, SizeInPointsComesFromTheResolution)
+{
+    AutoreleasePool pool;
+    ScratchFolder scratch;
+    const std::string source = writeBytes(scratch, "s.png", *encodePNG(*gradient(200, 100)));
+    commandOutput("convert " + source + " -units PixelsPerInch -density 144x96 " + scratch.file("dense.png"));
+    Ref<Image> image = Image::initWithContentsOfFile(String::stringWithUTF8String(scratch.file("dense.png")).get());
+    ASSERT_TRUE(image);
+    EXPECT_NEAR(image->size().width, 100, 0.1);
+    EXPECT_NEAR(image->size().height, 75, 0.1);
+    // The bitmap keeps its pixels and carries the size in points.
+    Ref<BitmapImageRep> bitmap = image->bestRepresentation();
+    ASSERT_TRUE(bitmap);
+    EXPECT_EQ(bitmap->pixelsWide(), 200u);
+    EXPECT_EQ(bitmap->size(), image->size());
+    Ref<Image> plain = Image::initWithContentsOfURL(URL::fileURLWithPath(String::stringWithUTF8String(source).get()).get());
+    EXPECT_EQ(plain->size(), makeSize(200, 100));
+}
+
+TEST(Image, DecodesOnceWhicheverThreadAsksFirst)
+{
+    AutoreleasePool pool;
+    const std::vector<uint8_t> png = *encodePNG(*gradient(300, 200));
+    Ref<Image> image = Image::initWithData(Data::dataWithBytes(png.data(), png.size()).get());
+    std::vector<BitmapImageRep*> seen(8);
+    std::vector<std::thread> threads;
+    for (size_t i = 0; i < seen.size(); ++i)
+        threads.emplace_back([&, i] { seen[i] = image->bestRepresentation().get(); });
+    for (std::thread& thread : threads)
+        thread.join();
+    for (BitmapImageRep* rep : seen)
+        EXPECT_EQ(rep, seen[0]);
+    ASSERT_TRUE(seen[0]);
+    EXPECT_EQ(image->representations()->count(), 1u);
+
+    // Added bitmaps come after the file's; the largest is the best.
+    image->addRepresentation(BitmapImageRep::initWithCGImage(gradient(30, 20).get()).get());
+    EXPECT_EQ(image->representations()->count(), 2u);
+    EXPECT_EQ(image->representations()->objectAtIndex(0), seen[0]);
+    EXPECT_EQ(image->bestRepresentation().get(), seen[0]);
+    Ref<Image> sized = Image::initWithSize(makeSize(10, 10));
+    EXPECT_FALSE(sized->bestRepresentation());
+    sized->addRepresentation(BitmapImageRep::initWithCGImage(gradient(30, 20).get()).get());
+    sized->addRepresentation(BitmapImageRep::initWithCGImage(gradient(40, 20).get()).get());
+    EXPECT_EQ(sized->bestRepresentation()->pixelsWide(), 40u);
+}
+
+TEST(Image, UndecodableBytesHaveNoBitmap)
+{
+    AutoreleasePool pool;
+    // A PNG header with nothing after it: measured, but there are no pixels to draw.
+    const std::string header = pngHeader(30, 20);
+    Ref<Image> image = Image::initWithData(Data::dataWithBytes(header.data(), header.size()).get());
+    ASSERT_TRUE(image);
+    EXPECT_FALSE(image->bestRepresentation());
+    Ref<CGContext> context = CGContext::bitmapContext(4, 4, 16);
+    image->drawInRect(context.get(), makeRect(0, 0, 4, 4), CompositingOperation::copy, 1);
+    EXPECT_EQ(context->data()[0], 0);
 }
 
 } // namespace
