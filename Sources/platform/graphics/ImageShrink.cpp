@@ -60,22 +60,22 @@ void RowBoxShrinker::addRow(const uint8_t* row)
 {
     if (rowsAdded_ >= height_)
         return;
-    // Block by block: a division per pixel would cost more than the sums.
-    uint32_t* cell = sums_.data();
+    // Block by block, so that no pixel pays for a division.
     const uint8_t* pixel = row;
-    for (uint32_t blockStart = 0; blockStart < width_; blockStart += factor_, cell += 4) {
-        const uint32_t blockEnd = std::min(width_, blockStart + factor_);
-        uint32_t r = cell[0], g = cell[1], b = cell[2], a = cell[3];
-        for (uint32_t x = blockStart; x < blockEnd; ++x, pixel += 4) {
+    uint32_t* cell = sums_.data();
+    for (uint32_t x = 0; x < width_; x += factor_, cell += 4) {
+        const uint32_t columns = std::min(factor_, width_ - x);
+        uint32_t r = 0, g = 0, b = 0, a = 0;
+        for (uint32_t column = 0; column < columns; ++column, pixel += 4) {
             r += pixel[0];
             g += pixel[1];
             b += pixel[2];
             a += pixel[3];
         }
-        cell[0] = r;
-        cell[1] = g;
-        cell[2] = b;
-        cell[3] = a;
+        cell[0] += r;
+        cell[1] += g;
+        cell[2] += b;
+        cell[3] += a;
     }
     ++rowsAdded_;
     if (++rowsInBand_ == factor_ || rowsAdded_ == height_)

@@ -9,6 +9,7 @@
 #include "platform/graphics/CGImage.h"
 #include "platform/graphics/ExifOrientationInternal.h"
 #include "platform/graphics/ImageInputInternal.h"
+#include "platform/graphics/JPEGErrorsInternal.h"
 #include "platform/graphics/ImageReadersInternal.h"
 #include "platform/graphics/ImageShrinkInternal.h"
 
@@ -27,37 +28,40 @@ namespace {
 constexpr int kExifMarker = JPEG_APP0 + 1;
 constexpr JOCTET kFakeEndOfImage[2] = {0xff, JPEG_EOI};
 
-struct ErrorManager {
-    jpeg_error_mgr manager;
-    std::jmp_buf jump;
-};
-
-[[noreturn]] void errorExit(j_common_ptr info)
-{
-    std::longjmp(reinterpret_cast<ErrorManager*>(info->err)->jump, 1);
-}
-
-// Warnings (corrupt data, a premature end) are counted by libjpeg; nothing is printed.
-void outputMessage(j_common_ptr) { }
-
 // Pulls bytes from an ImageInput. At its end the source hands libjpeg an end-of-image marker, so
-// a truncated file decodes what it has, and records how many rows were out by then.
+// a truncated file decodes what it has.
 struct InputSource {
     jpeg_source_mgr manager;
     ImageInput* input;
     bool reachedEnd;
+    // The rows out when the entropy decoder first found the data ended in the middle of a block;
+    // libjpeg fills the rest with grey. A file that lacks only its end marker never gets here.
+    bool dataRanOut;
     JDIMENSION rowsBeforeEnd;
 };
+
+// Counts warnings as libjpeg's own handler does, prints nothing, and notes where the data ran out.
+void emitMessage(j_common_ptr common, int level)
+{
+    if (level >= 0)
+        return;
+    ++common->err->num_warnings;
+    if (common->err->msg_code != JWRN_HIT_MARKER || common->is_decompressor == FALSE)
+        return;
+    auto info = reinterpret_cast<j_decompress_ptr>(common);
+    auto* source = reinterpret_cast<InputSource*>(info->src);
+    if (source->reachedEnd && !source->dataRanOut) {
+        source->dataRanOut = true;
+        source->rowsBeforeEnd = info->output_scanline;
+    }
+}
 
 boolean fillInputBuffer(j_decompress_ptr info)
 {
     auto* source = reinterpret_cast<InputSource*>(info->src);
     const std::span<const uint8_t> chunk = source->input->next();
     if (chunk.empty()) {
-        if (!source->reachedEnd) {
-            source->reachedEnd = true;
-            source->rowsBeforeEnd = info->output_scanline;
-        }
+        source->reachedEnd = true;
         WARNMS(info, JWRN_JPEG_EOF);
         source->manager.next_input_byte = kFakeEndOfImage;
         source->manager.bytes_in_buffer = sizeof kFakeEndOfImage;
@@ -87,7 +91,7 @@ void termSource(j_decompress_ptr) { }
 // One decompression: libjpeg's state, its error manager and its source.
 struct Decompressor {
     jpeg_decompress_struct info {};
-    ErrorManager error {};
+    JPEGErrors error {};
     InputSource source {};
     bool created = false;
 
@@ -100,9 +104,8 @@ struct Decompressor {
 
 bool guardedCreate(Decompressor& d, ImageInput& input, size_t memoryCap)
 {
-    d.info.err = jpeg_std_error(&d.error.manager);
-    d.error.manager.error_exit = errorExit;
-    d.error.manager.output_message = outputMessage;
+    d.info.err = silentJPEGErrors(d.error);
+    d.error.manager.emit_message = emitMessage;
     if (setjmp(d.error.jump))
         return false;
     jpeg_create_decompress(&d.info);
@@ -292,7 +295,7 @@ DecodedImage readJPEG(ImageInput& input, DecodeBox box, const ImageLimits& limit
     result.info = facts.info;
     // Rows decoded after the data ran out are libjpeg's grey filler; they become transparent. A
     // progressive image reads all its scans before the first row, so what it has covers every row.
-    if (d.source.reachedEnd && !jpeg_has_multiple_scans(&d.info))
+    if (d.source.dataRanOut && !jpeg_has_multiple_scans(&d.info))
         rows = std::min(rows, d.source.rowsBeforeEnd);
     result.truncated = d.source.reachedEnd || rows < height;
     if (rows < height)

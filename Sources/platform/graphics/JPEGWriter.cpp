@@ -4,6 +4,7 @@
 
 #include "platform/graphics/CGImage.h"
 #include "platform/graphics/ImageCodecsInternal.h"
+#include "platform/graphics/JPEGErrorsInternal.h"
 
 #include <csetjmp>
 #include <cstdio>
@@ -17,21 +18,9 @@ namespace {
 
 constexpr int kQuality = 100;
 
-struct ErrorManager {
-    jpeg_error_mgr manager;
-    std::jmp_buf jump;
-};
-
-[[noreturn]] void errorExit(j_common_ptr info)
-{
-    std::longjmp(reinterpret_cast<ErrorManager*>(info->err)->jump, 1);
-}
-
-void outputMessage(j_common_ptr) { }
-
 struct Compression {
     jpeg_compress_struct info {};
-    ErrorManager error {};
+    JPEGErrors error {};
     unsigned char* output = nullptr; // malloc'd by libjpeg's memory destination
     unsigned long outputSize = 0;
     bool created = false;
@@ -48,9 +37,7 @@ struct Compression {
 // transparent pixel (premultiplied to zero) comes out black.
 bool compressGuarded(Compression& c, const CGImage& image)
 {
-    c.info.err = jpeg_std_error(&c.error.manager);
-    c.error.manager.error_exit = errorExit;
-    c.error.manager.output_message = outputMessage;
+    c.info.err = silentJPEGErrors(c.error);
     if (setjmp(c.error.jump))
         return false;
     jpeg_create_compress(&c.info);

@@ -6,7 +6,7 @@
 //
 // Rows are decoded one at a time and, with a box, box-averaged as they come, so memory follows
 // the output size. An interlaced (Adam7) image spreads every row over seven passes, so it is
-// decoded whole at its full size (within the limits) and shrunk afterwards.
+// decoded whole at its full size and shrunk afterwards, which the decoder's memory bound limits.
 
 #include "platform/graphics/CGImage.h"
 #include "platform/graphics/ImageHeaderInternal.h"
@@ -202,6 +202,9 @@ DecodedImage readPNG(ImageInput& input, DecodeBox box, const ImageLimits& limits
     const uint32_t factor = box.empty() ? 1 : boxShrinkFactor(width, height, box.width, box.height);
     const uint32_t outWidth = RowBoxShrinker::shrunkSide(width, factor);
     const uint32_t outHeight = RowBoxShrinker::shrunkSide(height, factor);
+    // An interlaced image to be shrunk needs a full-size buffer besides the output.
+    if (passes > 1 && factor > 1 && uint64_t(width) * height * 4 > limits.decoderMemory)
+        return decodeFailure(ImageDecodeError::tooLarge);
 
     std::vector<uint8_t> pixels;
     bool complete;

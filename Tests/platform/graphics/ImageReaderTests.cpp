@@ -212,6 +212,16 @@ TEST(ImageReaders, TruncatedFilesGiveTheirRowsAndTransparentRest)
     }
 }
 
+TEST(JPEGReader, AMissingEndMarkerLosesNoRows)
+{
+    const Ref<CGImage> source = noise(64, 64);
+    std::vector<uint8_t> jpeg = encodeJPEG(*source).value();
+    jpeg.resize(jpeg.size() - 2); // the end-of-image marker
+    const DecodedImage decoded = decodeImageData(jpeg);
+    ASSERT_TRUE(decoded);
+    EXPECT_TRUE(near(pixelAt(*decoded.image, 60, 63), pixelAt(*source, 60, 63), 8));
+}
+
 TEST(ImageReaders, GarbageIsRefusedWithoutACrash)
 {
     std::mt19937 random(3);
@@ -328,6 +338,15 @@ TEST(PNGReader, InterlacedMatchesPlain)
         ASSERT_EQ(a.image->byteCount(), b.image->byteCount());
         EXPECT_EQ(psnr(*a.image, *b.image), INFINITY);
     }
+    // Shrinking it takes a full-size buffer, which counts against the decoder's memory; the
+    // plain image needs only one row.
+    const ImageLimits tight {.decoderMemory = 300 * 200 * 4 - 1};
+    const std::vector<uint8_t> adam7 = fileBytes(folder.file("adam7.png"));
+    const std::vector<uint8_t> plainBytes = fileBytes(plain);
+    ImageInput interlacedInput = ImageInput::fromBytes(adam7);
+    ImageInput plainInput = ImageInput::fromBytes(plainBytes);
+    EXPECT_EQ(readPNG(interlacedInput, {40, 40}, tight).error, ImageDecodeError::tooLarge);
+    EXPECT_TRUE(readPNG(plainInput, {40, 40}, tight));
 }
 
 TEST(PixbufReader, OtherFormatsDecodeThroughTheLoaders)
