@@ -52,16 +52,15 @@ function(zon_add_sources target folder)
   install(FILES ${headers} DESTINATION ${CMAKE_INSTALL_INCLUDEDIR}/ZonCommon/${folder})
 endfunction()
 
-# Units of ZonCommon compiled against a library whose headers the rest of it must not see: an
-# object library of those units, linked into ZonCommon with the dependency (an imported target)
-# kept private.
-function(zon_add_isolated_units name dependency)
+# Compiles some units of a library against a dependency whose headers the rest of the library
+# should not see (GLib's, pixman's): an object library of those units, linked into the target.
+function(zon_add_units_with_private_headers target name dependency)
   add_library(${name} OBJECT ${ARGN})
   set_target_properties(${name} PROPERTIES POSITION_INDEPENDENT_CODE ON CXX_VISIBILITY_PRESET hidden)
   target_include_directories(${name} PRIVATE ${PROJECT_SOURCE_DIR}/Sources)
   target_link_libraries(${name} PRIVATE zon_compile_options ${dependency})
-  target_sources(ZonCommon PRIVATE $<TARGET_OBJECTS:${name}>)
-  target_link_libraries(ZonCommon PRIVATE $<LINK_ONLY:${dependency}>)
+  target_sources(${target} PRIVATE $<TARGET_OBJECTS:${name}>)
+  target_link_libraries(${target} PRIVATE $<LINK_ONLY:${dependency}>)
 endfunction()
 
 # Declares one of the project's shared libraries: the Zon::<alias> name, the versioned file name,

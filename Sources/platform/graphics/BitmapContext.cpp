@@ -99,6 +99,19 @@ PixmanImage resampledColumns(pixman_image_t* source, double scaleX, double offse
     return pass;
 }
 
+// Lanczos's negative lobes can lift a colour above its pixel's alpha where a translucent area
+// meets a differently coloured one (pixman clamps each channel to 0-255 only); premultiplied
+// pixels never have that, and blending them later would brighten.
+void keepPremultiplied(uint8_t* bytes, size_t bytesPerRow, int left, int right, int top, int bottom)
+{
+    for (int row = top; row < bottom; ++row) {
+        uint8_t* pixel = bytes + size_t(row) * bytesPerRow + size_t(left) * CGImage::kBytesPerPixel;
+        for (int column = left; column < right; ++column, pixel += CGImage::kBytesPerPixel)
+            for (int channel = 0; channel < 3; ++channel)
+                pixel[channel] = std::min(pixel[channel], pixel[3]);
+    }
+}
+
 PixmanImage solidAlpha(double alpha)
 {
     const pixman_color_t color {0, 0, 0, uint16_t(std::lround(std::clamp(alpha, 0.0, 1.0) * 0xffff))};
@@ -229,6 +242,9 @@ void CGContext::drawImage(Rect rect, const CGImage* image, CompositingOperation 
         }
     }
     target.writeBack();
+    if (lanczos)
+        keepPremultiplied(state_->bytes.get(), state_->bytesPerRow, originX, int(std::ceil(clipRight)), originY,
+            int(std::ceil(clipBottom)));
 }
 
 Ref<CGImage> CGContext::makeImage() const

@@ -15,10 +15,6 @@ using namespace zon::test;
 
 namespace {
 
-constexpr RGBA kRed {255, 0, 0, 255};
-constexpr RGBA kGreen {0, 255, 0, 255};
-constexpr RGBA kBlue {0, 0, 255, 255};
-
 Ref<CGImage> solidImage(size_t width, size_t height, RGBA colour)
 {
     return bitmap(width, height, [&](size_t, size_t) { return colour; });
@@ -143,6 +139,22 @@ TEST(CGContext, LanczosKeepsUniformImagesAndOpaqueEdges)
     context->drawImage(makeRect(0.25, 0.5, 6.5, 4.25), solidImage(31, 23, colour).get(), CompositingOperation::copy);
     EXPECT_THAT(pixelAt(*context, 6, 4), IsNear(RGBA {75, 38, 19, 96}, 1));
     EXPECT_THAT(pixelAt(*context, 0, 0), IsNear(RGBA {112, 56, 28, 143}, 1));
+}
+
+TEST(CGContext, LanczosKeepsColoursWithinAlpha)
+{
+    // Half-transparent black beside half-transparent white: the filter's overshoot on the white
+    // side would otherwise lift the colour above the alpha.
+    Ref<CGImage> edge = bitmap(60, 1, [](size_t x, size_t) { return x < 30 ? RGBA {0, 0, 0, 128} : RGBA {128, 128, 128, 128}; });
+    for (const double width : {7.0, 45.0, 130.0}) {
+        Ref<CGContext> context = CGContext::bitmapContext(130, 1, 130 * 4);
+        context->setInterpolationQuality(kCGInterpolationHigh);
+        context->drawImage(makeRect(0, 0, width, 1), edge.get(), CompositingOperation::copy);
+        for (size_t x = 0; x < size_t(width); ++x) {
+            const RGBA pixel = pixelAt(*context, x, 0);
+            EXPECT_LE(pixel.r, pixel.a) << "width " << width << " column " << x;
+        }
+    }
 }
 
 TEST(imageScaledToFit, ShrinksToTheBoxKeepingAspectAndNeverEnlarges)

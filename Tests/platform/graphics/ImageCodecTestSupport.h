@@ -23,6 +23,11 @@ struct RGBA {
     bool operator==(const RGBA&) const = default;
 };
 
+inline constexpr RGBA kRed {255, 0, 0, 255};
+inline constexpr RGBA kGreen {0, 255, 0, 255};
+inline constexpr RGBA kBlue {0, 0, 255, 255};
+inline constexpr RGBA kWhite {255, 255, 255, 255};
+
 inline std::ostream& operator<<(std::ostream& out, const RGBA& p)
 {
     return out << "(" << int(p.r) << ", " << int(p.g) << ", " << int(p.b) << ", " << int(p.a) << ")";

@@ -14,10 +14,6 @@ using namespace zon::test;
 
 namespace {
 
-constexpr RGBA kRed {255, 0, 0, 255};
-constexpr RGBA kGreen {0, 255, 0, 255};
-constexpr RGBA kBlue {0, 0, 255, 255};
-constexpr RGBA kWhite {255, 255, 255, 255};
 constexpr RGBA kClear {0, 0, 0, 0};
 
 // Quadrants red, green (top right), blue (bottom left), white, so that any turn or mirror shows.
