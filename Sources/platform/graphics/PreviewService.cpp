@@ -28,16 +28,6 @@ std::string contentTypeOfPath(std::string_view path)
     return preferredTypeIdentifierForTag(TypeTagClass::filenameExtension, name.substr(dot + 1), "public.data");
 }
 
-std::optional<std::string> absolutePath(const std::string& path)
-{
-    if (path.starts_with('/'))
-        return path;
-    auto here = currentDirectory();
-    if (!here)
-        return std::nullopt;
-    return joinedPath(here.value(), path);
-}
-
 Ref<CGImage> fitted(Ref<CGImage> image, uint32_t maxWidth, uint32_t maxHeight)
 {
     return image ? imageScaledToFit(image.get(), maxWidth, maxHeight) : nullptr;

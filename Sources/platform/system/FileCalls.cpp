@@ -170,6 +170,16 @@ SystemResult<std::string> currentDirectory()
     return path;
 }
 
+std::optional<std::string> absolutePath(const std::string& path)
+{
+    if (path.starts_with('/'))
+        return path;
+    auto folder = currentDirectory();
+    if (!folder)
+        return std::nullopt;
+    return folder.value() + (folder.value().ends_with('/') ? "" : "/") + path;
+}
+
 SystemResult<struct stat> linkStatus(const std::string& path)
 {
     struct stat status {};

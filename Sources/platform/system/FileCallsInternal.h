@@ -107,6 +107,9 @@ ZON_EXPORT SystemResult<PipeEnds> createPipe(bool nonBlocking = false);
 ZON_EXPORT SystemResult<size_t> setPipeCapacity(int fd, size_t bytes);
 // The working folder, as an absolute path.
 ZON_EXPORT SystemResult<std::string> currentDirectory();
+// path itself when absolute, else joined to the working folder (nothing resolved); nullopt when
+// the working folder cannot be read.
+ZON_EXPORT std::optional<std::string> absolutePath(const std::string& path);
 // Moves a file to another path in the same file system, replacing what is there.
 ZON_EXPORT SystemResult<> renameFile(const std::string& from, const std::string& to);
 // When the file at path (a link followed) was made (statx); nullopt where the file system does

@@ -28,6 +28,17 @@ SystemResult<std::string> loadedObjectPath(const void* address)
 
 namespace {
 
+// The arguments as exec takes them: pointers into arguments, then a null.
+std::vector<char*> argumentVector(const std::vector<std::string>& arguments)
+{
+    std::vector<char*> argv;
+    argv.reserve(arguments.size() + 1);
+    for (const std::string& argument : arguments)
+        argv.push_back(const_cast<char*>(argument.c_str()));
+    argv.push_back(nullptr);
+    return argv;
+}
+
 // posix_spawn's attribute and file-action records, destroyed on every path.
 struct SpawnSetup {
     posix_spawn_file_actions_t actions;
@@ -44,11 +55,7 @@ SystemResult<pid_t> spawnProcess(const std::vector<std::string>& arguments, Prog
 {
     if (arguments.empty())
         return SystemError{EINVAL, "posix_spawn", "no program to start"};
-    std::vector<char*> argv;
-    argv.reserve(arguments.size() + 1);
-    for (const std::string& argument : arguments)
-        argv.push_back(const_cast<char*>(argument.c_str()));
-    argv.push_back(nullptr);
+    std::vector<char*> argv = argumentVector(arguments);
 
     SpawnSetup setup;
     // dup2 onto the same number clears close-on-exec, so a stream already in place survives too.
@@ -117,11 +124,7 @@ SystemResult<pid_t> spawnConfinedProcess(const std::vector<std::string>& argumen
 {
     if (arguments.empty())
         return SystemError{EINVAL, "fork", "no program to start"};
-    std::vector<char*> argv;
-    argv.reserve(arguments.size() + 1);
-    for (const std::string& argument : arguments)
-        argv.push_back(const_cast<char*>(argument.c_str()));
-    argv.push_back(nullptr);
+    std::vector<char*> argv = argumentVector(arguments);
     auto report = createPipe();
     if (!report)
         return report.error();
