@@ -37,5 +37,7 @@ void addAliasCommands(CLI::App& app);
 void addFinderInfoCommands(CLI::App& app);
 // zon menu demo.
 void addMenuCommands(CLI::App& app);
+// zon image preview, albumart, desktop, scale, jpeg.
+void addImageCommands(CLI::App& app);
 
 } // namespace zon::tool

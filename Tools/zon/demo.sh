@@ -222,3 +222,25 @@ run "$zon" fs alias resolve "$alias_dir/notes alias"
 mv "$alias_dir/Documents/notes.txt" "$alias_dir/Documents/notes (old).txt"
 run "$zon" fs alias resolve "$alias_dir/notes alias"
 run "$zon" fs volume "$alias_dir"
+
+# Images: a generated 200 x 100 picture of coloured columns previewed twice (made in-process, then
+# found in a private thumbnail cache), turned into the 109-pixel desktop thumbnail (the square
+# filled, the sides cut), and put as album art into a generated MP3 by mutagen, then extracted.
+image_dir=$(mktemp -d)
+trap 'rm -rf "$log" "$plist_dir" "$tail_dir" "$alias_dir" "$image_dir"' EXIT
+/usr/bin/python3 - "$image_dir/columns.png" <<'PY'
+import struct, sys, zlib
+width, height = 200, 100
+colours = [(255, 0, 0), (0, 255, 0), (0, 0, 255), (255, 255, 0)]
+rows = b"".join(b"\0" + b"".join(bytes(colours[x * 4 // width]) for x in range(width)) for _ in range(height))
+chunk = lambda kind, data: struct.pack(">I", len(data)) + kind + data + struct.pack(">I", zlib.crc32(kind + data))
+open(sys.argv[1], "wb").write(b"\x89PNG\r\n\x1a\n" + chunk(b"IHDR", struct.pack(">IIBBBBB", width, height, 8, 2, 0, 0, 0))
+                              + chunk(b"IDAT", zlib.compress(rows)) + chunk(b"IEND", b""))
+PY
+run env XDG_CACHE_HOME="$image_dir/cache" "$zon" image preview "$image_dir/columns.png" "$image_dir/preview.png" --size 128
+run env XDG_CACHE_HOME="$image_dir/cache" "$zon" image preview "$image_dir/columns.png" "$image_dir/preview.png" --size 128
+run env XDG_CACHE_HOME="$image_dir/cache" "$zon" image desktop "$image_dir/columns.png" "$image_dir/desktop.png"
+if /usr/bin/python3 -c 'import mutagen' 2>/dev/null; then
+  /usr/bin/python3 "$(dirname "$0")/../../Tests/platform/graphics/make_tagged_audio.py" mp3 "$image_dir/song.mp3" "$image_dir/columns.png"
+  run env XDG_CACHE_HOME="$image_dir/cache" "$zon" image albumart "$image_dir/song.mp3" "$image_dir/cover.png"
+fi

@@ -62,6 +62,7 @@ int main(int argc, char** argv)
     zon::tool::addAliasCommands(app);
     zon::tool::addFinderInfoCommands(app);
     zon::tool::addMenuCommands(app);
+    zon::tool::addImageCommands(app);
 
     int exitCode = 0;
     try {

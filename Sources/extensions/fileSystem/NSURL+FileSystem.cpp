@@ -1,6 +1,9 @@
-// NSURL(FileSystem): Finder information and icons of file URLs.
+// NSURL(FileSystem): Finder information, icons and images of file URLs.
 
 #include "extensions/fileSystem/GenericIconInternal.h"
+#include "logger/ZonLog.h"
+#include "platform/graphics/BitmapImageRep.h"
+#include "platform/graphics/Image.h"
 #include "platform/io/FinderMetadataStore.h"
 #include "platform/io/BigEndianBytesInternal.h"
 #include "platform/io/IconFamily.h"
@@ -55,6 +58,24 @@ std::optional<std::vector<uint8_t>> customIcon(const std::string& path)
     return std::nullopt;
 }
 
+// The preview service is asked for album art at this size.
+constexpr float kAlbumArtSide = 1024;
+
+// Whether something exists at the URL's path; a warning with the URL and the path when not.
+bool existsAtPathOrWarn(const URL& url, int line, std::string_view format)
+{
+    Ref<String> path = url.path();
+    if (path && pathStatus(path->UTF8String()))
+        return true;
+    zon_log_obj(__FILE__, line, &url, logger::kLevelWarning, kDefaultLogIdentifier, format, &url, path.get());
+    return false;
+}
+
+bool thumbnailSourceExists(const URL& url, int line)
+{
+    return existsAtPathOrWarn(url, line, "Failed to create thumbnail for URL %@, because file %@ does not exist.");
+}
+
 } // namespace
 
 bool URL::getFinderInfoFlags_type_creator(uint16_t* flags, uint32_t* type, uint32_t* creator) const
@@ -102,6 +123,33 @@ Ref<Data> URL::iconFamilyData() const
     if (elements.empty())
         return nullptr;
     return Data::dataWithBytes(encodeIconFamily(elements));
+}
+
+Ref<Image> URL::generateAlbumArtImageFromQuickLook() const
+{
+    if (!existsAtPathOrWarn(*this, __LINE__, "Failed to create album art image for URL %@, because file %@ does not exist."))
+        return nullptr;
+    Ref<BitmapImageRep> preview = BitmapImageRep::quickLookImageFromSourceURL_width_height(this, kAlbumArtSide, kAlbumArtSide);
+    Ref<Image> image = Image::initWithSize(preview ? preview->size() : Size {});
+    if (preview)
+        image->addRepresentation(preview.get());
+    return image;
+}
+
+Ref<Image> URL::generateThumbnailImageFromQuickLook() const
+{
+    if (!thumbnailSourceExists(*this, __LINE__))
+        return nullptr;
+    Ref<Image> albumArt = generateAlbumArtImageFromQuickLook();
+    return albumArt ? albumArt->desktopThumbnail() : nullptr;
+}
+
+Ref<Image> URL::generateThumbnailImageFromImage() const
+{
+    if (!thumbnailSourceExists(*this, __LINE__))
+        return nullptr;
+    Ref<Image> image = Image::initWithContentsOfURL(this);
+    return image ? image->desktopThumbnail() : nullptr;
 }
 
 } // namespace zon

@@ -18,43 +18,11 @@ namespace {
 
 // What execvp searches when PATH is not set.
 constexpr std::string_view kDefaultSearchPath = "/bin:/usr/bin";
-constexpr std::string_view kDefaultDataFolders = "/usr/local/share:/usr/share";
-
-std::vector<std::string> absoluteEntries(std::string_view list)
-{
-    std::vector<std::string> entries;
-    while (!list.empty()) {
-        const size_t colon = list.find(':');
-        const std::string_view entry = list.substr(0, colon);
-        if (entry.starts_with('/'))
-            entries.emplace_back(entry);
-        list.remove_prefix(colon == std::string_view::npos ? list.size() : colon + 1);
-    }
-    return entries;
-}
 
 std::string_view parentOf(std::string_view path)
 {
     const size_t slash = path.find_last_of('/');
     return slash == std::string_view::npos ? std::string_view() : path.substr(0, slash);
-}
-
-std::optional<std::string> onSearchPath(const std::string& program)
-{
-    if (program.empty())
-        return std::nullopt;
-    if (program.find('/') != std::string::npos) {
-        if (program.front() == '/' && isExecutableFile(program))
-            return program;
-        return std::nullopt; // a relative path would depend on the caller's working folder
-    }
-    const char* path = std::getenv("PATH");
-    for (const std::string& folder : absoluteEntries(path ? path : kDefaultSearchPath)) {
-        std::string candidate = joinedPath(folder, program);
-        if (isExecutableFile(candidate))
-            return candidate;
-    }
-    return std::nullopt;
 }
 
 // X.app for an executable at X.app/Contents/MacOS/X.
@@ -96,17 +64,29 @@ bool isPlainName(std::string_view name) { return !name.empty() && name != "." &&
 
 } // namespace
 
+std::optional<std::string> programOnSearchPath(const std::string& program)
+{
+    if (program.empty())
+        return std::nullopt;
+    if (program.find('/') != std::string::npos) {
+        if (program.front() == '/' && isExecutableFile(program))
+            return program;
+        return std::nullopt; // a relative path would depend on the caller's working folder
+    }
+    const char* path = std::getenv("PATH");
+    for (const std::string& folder : absolutePathEntries(path ? path : kDefaultSearchPath)) {
+        std::string candidate = joinedPath(folder, program);
+        if (isExecutableFile(candidate))
+            return candidate;
+    }
+    return std::nullopt;
+}
+
 std::vector<std::string> desktopEntryFolders()
 {
-    std::vector<std::string> folders;
-    if (Ref<String> dataHome = xdgDataHomeDirectory())
-        folders.push_back(joinedPath(dataHome->UTF8String(), "applications"));
-    const char* dataFolders = std::getenv("XDG_DATA_DIRS");
-    std::vector<std::string> shared = absoluteEntries(dataFolders ? dataFolders : "");
-    if (shared.empty())
-        shared = absoluteEntries(kDefaultDataFolders);
-    for (const std::string& folder : shared)
-        folders.push_back(joinedPath(folder, "applications"));
+    std::vector<std::string> folders = xdgDataFolders();
+    for (std::string& folder : folders)
+        folder = joinedPath(std::move(folder), "applications");
     return folders;
 }
 
@@ -134,7 +114,7 @@ std::optional<std::string> applicationPathOfDesktopEntry(const DesktopEntry& ent
             return std::nullopt;
         program = arguments->front();
     }
-    std::optional<std::string> executable = onSearchPath(program);
+    std::optional<std::string> executable = programOnSearchPath(program);
     if (!executable)
         return std::nullopt;
     auto resolved = resolvedPath(*executable);

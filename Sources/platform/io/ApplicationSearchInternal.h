@@ -14,6 +14,9 @@ class DesktopEntry;
 // The "applications" folder of the data home, then of each $XDG_DATA_DIRS folder (default
 // /usr/local/share:/usr/share; relative entries are ignored), in that order of precedence.
 std::vector<std::string> desktopEntryFolders();
+// An executable given by absolute path as it stands, else the first executable of that name in
+// a $PATH folder (relative entries ignored); nullopt otherwise.
+std::optional<std::string> programOnSearchPath(const std::string& program);
 // ~/Applications (when there is a home folder), /Applications and /opt.
 std::vector<std::string> applicationBundleFolders();
 

@@ -130,7 +130,7 @@ std::optional<std::string> DesktopEntry::value(std::string_view group, std::stri
     return unescaped(value->second);
 }
 
-std::optional<std::vector<std::string>> desktopEntryExecArguments(std::string_view exec)
+std::optional<std::vector<std::string>> desktopEntryExecArguments(std::string_view exec, const FieldCodeValue& fieldCode)
 {
     std::vector<std::string> arguments;
     std::string current;
@@ -159,8 +159,11 @@ std::optional<std::vector<std::string>> desktopEntryExecArguments(std::string_vi
             }
         } else if (c == '%' && i + 1 < exec.size()) {
             inArgument = true;
+            std::optional<std::string> value;
             if (exec[++i] == '%')
                 current.push_back('%');
+            else if (fieldCode && (value = fieldCode(exec[i])))
+                current += *value;
             else
                 hadFieldCode = true;
         } else {

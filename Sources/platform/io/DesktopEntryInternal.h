@@ -8,6 +8,7 @@
 #include "platform/Export.h"
 
 #include <cstddef>
+#include <functional>
 #include <map>
 #include <optional>
 #include <string>
@@ -44,8 +45,12 @@ private:
 
 // The arguments of an Exec value (escapes already resolved): split at spaces and tabs; a double
 // quoted argument keeps its spaces, and inside it a backslash escapes '"', '`', '$' and '\'.
-// Field codes are dropped: "%%" is a "%", an argument that is just "%f", "%U" and the like goes,
-// as do the codes inside other arguments. Nullopt when a quote is not closed.
-ZON_EXPORT std::optional<std::vector<std::string>> desktopEntryExecArguments(std::string_view exec);
+// Field codes outside quotes: "%%" is a "%"; a code fieldCode gives a value for is replaced by it
+// (the value stays within its argument, whatever it holds); the others are dropped: an argument
+// that is just "%f", "%U" and the like goes, as do the codes inside other arguments. Nullopt when
+// a quote is not closed.
+using FieldCodeValue = std::function<std::optional<std::string>(char code)>;
+ZON_EXPORT std::optional<std::vector<std::string>> desktopEntryExecArguments(std::string_view exec,
+    const FieldCodeValue& fieldCode = {});
 
 } // namespace zon

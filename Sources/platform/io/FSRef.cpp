@@ -42,16 +42,6 @@ PathTable& pathTable()
     return table;
 }
 
-std::optional<std::string> absolutePath(const std::string& path)
-{
-    if (path.starts_with('/'))
-        return path;
-    auto folder = currentDirectory();
-    if (!folder)
-        return std::nullopt;
-    return folder.value() + (folder.value().ends_with('/') ? "" : "/") + path;
-}
-
 } // namespace
 
 std::optional<FSRef> makeFSRef(const std::string& path)

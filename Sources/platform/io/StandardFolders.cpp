@@ -1,6 +1,7 @@
 #include "platform/io/StandardFolders.h"
 
 #include "logger/ZonLog.h"
+#include "platform/io/PathTextInternal.h"
 #include "platform/io/PrivateDirectoryInternal.h"
 #include "platform/system/UserCallsInternal.h"
 #include "platform/values/String.h"
@@ -8,11 +9,14 @@
 #include <cstdlib>
 #include <optional>
 #include <string>
+#include <string_view>
 #include <unistd.h>
 
 namespace zon {
 
 namespace {
+
+constexpr std::string_view kDefaultDataFolders = "/usr/local/share:/usr/share";
 
 std::optional<std::string> homePath()
 {
@@ -52,6 +56,24 @@ Ref<String> xdgDataHomeDirectory()
 Ref<String> xdgConfigHomeDirectory()
 {
     return xdgDirectory("XDG_CONFIG_HOME", ".config");
+}
+
+Ref<String> xdgCacheHomeDirectory()
+{
+    return xdgDirectory("XDG_CACHE_HOME", ".cache");
+}
+
+std::vector<std::string> xdgDataFolders()
+{
+    std::vector<std::string> folders;
+    if (Ref<String> dataHome = xdgDataHomeDirectory())
+        folders.push_back(dataHome->UTF8String());
+    const char* shared = std::getenv("XDG_DATA_DIRS");
+    std::vector<std::string> sharedFolders = absolutePathEntries(shared ? shared : "");
+    if (sharedFolders.empty())
+        sharedFolders = absolutePathEntries(kDefaultDataFolders);
+    folders.insert(folders.end(), sharedFolders.begin(), sharedFolders.end());
+    return folders;
 }
 
 Ref<String> NSTemporaryDirectory()

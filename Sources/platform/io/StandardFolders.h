@@ -2,6 +2,9 @@
 
 #include "platform/runtime/Object.h"
 
+#include <string>
+#include <vector>
+
 namespace zon {
 
 class String;
@@ -18,6 +21,12 @@ ZON_EXPORT Ref<String> xdgDataHomeDirectory();
 // $XDG_CONFIG_HOME when it is an absolute path, else the home folder's ".config"; nil without a
 // home folder.
 ZON_EXPORT Ref<String> xdgConfigHomeDirectory();
+// $XDG_CACHE_HOME when it is an absolute path, else the home folder's ".cache"; nil without a
+// home folder.
+ZON_EXPORT Ref<String> xdgCacheHomeDirectory();
+// The data folders in order of precedence: the data home, then each $XDG_DATA_DIRS folder
+// (default /usr/local/share:/usr/share; relative entries are ignored).
+ZON_EXPORT std::vector<std::string> xdgDataFolders();
 
 // The user's temporary folder, always ending in "/": $TMPDIR when it is set and not empty (taken as
 // the user chose it), else "/tmp/zon-<uid>/", made with mode 0700 when missing and checked to be a

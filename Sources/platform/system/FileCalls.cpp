@@ -25,6 +25,21 @@ SystemResult<FileDescriptor> openFile(const std::string& path, int flags, mode_t
     }
 }
 
+SystemResult<std::string> makeTemporaryDirectory(std::string pathTemplate)
+{
+    if (!::mkdtemp(pathTemplate.data()))
+        return SystemError::last("mkdtemp");
+    return pathTemplate;
+}
+
+SystemResult<TemporaryFile> createTemporaryFile(std::string pathTemplate)
+{
+    const int fd = ::mkostemp(pathTemplate.data(), O_CLOEXEC);
+    if (fd < 0)
+        return SystemError::last("mkostemp");
+    return TemporaryFile {FileDescriptor(fd), std::move(pathTemplate)};
+}
+
 SystemResult<> makeDirectory(const std::string& path, mode_t mode)
 {
     if (::mkdir(path.c_str(), mode) != 0 && errno != EEXIST)
@@ -153,6 +168,16 @@ SystemResult<std::string> currentDirectory()
     }
     path.resize(std::char_traits<char>::length(path.c_str()));
     return path;
+}
+
+std::optional<std::string> absolutePath(const std::string& path)
+{
+    if (path.starts_with('/'))
+        return path;
+    auto folder = currentDirectory();
+    if (!folder)
+        return std::nullopt;
+    return folder.value() + (folder.value().ends_with('/') ? "" : "/") + path;
 }
 
 SystemResult<struct stat> linkStatus(const std::string& path)

@@ -107,6 +107,9 @@ ZON_EXPORT SystemResult<PipeEnds> createPipe(bool nonBlocking = false);
 ZON_EXPORT SystemResult<size_t> setPipeCapacity(int fd, size_t bytes);
 // The working folder, as an absolute path.
 ZON_EXPORT SystemResult<std::string> currentDirectory();
+// path itself when absolute, else joined to the working folder (nothing resolved); nullopt when
+// the working folder cannot be read.
+ZON_EXPORT std::optional<std::string> absolutePath(const std::string& path);
 // Moves a file to another path in the same file system, replacing what is there.
 ZON_EXPORT SystemResult<> renameFile(const std::string& from, const std::string& to);
 // When the file at path (a link followed) was made (statx); nullopt where the file system does
@@ -137,6 +140,15 @@ ZON_EXPORT SystemResult<struct statx> extendedStatus(const std::string& path, in
 // utimensat(2) on path, a link followed: times[0] the access time, times[1] the modification
 // time; UTIME_OMIT leaves one as it is.
 ZON_EXPORT SystemResult<> setFileTimes(const std::string& path, const timespec (&times)[2]);
+// A new folder (mode 0700) named template with its trailing "XXXXXX" made unique (mkdtemp(3)).
+ZON_EXPORT SystemResult<std::string> makeTemporaryDirectory(std::string pathTemplate);
+// A new file (mode 0600, close-on-exec) named template with its trailing "XXXXXX" made unique
+// (mkostemp(3)), open for reading and writing.
+struct TemporaryFile {
+    FileDescriptor descriptor;
+    std::string path;
+};
+ZON_EXPORT SystemResult<TemporaryFile> createTemporaryFile(std::string pathTemplate);
 // rmdir(2).
 ZON_EXPORT SystemResult<> removeDirectory(const std::string& path);
 

@@ -2,9 +2,13 @@
 
 #include "platform/system/FileCallsInternal.h"
 
+#include <csignal>
 #include <dlfcn.h>
+#include <fcntl.h>
+#include <linux/close_range.h>
 #include <spawn.h>
 #include <sys/resource.h>
+#include <sys/syscall.h>
 #include <sys/wait.h>
 #include <thread>
 
@@ -24,6 +28,17 @@ SystemResult<std::string> loadedObjectPath(const void* address)
 
 namespace {
 
+// The arguments as exec takes them: pointers into arguments, then a null.
+std::vector<char*> argumentVector(const std::vector<std::string>& arguments)
+{
+    std::vector<char*> argv;
+    argv.reserve(arguments.size() + 1);
+    for (const std::string& argument : arguments)
+        argv.push_back(const_cast<char*>(argument.c_str()));
+    argv.push_back(nullptr);
+    return argv;
+}
+
 // posix_spawn's attribute and file-action records, destroyed on every path.
 struct SpawnSetup {
     posix_spawn_file_actions_t actions;
@@ -40,11 +55,7 @@ SystemResult<pid_t> spawnProcess(const std::vector<std::string>& arguments, Prog
 {
     if (arguments.empty())
         return SystemError{EINVAL, "posix_spawn", "no program to start"};
-    std::vector<char*> argv;
-    argv.reserve(arguments.size() + 1);
-    for (const std::string& argument : arguments)
-        argv.push_back(const_cast<char*>(argument.c_str()));
-    argv.push_back(nullptr);
+    std::vector<char*> argv = argumentVector(arguments);
 
     SpawnSetup setup;
     // dup2 onto the same number clears close-on-exec, so a stream already in place survives too.
@@ -63,6 +74,80 @@ SystemResult<pid_t> spawnProcess(const std::vector<std::string>& arguments, Prog
     if (failed)
         return SystemError{failed, "posix_spawn", {}};
     return child;
+}
+
+namespace {
+
+// Writes the errno to the report pipe and ends the child.
+[[noreturn]] void reportChildFailure(int report)
+{
+    const int failed = errno;
+    (void)!::write(report, &failed, sizeof failed);
+    ::_exit(127);
+}
+
+// The child's side of spawnConfinedProcess, between fork and exec: async-signal-safe calls only.
+[[noreturn]] void becomeConfinedChild(char* const* argv, const StandardStreams& streams,
+    const ChildConfinement& confinement, int report)
+{
+    const auto fail = [report] { reportChildFailure(report); };
+    if (confinement.newSession && ::setsid() < 0)
+        fail();
+    const auto limit = [&](int resource, uint64_t value) {
+        const struct rlimit bound {value, value};
+        if (value && ::setrlimit(resource, &bound) != 0)
+            fail();
+    };
+    limit(RLIMIT_AS, confinement.addressSpaceBytes);
+    limit(RLIMIT_CPU, confinement.cpuSeconds);
+    if (!confinement.workingDirectory.empty() && ::chdir(confinement.workingDirectory.c_str()) != 0)
+        fail();
+    const int sources[] = {streams.input, streams.output, streams.error};
+    for (int target = 0; target < 3; ++target) {
+        if (sources[target] >= 0 && sources[target] != target && ::dup2(sources[target], target) < 0)
+            fail();
+        if (sources[target] == target && ::fcntl(target, F_SETFD, 0) < 0)
+            fail();
+    }
+    // Everything else goes, except the report pipe, which closes itself on exec.
+    if (report > 3)
+        ::syscall(SYS_close_range, 3u, unsigned(report - 1), 0u);
+    ::syscall(SYS_close_range, unsigned(report + 1), ~0u, 0u);
+    ::execve(argv[0], argv, environ);
+    reportChildFailure(report);
+}
+
+} // namespace
+
+SystemResult<pid_t> spawnConfinedProcess(const std::vector<std::string>& arguments, const StandardStreams& streams,
+    const ChildConfinement& confinement)
+{
+    if (arguments.empty())
+        return SystemError{EINVAL, "fork", "no program to start"};
+    std::vector<char*> argv = argumentVector(arguments);
+    auto report = createPipe();
+    if (!report)
+        return report.error();
+    const pid_t child = ::fork();
+    if (child < 0)
+        return SystemError::last("fork");
+    if (child == 0)
+        becomeConfinedChild(argv.data(), streams, confinement, report.value().writing.get());
+    report.value().writing.reset();
+    int childError = 0;
+    auto told = readSome(report.value().reading.get(), {reinterpret_cast<uint8_t*>(&childError), sizeof childError});
+    if (told && told.value() == sizeof childError) {
+        (void)waitForProcess(child);
+        return SystemError{childError, "exec", {}};
+    }
+    return child;
+}
+
+SystemResult<> signalProcessGroup(pid_t group, int signal)
+{
+    if (::kill(-group, signal) != 0)
+        return SystemError::last("kill");
+    return {};
 }
 
 SystemResult<int> waitForProcess(pid_t child)

@@ -4,6 +4,7 @@
 
 #include "platform/system/SystemResult.h"
 
+#include <cstdint>
 #include <optional>
 #include <string>
 #include <sys/resource.h>
@@ -37,6 +38,21 @@ struct StandardStreams {
 // reapWhenDone).
 ZON_EXPORT SystemResult<pid_t> spawnProcess(const std::vector<std::string>& arguments,
     ProgramLookup lookup = ProgramLookup::searchPath, const StandardStreams& streams = {});
+// How spawnConfinedProcess holds a child in: each field left at its default changes nothing.
+struct ChildConfinement {
+    std::string workingDirectory; // the child's working folder; empty keeps the parent's
+    uint64_t addressSpaceBytes = 0; // RLIMIT_AS, soft and hard; 0 for none
+    uint64_t cpuSeconds = 0; // RLIMIT_CPU, soft and hard; 0 for none
+    bool newSession = false; // setsid(): its own session and process group, no terminal
+};
+// Starts the program at arguments[0] (an exact path) like spawnProcess, confined as confinement
+// says before the program runs. posix_spawn cannot set resource limits, so this forks and does
+// the setup in the child with async-signal-safe calls only, reporting a failed setup or exec
+// back through a close-on-exec pipe: a program that cannot be run fails here, not in the child.
+ZON_EXPORT SystemResult<pid_t> spawnConfinedProcess(const std::vector<std::string>& arguments,
+    const StandardStreams& streams, const ChildConfinement& confinement);
+// Sends signal to every process of the group (kill(2) with -group).
+ZON_EXPORT SystemResult<> signalProcessGroup(pid_t group, int signal);
 // Waits for that one child to end (other children are left to their owners) and answers its wait
 // status (WIFEXITED and kin read it).
 ZON_EXPORT SystemResult<int> waitForProcess(pid_t child);

@@ -10,6 +10,7 @@ namespace zon {
 
 class Data;
 class Dictionary;
+class Image;
 class Number;
 class String;
 // A file reference: the item's device, inode and place in the interned path table.
@@ -96,7 +97,8 @@ public:
         const String* page, const String* extension, const String* directory);
 
     // ---- NSURL(FileSystem) ----------------------------------------------------------------------
-    // On file URLs. Nothing here logs or throws: failures answer NO, nil or 0.
+    // On file URLs. Nothing here throws, and only the three image generators log: failures answer
+    // NO, nil or 0.
     // A reference to the item; NO when it does not exist.
     bool getFSRef(FSRef* reference) const;
     static Ref<URL> URLWithFSRef(const FSRef* reference);
@@ -119,6 +121,14 @@ public:
     // An icon family ('icns'): the custom icon resource when has-custom-icon is set, else the icon
     // theme's generic icon for the file's content type as PNG elements; nil when neither is there.
     Ref<Data> iconFamilyData() const;
+    // Images of the item. Each answers nil, with a warning, when nothing exists at the path.
+    // The preview service's image of the file asked at 1024 x 1024, as an image of the bitmap's
+    // own size; an empty image of zero size when the service gives none.
+    Ref<Image> generateAlbumArtImageFromQuickLook() const;
+    // That image's 109 x 109 desktop thumbnail.
+    Ref<Image> generateThumbnailImageFromQuickLook() const;
+    // The file read as an image, turned into its desktop thumbnail.
+    Ref<Image> generateThumbnailImageFromImage() const;
 
 private:
     // Where one part lies in text_; absent when length is npos.

@@ -247,6 +247,31 @@ TEST(ProcessCalls, SpawnPassesArgumentsAsTheyAreAndNoOtherDescriptors)
     EXPECT_EQ(spawnProcess({}).code(), EINVAL);
 }
 
+TEST(ProcessCalls, ConfinedSpawnKeepsOnlyTheGivenDescriptorsAndReportsWhatFailedBeforeExec)
+{
+    ScratchFolder folder;
+    int inherited[2];
+    ASSERT_EQ(::pipe(inherited), 0); // left open across exec on purpose
+    const std::string out = folder.file("out");
+    const std::string script = "{ ls /proc/self/fd | wc -l; pwd; } > " + out;
+    auto child = spawnConfinedProcess({"/bin/sh", "-c", script}, {}, {folder.path, 0, 0, false});
+    ::close(inherited[0]);
+    ::close(inherited[1]);
+    ASSERT_TRUE(child) << child.error().text();
+    auto status = waitForProcess(child.value());
+    ASSERT_TRUE(status && WIFEXITED(status.value()) && WEXITSTATUS(status.value()) == 0);
+    std::ifstream written(out);
+    std::string descriptors, workingFolder;
+    std::getline(written, descriptors);
+    std::getline(written, workingFolder);
+    EXPECT_EQ(descriptors, "4"); // stdin, stdout, stderr and the one ls opens
+    EXPECT_EQ(workingFolder, folder.path);
+
+    EXPECT_EQ(spawnConfinedProcess({"/nonexistent/program"}, {}, {}).code(), ENOENT);
+    EXPECT_EQ(spawnConfinedProcess({"/bin/true"}, {}, {folder.file("missing"), 0, 0, false}).code(), ENOENT) << "chdir";
+    EXPECT_EQ(spawnConfinedProcess({}, {}, {}).code(), EINVAL);
+}
+
 TEST(SocketCalls, ListenConnectAcceptAndSendThroughAFullSocket)
 {
     ScratchFolder folder;
