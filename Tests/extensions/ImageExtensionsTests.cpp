@@ -172,6 +172,8 @@ TEST(QuickLookImage, MissingFilesAndFoldersAreNotFound)
 {
     AutoreleasePool pool;
     ScratchFolder scratch;
+    ScopedEnvironment environment; // the failure marker goes to a scratch cache, not the user's
+    environment.set("XDG_CACHE_HOME", scratch.file("cache"));
     LogCapture capture;
     for (const std::string& path : {scratch.path, scratch.file("missing.png")}) {
         Ref<URL> url = URL::fileURLWithPath(String::stringWithUTF8String(path).get());
