@@ -91,6 +91,14 @@ namespace {
     const ChildConfinement& confinement, int report)
 {
     const auto fail = [report] { reportChildFailure(report); };
+    // A blocked or ignored signal would outlive exec: the child starts with none blocked and the
+    // default action for the ones a process ignores to survive broken pipes.
+    sigset_t none;
+    ::sigemptyset(&none);
+    ::sigprocmask(SIG_SETMASK, &none, nullptr);
+    struct sigaction defaultAction {};
+    defaultAction.sa_handler = SIG_DFL;
+    ::sigaction(SIGPIPE, &defaultAction, nullptr);
     if (confinement.newSession && ::setsid() < 0)
         fail();
     const auto limit = [&](int resource, uint64_t value) {

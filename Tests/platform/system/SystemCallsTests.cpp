@@ -14,6 +14,7 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <csignal>
 #include <cstdlib>
 #include <fstream>
 #include <string>
@@ -253,8 +254,16 @@ TEST(ProcessCalls, ConfinedSpawnKeepsOnlyTheGivenDescriptorsAndReportsWhatFailed
     int inherited[2];
     ASSERT_EQ(::pipe(inherited), 0); // left open across exec on purpose
     const std::string out = folder.file("out");
-    const std::string script = "{ ls /proc/self/fd | wc -l; pwd; } > " + out;
+    // A blocked signal and an ignored SIGPIPE in the parent do not reach the child.
+    const std::string script = "{ ls /proc/self/fd | wc -l; pwd; grep -E '^Sig(Blk|Ign)' /proc/self/status; } > " + out;
+    sigset_t blocked, before;
+    ::sigemptyset(&blocked);
+    ::sigaddset(&blocked, SIGUSR2);
+    ::pthread_sigmask(SIG_BLOCK, &blocked, &before);
+    auto* const previousPipeAction = ::signal(SIGPIPE, SIG_IGN);
     auto child = spawnConfinedProcess({"/bin/sh", "-c", script}, {}, {folder.path, 0, 0, false});
+    ::signal(SIGPIPE, previousPipeAction);
+    ::pthread_sigmask(SIG_SETMASK, &before, nullptr);
     ::close(inherited[0]);
     ::close(inherited[1]);
     ASSERT_TRUE(child) << child.error().text();
@@ -266,6 +275,12 @@ TEST(ProcessCalls, ConfinedSpawnKeepsOnlyTheGivenDescriptorsAndReportsWhatFailed
     std::getline(written, workingFolder);
     EXPECT_EQ(descriptors, "4"); // stdin, stdout, stderr and the one ls opens
     EXPECT_EQ(workingFolder, folder.path);
+    std::string blockedLine, ignoredLine;
+    std::getline(written, blockedLine);
+    std::getline(written, ignoredLine);
+    EXPECT_EQ(blockedLine, "SigBlk:\t0000000000000000");
+    EXPECT_EQ(ignoredLine.find("SigIgn:"), 0u);
+    EXPECT_EQ(std::stoull(ignoredLine.substr(8), nullptr, 16) & (1ull << (SIGPIPE - 1)), 0u);
 
     EXPECT_EQ(spawnConfinedProcess({"/nonexistent/program"}, {}, {}).code(), ENOENT);
     EXPECT_EQ(spawnConfinedProcess({"/bin/true"}, {}, {folder.file("missing"), 0, 0, false}).code(), ENOENT) << "chdir";
