@@ -20,10 +20,9 @@ constexpr size_t kSniffBytes = 8;
 ImageFormat sniffFormat(std::span<const uint8_t> prefix)
 {
     static constexpr uint8_t kJPEG[] = {0xff, 0xd8, 0xff};
-    static constexpr uint8_t kPNG[] = {0x89, 'P', 'N', 'G', '\r', '\n', 0x1a, '\n'};
     if (prefix.size() >= sizeof kJPEG && std::memcmp(prefix.data(), kJPEG, sizeof kJPEG) == 0)
         return ImageFormat::jpeg;
-    if (prefix.size() >= sizeof kPNG && std::memcmp(prefix.data(), kPNG, sizeof kPNG) == 0)
+    if (startsWithPNGSignature(prefix))
         return ImageFormat::png;
     if (prefix.size() >= 4 && std::memcmp(prefix.data(), "icns", 4) == 0)
         return ImageFormat::icns;

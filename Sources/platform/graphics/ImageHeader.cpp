@@ -1,5 +1,7 @@
 #include "platform/graphics/ImageHeaderInternal.h"
 
+#include "platform/io/BigEndianBytesInternal.h"
+
 #include <array>
 #include <cstring>
 #include <string_view>
@@ -8,20 +10,9 @@ namespace zon {
 
 namespace {
 
-constexpr std::array<uint8_t, 8> kPNGSignature {0x89, 'P', 'N', 'G', '\r', '\n', 0x1a, '\n'};
+constexpr std::array<uint8_t, kPNGSignatureSize> kPNGSignature {0x89, 'P', 'N', 'G', '\r', '\n', 0x1a, '\n'};
 // Largest dimension PNG allows.
 constexpr uint32_t kMaxPNGDimension = 0x7fffffff;
-
-uint32_t bigEndian32(std::span<const uint8_t> bytes, size_t offset)
-{
-    return uint32_t(bytes[offset]) << 24 | uint32_t(bytes[offset + 1]) << 16 | uint32_t(bytes[offset + 2]) << 8
-        | uint32_t(bytes[offset + 3]);
-}
-
-bool startsWith(std::span<const uint8_t> bytes, std::span<const uint8_t> prefix)
-{
-    return bytes.size() >= prefix.size() && std::memcmp(bytes.data(), prefix.data(), prefix.size()) == 0;
-}
 
 struct PixelSize {
     uint32_t width = 0;
@@ -31,10 +22,10 @@ struct PixelSize {
 // The signature, then the first chunk, which must be IHDR: length 13, width, height.
 std::optional<PixelSize> pngSize(std::span<const uint8_t> bytes)
 {
-    if (bytes.size() < 24 || !startsWith(bytes, kPNGSignature) || bigEndian32(bytes, 8) != 13
+    if (bytes.size() < 24 || !startsWithPNGSignature(bytes) || bigEndian::load32(bytes, 8) != 13
         || std::memcmp(bytes.data() + 12, "IHDR", 4) != 0)
         return std::nullopt;
-    const PixelSize size {bigEndian32(bytes, 16), bigEndian32(bytes, 20)};
+    const PixelSize size {bigEndian::load32(bytes, 16), bigEndian::load32(bytes, 20)};
     if (size.width == 0 || size.height == 0 || size.width > kMaxPNGDimension || size.height > kMaxPNGDimension)
         return std::nullopt;
     return size;
@@ -73,12 +64,12 @@ const IconType* iconType(std::span<const uint8_t> code)
 template <class Visit>
 void forEachImageElement(std::span<const uint8_t> bytes, Visit visit)
 {
-    const uint32_t total = bigEndian32(bytes, 4);
+    const uint32_t total = bigEndian::load32(bytes, 4);
     if (total < 8 || total > bytes.size())
         return;
     bytes = bytes.first(total);
     for (size_t offset = 8; bytes.size() - offset >= 8;) {
-        const uint32_t length = bigEndian32(bytes, offset + 4);
+        const uint32_t length = bigEndian::load32(bytes, offset + 4);
         if (length < 8 || length > bytes.size() - offset)
             break; // the rest cannot be walked; keep what was found before it
         if (const IconType* type = iconType(bytes.subspan(offset, 4)))
@@ -104,6 +95,11 @@ std::optional<ImageHeader> iconFamilySize(std::span<const uint8_t> bytes)
 }
 
 } // namespace
+
+bool startsWithPNGSignature(std::span<const uint8_t> bytes)
+{
+    return bytes.size() >= kPNGSignature.size() && std::memcmp(bytes.data(), kPNGSignature.data(), kPNGSignature.size()) == 0;
+}
 
 std::optional<ImageHeader> readImageHeader(std::span<const uint8_t> bytes)
 {

@@ -28,6 +28,10 @@ struct ImageHeader {
 // zero size, or an icon family without an image element.
 ZON_EXPORT std::optional<ImageHeader> readImageHeader(std::span<const uint8_t> bytes);
 
+// The 8-byte signature every PNG begins with; whether the bytes begin with it.
+inline constexpr size_t kPNGSignatureSize = 8;
+bool startsWithPNGSignature(std::span<const uint8_t> bytes);
+
 // The PNG held by an icon family's largest element that holds one, and that element's scale (2
 // for elements made for double-resolution screens); nullopt when no element holds a PNG.
 struct IconFamilyPNG {

@@ -1,6 +1,8 @@
 #include "platform/graphics/ThumbnailCacheInternal.h"
 
 #include "platform/graphics/CGImage.h"
+#include "platform/graphics/ImageHeaderInternal.h"
+#include "platform/io/BigEndianBytesInternal.h"
 #include "platform/io/PathTextInternal.h"
 #include "platform/io/StandardFolders.h"
 #include "platform/system/FileCallsInternal.h"
@@ -23,7 +25,6 @@ constexpr std::array<ThumbnailBucket, 4> kBuckets {{
     {"xx-large", 1024},
 }};
 
-constexpr uint8_t kPNGSignature[8] = {0x89, 'P', 'N', 'G', '\r', '\n', 0x1A, '\n'};
 constexpr std::string_view kURIKey = "Thumb::URI";
 constexpr std::string_view kMTimeKey = "Thumb::MTime";
 // Entries larger than this are not thumbnails: 1024 x 1024 RGBA compresses to far less.
@@ -31,11 +32,6 @@ constexpr size_t kMaxEntryBytes = 16 * 1024 * 1024;
 
 // The failure markers of this library's version, so that a newer one tries again.
 constexpr std::string_view kFailureFolder = "fail/zoncommon-" ZON_LIBRARY_VERSION_MAJOR_MINOR;
-
-uint32_t bigEndian32(const uint8_t* bytes)
-{
-    return uint32_t(bytes[0]) << 24 | uint32_t(bytes[1]) << 16 | uint32_t(bytes[2]) << 8 | bytes[3];
-}
 
 bool isKeptInURI(unsigned char c)
 {
@@ -98,17 +94,17 @@ std::string fileURIOfPath(std::string_view absolutePath)
 
 std::optional<std::vector<PNGTextEntry>> readPNGTextChunks(std::span<const uint8_t> png)
 {
-    if (png.size() < sizeof kPNGSignature || std::memcmp(png.data(), kPNGSignature, sizeof kPNGSignature) != 0)
+    if (!startsWithPNGSignature(png))
         return std::nullopt;
     std::vector<PNGTextEntry> entries;
     size_t textBytes = 0;
     size_t otherChunks = 0;
     // Writers put tEXt before or after the image data, so every chunk up to IEND is looked at.
-    for (size_t offset = sizeof kPNGSignature;;) {
+    for (size_t offset = kPNGSignatureSize;;) {
         // Length, type, data, CRC.
         if (png.size() - offset < 12)
             return std::nullopt;
-        const uint32_t length = bigEndian32(png.data() + offset);
+        const uint32_t length = bigEndian::load32(png, offset);
         const std::string_view type(reinterpret_cast<const char*>(png.data()) + offset + 4, 4);
         if (length > png.size() - offset - 12)
             return std::nullopt;
